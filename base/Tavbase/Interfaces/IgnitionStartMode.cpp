@@ -1,0 +1,8 @@
+#include "base/Tavbase/Interfaces/IgnitionStartMode.h"
+
+namespace Tavbase::Interfaces
+{
+
+IgnitionStartMode::~IgnitionStartMode() = default;
+
+}

@@ -1,0 +1,206 @@
+#ifndef BASE_TAVBASE_TAVLOG_LOGGERBASE_H
+#define BASE_TAVBASE_TAVLOG_LOGGERBASE_H
+
+#include "base/Export.h"
+#include "base/Tavbase/Interfaces/ISemaphore.h"
+#include "base/Tavbase/Tavlog/ConsoleLogPolicy.h"
+#include "base/Tavbase/Tavlog/FileLogPolicy.h"
+#include "base/Tavbase/Tavlog/LineMutex.h"
+#include "base/Tavbase/Tavlog/LogModule.h"
+#include "base/Tavbase/Tavlog/LogType.h"
+#include "base/Tavbase/Util/NewDate.h"
+#include "base/Tavbase/Util/TemperatureMonitor.h"
+
+#include <atomic>
+#include <cstdint>
+#include <ios>
+#include <mutex>
+#include <ostream>
+#include <sstream>
+#include <string>
+
+namespace Tavbase::Tavlog
+{
+
+/**
+ * One sink of the log: builds a line and hands it to the sink's writer thread.
+ *
+ * A line is open from its header to the std::endl that completes it. While it is open its thread holds
+ * the sink's lock, so that lines of different threads never mix; the writer gives the lock back when the
+ * line is out. A thread must complete each line that it begins. Where it does not, the sink helps itself:
+ * the next header of the same thread completes the line first, and so does the end of the thread. A
+ * thread with a line open on the console that has to wait for the file completes that line too.
+ *
+ * Nothing is written to a sink that is switched off. Switched off within a line, the line is dropped at
+ * its end; switched on within one, the sink gets the rest of it without a header.
+ *
+ * A text piece that is a null pointer sets the stream's bad bit, as with any output stream: the rest of
+ * the line is lost, the line itself is completed.
+ *
+ * Threads: every operation may be called from any thread.
+ */
+template <class Policy>
+class LoggerBase
+{
+public:
+    explicit LoggerBase(bool enabledAtFirst);
+    LoggerBase(const LoggerBase&) = delete;
+    LoggerBase& operator=(const LoggerBase&) = delete;
+
+    void Enable(bool on) { enabled.store(on); }
+
+    bool IsEnabled() const { return enabled.load(); }
+
+    void WriteHeader(LogType type); ///< begins a line: date and time, temperature, tag of the type
+
+    void CheckEndOfStream(); ///< hands the line over when its text ends in a new line
+
+    LoggerBase& operator<<(LogType type)
+    {
+        WriteHeader(type);
+        return *this;
+    }
+
+    LoggerBase& operator<<(LogModule module) ///< the tag of the module: "[#name]"
+    {
+        return *this << "[#" << EnumString<LogModule>::From(module) << "]";
+    }
+
+    LoggerBase& operator<<(std::ostream& (*manipulator)(std::ostream&));
+
+    template <class Piece>
+    LoggerBase& operator<<(const Piece& piece)
+    {
+        if (MayWrite())
+        {
+            stream << piece;
+        }
+        return *this;
+    }
+
+    void Flush();            ///< waits until every line completed so far is out
+    void CompleteOpenLine(); ///< completes the line that the calling thread has open, if it has one
+
+    /// Calls `use` with the policy while no line is open or being output.
+    template <class Use>
+    auto WithPolicy(Use use)
+    {
+        CompleteOpenLine();
+        Lock();
+        const std::scoped_lock lock(std::adopt_lock, mutex);
+        return use(policy);
+    }
+
+private:
+    friend class Logger; // which knows when the process forks and ends
+
+    static constexpr std::size_t KEPT_LINE_BYTES = 16384; ///< a longer line's storage is given back
+
+    enum class ForkState : std::uint8_t
+    {
+        Own,      ///< the forking thread has a line open, which the child may go on with
+        Locked,   ///< taken for the fork: no line is open
+        Abandoned ///< another thread keeps a line open; the child has no such thread
+    };
+
+    /// Around fork(): the child gets a sink that works, whatever the parent's other threads are doing.
+    void BeforeFork();
+    void AfterForkInParent();
+    void AfterForkInChild();
+
+    void Lock();     ///< for a thread that does not hold the lock
+    bool MayWrite(); ///< true when the calling thread may add to the stream, with the lock held
+    bool OpenLine(); ///< takes the lock for a line of the calling thread
+    void HandOver(); ///< gives the completed line to the writer
+    bool StartWriter();
+    void WriterLoop();
+    void OutputLine(); ///< outputs the line, clears the stream and gives the lock back
+
+    Policy policy;
+    std::ostringstream stream;
+    LineMutex mutex;
+    Interfaces::ISemaphore semaphore; ///< wakes the writer
+    std::atomic<bool> enabled;
+
+    bool writerRunning = false; ///< under the lock
+    bool writerLost = false;    ///< under the lock; a forked child has no writer and outputs lines itself
+    ForkState forkState = ForkState::Own;
+};
+
+template <class Policy>
+void LoggerBase<Policy>::WriteHeader(LogType type)
+{
+    if (!enabled.load())
+    {
+        return;
+    }
+    CompleteOpenLine();
+    if (!OpenLine())
+    {
+        return;
+    }
+    if constexpr (requires { policy.WriteHeader(type); })
+    {
+        policy.WriteHeader(type);
+    }
+    stream << '[' << Util::NewDate("%Y-%m-%d %H:%M:%S") << ']';
+    const auto& temperature = Util::TemperatureMonitor::GetInstance();
+    if (temperature.IsAvailable())
+    {
+        stream << '[' << temperature.GetTemperature() << "C]";
+    }
+    if (type == LogType::Error)
+    {
+        stream << "[ERROR]";
+    }
+    else if (type == LogType::Warning)
+    {
+        stream << "[WARNING]";
+    }
+}
+
+template <class Policy>
+void LoggerBase<Policy>::CheckEndOfStream()
+{
+    if (mutex.HeldByThisThread() && stream.view().ends_with('\n'))
+    {
+        HandOver();
+    }
+}
+
+template <class Policy>
+LoggerBase<Policy>& LoggerBase<Policy>::operator<<(std::ostream& (*manipulator)(std::ostream&))
+{
+    if (!MayWrite())
+    {
+        return *this;
+    }
+    // std::endl adds nothing to a stream with its bad bit set, and the line would stay open for ever.
+    const std::ios_base::iostate state = stream.rdstate();
+    stream.clear();
+    manipulator(stream);
+    CheckEndOfStream();
+    if (mutex.HeldByThisThread())
+    {
+        stream.setstate(state);
+    }
+    return *this;
+}
+
+template <class Policy>
+void LoggerBase<Policy>::CompleteOpenLine()
+{
+    if (mutex.HeldByThisThread() && MayWrite())
+    {
+        stream.clear();
+        stream << '\n';
+        HandOver();
+    }
+}
+
+extern template class TAVBASE_API LoggerBase<FileLogPolicy>;
+extern template class TAVBASE_API LoggerBase<ConsoleLogPolicy>;
+
+}
+
+#endif

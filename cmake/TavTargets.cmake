@@ -1,0 +1,53 @@
+# What every target of this project is built with. Nothing here changes a directory-wide setting: a
+# target gets it by linking tav_build_flags, through the functions below.
+
+add_library(tav_build_flags INTERFACE)
+target_compile_features(tav_build_flags INTERFACE cxx_std_20)
+target_compile_options(tav_build_flags INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wnon-virtual-dtor)
+if(TAVDEVICE_WARNINGS_AS_ERRORS)
+    target_compile_options(tav_build_flags INTERFACE -Werror)
+endif()
+
+if(TAVDEVICE_HARDENED)
+    # _FORTIFY_SOURCE needs an optimised build; a distribution may have set another level already.
+    target_compile_options(tav_build_flags INTERFACE
+        -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+    target_link_options(tav_build_flags INTERFACE
+        LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+endif()
+
+if(TAVDEVICE_SANITIZE)
+    target_compile_options(tav_build_flags INTERFACE
+        -fsanitize=${TAVDEVICE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(tav_build_flags INTERFACE -fsanitize=${TAVDEVICE_SANITIZE})
+endif()
+
+# tav_add_library(<target>): one of the three shared libraries. Its symbols are hidden
+# but for what carries the export macro; its headers are found from the root of the tree.
+function(tav_add_library target)
+    add_library(${target} SHARED)
+    add_library(Tavdevice::${target} ALIAS ${target})
+    set_target_properties(${target} PROPERTIES
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON)
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:tav_build_flags>)
+    target_link_options(${target} PRIVATE LINKER:--as-needed LINKER:--no-undefined)
+    target_sources(${target} PUBLIC
+        FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR})
+    if(TAVDEVICE_SANITIZE)
+        # The sanitizer's runtime is found in the program, not in the library.
+        set_property(TARGET ${target} APPEND PROPERTY LINK_OPTIONS LINKER:-z,undefs)
+    endif()
+endfunction()
+
+# tav_add_program(<target> SOURCE...): a program of this tree (example, tool, benchmark).
+function(tav_add_program target)
+    add_executable(${target} ${ARGN})
+    set_target_properties(${target} PROPERTIES CXX_EXTENSIONS OFF)
+    target_link_libraries(${target} PRIVATE tav_build_flags)
+endfunction()

@@ -1,0 +1,194 @@
+#include "base/Tavsystem/System/UnmountAll.h"
+#include "tests/kit/System.h"
+#include "tests/kit/TempDir.h"
+
+#include <atomic>
+#include <cerrno>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+using Kit::System;
+using Tavsystem::System::UnmountAll;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+namespace
+{
+
+/// For each sync() how many volumes were unmounted before it. Nothing of this machine is written out.
+std::vector<std::size_t> syncs; // NOLINT(cert-err58-cpp)
+
+class UnmountAllTest : public testing::Test
+{
+protected:
+    UnmountAllTest() { System::AnswerUnmounts(); }
+
+    ~UnmountAllTest() override
+    {
+        syncs.clear();
+        syncs.shrink_to_fit();
+    }
+
+    static void SetTable(const std::string& table)
+    {
+        const std::string file = Kit::TempDir::Path() + "/mounts";
+        std::ofstream(file) << table;
+        System::Redirect("/proc/self/mounts", file);
+    }
+
+    static std::vector<std::string> Unmounted()
+    {
+        std::vector<std::string> points;
+        for (const System::Call& call : System::CallsOf("umount2"))
+        {
+            EXPECT_EQ(call.argument, 0);
+            points.push_back(call.path);
+        }
+        return points;
+    }
+
+    static std::vector<std::string> UnmountedFrom(const std::string& table)
+    {
+        SetTable(table);
+        System::ForgetCalls();
+        UnmountAll();
+        return Unmounted();
+    }
+};
+
+}
+
+extern "C" __attribute__((visibility("default"))) void sync() noexcept
+{
+    syncs.push_back(System::CallsOf("umount2").size());
+}
+
+TEST_F(UnmountAllTest, UnmountsTheVolumesOnDevicesButTheRoot)
+{
+    EXPECT_THAT(UnmountedFrom("/dev/root / ext4 rw,relatime 0 0\n"
+                              "devtmpfs /dev devtmpfs rw,relatime 0 0\n"
+                              "proc /proc proc rw,relatime 0 0\n"
+                              "tmpfs /run tmpfs rw,nosuid 0 0\n"
+                              "/dev/mmcblk0p2 /data ext4 rw,relatime 0 0\n"
+                              "/dev/mmcblk1p1 /mnt/sdcard vfat rw,relatime 0 0\n"
+                              "server:/dev/x /mnt/net nfs rw 0 0\n"
+                              "/devices/x /mnt/other none rw 0 0\n"),
+                ElementsAre("/mnt/sdcard", "/data"));
+}
+
+TEST_F(UnmountAllTest, UnmountsTheDeepestFirst)
+{
+    EXPECT_THAT(UnmountedFrom("/dev/a /mnt/a/b vfat rw 0 0\n"
+                              "/dev/b /x ext4 rw 0 0\n"
+                              "/dev/c /mnt/a/b/c/d vfat rw 0 0\n"
+                              "/dev/d /mnt vfat rw 0 0\n"
+                              "/dev/e /mnt/a/b/c vfat rw 0 0\n"),
+                ElementsAre("/mnt/a/b/c/d", "/mnt/a/b/c", "/mnt/a/b", "/mnt", "/x"));
+}
+
+TEST_F(UnmountAllTest, UnmountsTheLatestFirstAmongTheEquallyDeep)
+{
+    EXPECT_THAT(UnmountedFrom("/dev/a /mnt/1 vfat rw 0 0\n"
+                              "/dev/b /mnt/2 vfat rw 0 0\n"
+                              "/dev/c /mnt/3 vfat rw 0 0\n"),
+                ElementsAre("/mnt/3", "/mnt/2", "/mnt/1"));
+}
+
+TEST_F(UnmountAllTest, UnmountsAPlaceAsOftenAsItIsMounted)
+{
+    EXPECT_THAT(UnmountedFrom("/dev/a /mnt/sd vfat rw 0 0\n"
+                              "/dev/b /mnt/sd vfat rw 0 0\n"),
+                ElementsAre("/mnt/sd", "/mnt/sd"));
+}
+
+TEST_F(UnmountAllTest, DecodesEscapedBytes)
+{
+    EXPECT_THAT(UnmountedFrom("/dev/a /mnt/my\\040card vfat rw 0 0\n"
+                              "/dev/b /mnt/tab\\011line\\012back\\134hash\\043 vfat rw 0 0\n"
+                              "/dev/c /mnt/caf\\303\\251 vfat rw 0 0\n"),
+                ElementsAre("/mnt/caf\u00e9", "/mnt/tab\tline\nback\\hash#", "/mnt/my card"));
+}
+
+TEST_F(UnmountAllTest, LeavesABackslashThatBeginsNoEscape)
+{
+    EXPECT_THAT(UnmountedFrom("/dev/a /mnt/a\\04 vfat rw 0 0\n"
+                              "/dev/b /mnt/b\\400 vfat rw 0 0\n"
+                              "/dev/c /mnt/c\\080 vfat rw 0 0\n"
+                              "/dev/d /mnt/d\\ vfat rw 0 0\n"),
+                ElementsAre("/mnt/d\\", "/mnt/c\\080", "/mnt/b\\400", "/mnt/a\\04"));
+}
+
+TEST_F(UnmountAllTest, PassesOverLinesThatAreNotWhole)
+{
+    EXPECT_THAT(UnmountedFrom("\n"
+                              "/dev/a\n"
+                              "/dev/b \n"
+                              "/dev/c /mnt/c\n"
+                              " /dev/d /mnt/d vfat rw 0 0\n"
+                              "/dev/e /mnt/e vfat rw 0 0\n"
+                              "/dev/f /mnt/f"),
+                ElementsAre("/mnt/e"));
+}
+
+TEST_F(UnmountAllTest, GoesOnAfterAVolumeThatStaysMounted)
+{
+    System::Fail("umount2", EBUSY, 1);
+    System::Fail("umount2", EPERM, 2);
+    EXPECT_THAT(UnmountedFrom("/dev/a /a vfat rw 0 0\n"
+                              "/dev/b /b vfat rw 0 0\n"
+                              "/dev/c /c vfat rw 0 0\n"),
+                ElementsAre("/c", "/b", "/a"));
+    EXPECT_EQ(System::FailuresDone(), 2);
+    EXPECT_EQ(System::CallsOf("umount2")[0].error, EBUSY);
+}
+
+TEST_F(UnmountAllTest, WritesOutBeforeAndAfter)
+{
+    EXPECT_THAT(UnmountedFrom("/dev/a /a vfat rw 0 0\n/dev/b /b vfat rw 0 0\n"), ElementsAre("/b", "/a"));
+    EXPECT_THAT(syncs, ElementsAre(0, 2));
+}
+
+TEST_F(UnmountAllTest, WritesOutEvenWithoutAMountTable)
+{
+    System::Unredirect("/proc/self/mounts");
+    UnmountAll();
+    EXPECT_THAT(Unmounted(), IsEmpty());
+    EXPECT_THAT(syncs, ElementsAre(0, 0));
+}
+
+TEST_F(UnmountAllTest, ReadsALongTable)
+{
+    std::string table;
+    for (int i = 0; i < 1000; ++i)
+    {
+        table += "/dev/sd" + std::to_string(i) + " /mnt/" + std::to_string(i) + " vfat rw,relatime 0 0\n";
+    }
+    const std::vector<std::string> points = UnmountedFrom(table);
+    ASSERT_EQ(points.size(), 1000u);
+    EXPECT_EQ(points.front(), "/mnt/999");
+    EXPECT_EQ(points.back(), "/mnt/0");
+}
+
+TEST_F(UnmountAllTest, ReadsOnWhenASignalCameBetween)
+{
+    System::Fail("read", EINTR, 1, 3);
+    EXPECT_THAT(UnmountedFrom("/dev/a /a vfat rw 0 0\n"), ElementsAre("/a"));
+    EXPECT_EQ(System::FailuresDone(), 3);
+}
+
+TEST_F(UnmountAllTest, UnmountsWhatCouldBeReadOfTheTable)
+{
+    std::string table = "/dev/a /a vfat rw 0 0\n";
+    while (table.size() < 4090)
+    {
+        table += "tmpfs /t tmpfs rw 0 0\n";
+    }
+    table += "/dev/b /b vfat rw 0 0\n";
+    System::Fail("read", EIO, 2);
+    EXPECT_THAT(UnmountedFrom(table), ElementsAre("/a"));
+    EXPECT_EQ(System::FailuresDone(), 1);
+    EXPECT_THAT(syncs, ElementsAre(0, 1));
+}

@@ -1,0 +1,47 @@
+#include "tests/kit/Child.h"
+
+#include <array>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Kit
+{
+
+ChildResult RunInChild(const std::function<int()>& work)
+{
+    constexpr unsigned int LONGEST_SECONDS = 10;
+    std::array<int, 2> ends{};
+    if (pipe(ends.data()) != 0)
+    {
+        std::abort();
+    }
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        alarm(LONGEST_SECONDS);
+        dup2(ends[1], STDOUT_FILENO);
+        dup2(ends[1], STDERR_FILENO);
+        close(ends[0]);
+        close(ends[1]);
+        std::exit(work());
+    }
+    close(ends[1]);
+    ChildResult result;
+    std::array<char, 4096> part{};
+    for (ssize_t count = 0; (count = read(ends[0], part.data(), part.size())) > 0;)
+    {
+        result.output.append(part.data(), static_cast<std::size_t>(count));
+    }
+    close(ends[0]);
+    int status = 0;
+    waitpid(child, &status, 0);
+    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    return result;
+}
+
+}

@@ -1,0 +1,36 @@
+#ifndef TESTS_KIT_REAL_H
+#define TESTS_KIT_REAL_H
+
+#include <dlfcn.h>
+
+namespace Kit
+{
+
+/// The C library's own function of that name, or the sanitizer's in front of it.
+template <class Function>
+Function* Real(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+}
+
+/**
+ * Within a stand-in: calls the real function. The pointer is kept in a constant-initialised variable, so
+ * that the first call may come at any time.
+ */
+#define KIT_REAL(name)                                                                                       \
+    ([]                                                                                                      \
+     {                                                                                                       \
+         using Function = decltype(::name);                                                                  \
+         static constinit Function* pointer = nullptr;                                                       \
+         Function* found = __atomic_load_n(&pointer, __ATOMIC_RELAXED);                                      \
+         if (found == nullptr)                                                                               \
+         {                                                                                                   \
+             found = Kit::Real<Function>(#name);                                                             \
+             __atomic_store_n(&pointer, found, __ATOMIC_RELAXED);                                            \
+         }                                                                                                   \
+         return found;                                                                                       \
+     }())
+
+#endif

@@ -1,0 +1,995 @@
+// The functions of the C library that the test program defines in place of the real ones. Nothing in them
+// allocates, but for what Output gathers: they are called from everywhere, early and late.
+
+#include "tests/kit/System.h"
+
+#include "tests/kit/ClockCore.h"
+#include "tests/kit/Output.h"
+#include "tests/kit/Real.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/mount.h>
+#include <sys/reboot.h>
+#include <sys/select.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/syscall.h>
+#include <ctime>
+#include <unistd.h>
+
+namespace Kit
+{
+
+namespace
+{
+
+namespace Core = ClockCore;
+
+constexpr std::int64_t NANOSECONDS = 1'000'000'000;
+constexpr std::size_t PATH_BYTES = 160;
+constexpr int MOST_DESCRIPTORS = 4096;
+
+using PathText = std::array<char, PATH_BYTES>;
+
+class Spin
+{
+public:
+    Spin()
+    {
+        while (flag.test_and_set(std::memory_order_acquire))
+        {
+        }
+    }
+
+    ~Spin() { flag.clear(std::memory_order_release); }
+
+    Spin(const Spin&) = delete;
+    Spin& operator=(const Spin&) = delete;
+
+private:
+    static std::atomic_flag flag;
+};
+
+std::atomic_flag Spin::flag = ATOMIC_FLAG_INIT;
+
+struct Redirection
+{
+    PathText from{};
+    PathText to{};
+};
+
+struct Order
+{
+    std::array<char, 24> function{};
+    int error = 0;
+    int skip = 0;
+    int times = 0;
+    long result = -1;
+};
+
+struct RawCall
+{
+    const char* function = nullptr;
+    PathText path{};
+    int fd = -1;
+    long argument = 0;
+    long result = 0;
+    int error = 0;
+};
+
+// All under Spin.
+std::array<Redirection, 32> redirections{};
+std::array<Order, 16> orders{};
+std::array<RawCall, 8192> calls{};
+std::size_t callCount = 0;
+std::array<PathText, MOST_DESCRIPTORS> descriptorPaths{}; // empty: not one of the kit's
+struct termios lastSettings = {};
+struct termios reportedSettings = {};
+bool settingsReported = false;
+int failures = 0;
+bool unmountsAnswered = false;
+std::atomic<bool> reached{false};
+
+void Copy(PathText& to, const char* from)
+{
+    std::snprintf(to.data(), to.size(), "%s", from);
+}
+
+/// The unit's own places, which a test must never find on the machine that it runs on.
+constexpr std::array<const char*, 9> UNIT_PATHS = {"/dev/ttymxc",        "/dev/ttyUSB",  "/dev/serial/",
+                                                   "/dev/i2c-",          "/dev/hidraw",  "/dev/tav_event",
+                                                   "/mnt/sdcard",        "/sys/class/thermal",
+                                                   "/proc/self/mounts"};
+
+/// Any log line may look for it, at its own time: unless redirected it is not recorded, and no order to fail
+/// is spent on it.
+constexpr const char* LOGGED_TEMPERATURE = "/sys/class/thermal";
+
+bool StartsWith(const char* text, const char* start)
+{
+    return std::strncmp(text, start, std::strlen(start)) == 0;
+}
+
+enum class Place : std::uint8_t
+{
+    Outside, ///< not the kit's business
+    Kit,     ///< redirected
+    Nowhere  ///< one of the unit's, and not redirected
+};
+
+/// Where a path leads; `to` receives the redirected path.
+Place Resolve(const char* path, PathText& to)
+{
+    if (path == nullptr)
+    {
+        return Place::Outside;
+    }
+    const Spin lock;
+    for (const Redirection& redirection : redirections)
+    {
+        const std::size_t length = std::strlen(redirection.from.data());
+        if (length != 0 && std::strncmp(path, redirection.from.data(), length) == 0 &&
+            (path[length] == '\0' || path[length] == '/' || redirection.from[length - 1] == '/'))
+        {
+            std::snprintf(to.data(), to.size(), "%s%s", redirection.to.data(), path + length);
+            return Place::Kit;
+        }
+    }
+    return std::any_of(UNIT_PATHS.begin(), UNIT_PATHS.end(), [&](const char* unit) { return StartsWith(path, unit); })
+               ? Place::Nowhere
+               : Place::Outside;
+}
+
+void Record(const char* function, const char* path, int fd, long argument, long result)
+{
+    const int error = errno;
+    {
+        const Spin lock;
+        if (callCount < calls.size())
+        {
+            RawCall& call = calls[callCount++];
+            call.function = function;
+            if (path != nullptr)
+            {
+                Copy(call.path, path);
+            }
+            else
+            {
+                call.path = fd >= 0 && fd < MOST_DESCRIPTORS ? descriptorPaths[static_cast<std::size_t>(fd)] : PathText{};
+            }
+            call.fd = fd;
+            call.argument = argument;
+            call.result = result;
+            call.error = result == -1 ? error : 0;
+        }
+    }
+    errno = error;
+}
+
+bool IsKitDescriptor(int fd)
+{
+    const Spin lock;
+    return fd >= 0 && fd < MOST_DESCRIPTORS && descriptorPaths[static_cast<std::size_t>(fd)][0] != '\0';
+}
+
+void SetDescriptor(int fd, const char* path)
+{
+    if (fd >= 0 && fd < MOST_DESCRIPTORS)
+    {
+        const Spin lock;
+        Copy(descriptorPaths[static_cast<std::size_t>(fd)], path);
+    }
+}
+
+/// True when a call of this function is to fail now; `result` is what it returns.
+bool FailsByOrder(const char* function, long& result)
+{
+    const Spin lock;
+    for (Order& order : orders)
+    {
+        if (order.times == 0 || (order.function[0] != '*' && std::strcmp(order.function.data(), function) != 0))
+        {
+            continue;
+        }
+        if (order.skip > 0)
+        {
+            --order.skip;
+            continue;
+        }
+        --order.times;
+        ++failures;
+        result = order.result;
+        if (order.error != 0)
+        {
+            errno = order.error;
+        }
+        return true;
+    }
+    return false;
+}
+
+/// A call that takes a path: fault, redirection, record. `call` makes the real call on a path.
+template <class Call>
+long OnPath(const char* function, const char* path, long argument, Call call)
+{
+    PathText redirected;
+    const Place place = Resolve(path, redirected);
+    if (place == Place::Outside)
+    {
+        return call(path);
+    }
+    if (place == Place::Nowhere && StartsWith(path, LOGGED_TEMPERATURE))
+    {
+        errno = ENOENT;
+        return -1;
+    }
+    reached = true;
+    long result = -1;
+    if (!FailsByOrder(function, result))
+    {
+        if (place == Place::Nowhere)
+        {
+            errno = ENOENT;
+        }
+        else
+        {
+            result = call(redirected.data());
+        }
+    }
+    Record(function, path, -1, argument, result);
+    return result;
+}
+
+/// A call that takes a descriptor: fault, record.
+template <class Call>
+long OnDescriptor(const char* function, int fd, long argument, Call call)
+{
+    if (!IsKitDescriptor(fd))
+    {
+        return call();
+    }
+    long result = -1;
+    if (!FailsByOrder(function, result))
+    {
+        result = call();
+    }
+    Record(function, nullptr, fd, argument, result);
+    return result;
+}
+
+int OpenWith(const char* path, int flags, mode_t mode, auto real)
+{
+    const auto fd = static_cast<int>(OnPath("open", path, flags, [&](const char* where) { return real(where, flags, mode); }));
+    PathText redirected;
+    if (fd >= 0 && Resolve(path, redirected) == Place::Kit)
+    {
+        SetDescriptor(fd, path);
+    }
+    return fd;
+}
+
+std::int64_t ToNanoseconds(const timespec& time)
+{
+    return time.tv_sec * NANOSECONDS + time.tv_nsec;
+}
+
+timespec ToTimespec(std::int64_t nanoseconds)
+{
+    return {static_cast<time_t>(nanoseconds / NANOSECONDS), static_cast<long>(nanoseconds % NANOSECONDS)};
+}
+
+bool IsWallClock(clockid_t clock)
+{
+    return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
+}
+
+bool IsMonotonicClock(clockid_t clock)
+{
+    return clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_MONOTONIC_RAW ||
+           clock == CLOCK_BOOTTIME;
+}
+
+/// Sleeps in virtual time. @return what was left, 0 unless a signal came
+std::int64_t VirtualSleep(const char* function, std::int64_t nanoseconds)
+{
+    Record(function, nullptr, -1, static_cast<long>(nanoseconds / 1000), 0);
+    const std::int64_t deadline = Core::Monotonic() + nanoseconds;
+    if (Core::SleepUntil(deadline) == Core::Wake::Deadline)
+    {
+        return 0;
+    }
+    return std::max<std::int64_t>(deadline - Core::Monotonic(), 0);
+}
+
+int VirtualNanosleep(const char* function, std::int64_t nanoseconds, timespec* left)
+{
+    const std::int64_t rest = VirtualSleep(function, nanoseconds);
+    if (rest == 0)
+    {
+        return 0;
+    }
+    if (left != nullptr)
+    {
+        *left = ToTimespec(rest);
+    }
+    errno = EINTR;
+    return -1;
+}
+
+/// poll() and its kin in virtual time.
+int VirtualPoll(pollfd* fds, nfds_t count, std::int64_t nanoseconds, const sigset_t* mask)
+{
+    int ready = KIT_REAL(poll)(fds, count, 0);
+    if (ready != 0 || nanoseconds == 0)
+    {
+        return ready;
+    }
+    const std::int64_t deadline = Core::Monotonic() + nanoseconds;
+    while (true)
+    {
+        const Core::Wake wake = Core::WaitDescriptors(fds, count, deadline, mask, ready);
+        if (wake != Core::Wake::Event || ready != 0)
+        {
+            return wake == Core::Wake::Signal ? -1 : ready;
+        }
+    }
+}
+
+int VirtualSelect(int count, fd_set* in, fd_set* out, fd_set* except, std::int64_t nanoseconds, const sigset_t* mask)
+{
+    std::array<pollfd, 64> fds{};
+    nfds_t used = 0;
+    for (int fd = 0; fd < count && used < fds.size(); ++fd)
+    {
+        short events = 0;
+        events = static_cast<short>(events | (in != nullptr && FD_ISSET(fd, in) ? POLLIN : 0));
+        events = static_cast<short>(events | (out != nullptr && FD_ISSET(fd, out) ? POLLOUT : 0));
+        events = static_cast<short>(events | (except != nullptr && FD_ISSET(fd, except) ? POLLPRI : 0));
+        if (events != 0)
+        {
+            fds[used++] = {fd, events, 0};
+        }
+    }
+    const int ready = VirtualPoll(fds.data(), used, nanoseconds, mask);
+    if (ready < 0)
+    {
+        return -1;
+    }
+    timeval now = {0, 0};
+    return KIT_REAL(select)(count, in, out, except, &now);
+}
+
+/// The read time-out of a terminal in raw mode runs in the kernel, in real time: here it is virtual.
+bool TerminalTimesOut(int fd)
+{
+    struct termios settings = {};
+    if (KIT_REAL(tcgetattr)(fd, &settings) != 0 || (settings.c_lflag & ICANON) != 0 || settings.c_cc[VMIN] != 0 ||
+        settings.c_cc[VTIME] == 0)
+    {
+        return false;
+    }
+    pollfd input = {fd, POLLIN, 0};
+    return VirtualPoll(&input, 1, settings.c_cc[VTIME] * (NANOSECONDS / 10), nullptr) == 0;
+}
+
+ssize_t ReadWith(int fd, std::size_t count, auto real)
+{
+    return OnDescriptor("read", fd, static_cast<long>(count),
+                        [&]() -> long { return Core::Virtual() && IsKitDescriptor(fd) && TerminalTimesOut(fd) ? 0 : real(); });
+}
+
+int Unmount(const char* function, const char* path, int flags)
+{
+    {
+        const Spin lock;
+        if (!unmountsAnswered)
+        {
+            std::fprintf(stderr, "kit: the test reached a real %s(\"%s\"); ended\n", function, path);
+            std::abort();
+        }
+    }
+    reached = true;
+    long result = 0;
+    FailsByOrder(function, result);
+    Record(function, path, -1, flags, result);
+    return static_cast<int>(result);
+}
+
+// Standard output, while an Output lives.
+std::atomic<bool> outputTaken{false};
+std::string* output = nullptr; // under Spin
+
+}
+
+Output::Output()
+{
+    const Spin lock;
+    output = new std::string();
+    outputTaken = true;
+}
+
+Output::~Output()
+{
+    const Spin lock;
+    outputTaken = false;
+    delete output;
+    output = nullptr;
+}
+
+std::string Output::Text()
+{
+    const Spin lock;
+    return *output;
+}
+
+void System::Redirect(const std::string& from, const std::string& to)
+{
+    Unredirect(from);
+    const Spin lock;
+    for (Redirection& redirection : redirections)
+    {
+        if (redirection.from[0] == '\0')
+        {
+            Copy(redirection.from, from.c_str());
+            Copy(redirection.to, to.c_str());
+            return;
+        }
+    }
+    std::abort();
+}
+
+void System::Unredirect(const std::string& from)
+{
+    const Spin lock;
+    for (Redirection& redirection : redirections)
+    {
+        if (from == redirection.from.data())
+        {
+            redirection = {};
+        }
+    }
+}
+
+void System::Fail(const char* function, int error, int nth, int times, long result)
+{
+    const Spin lock;
+    for (Order& order : orders)
+    {
+        if (order.times == 0)
+        {
+            std::snprintf(order.function.data(), order.function.size(), "%s", function);
+            order.error = error;
+            order.skip = nth - 1;
+            order.times = times;
+            order.result = result;
+            return;
+        }
+    }
+    std::abort();
+}
+
+int System::FailuresDone()
+{
+    const Spin lock;
+    return failures;
+}
+
+std::vector<System::Call> System::Calls()
+{
+    std::size_t count = 0;
+    {
+        const Spin lock;
+        count = callCount;
+    }
+    std::vector<Call> list;
+    list.reserve(count);
+    for (std::size_t at = 0; at < count; ++at)
+    {
+        RawCall call;
+        {
+            const Spin lock;
+            call = calls[at];
+        }
+        list.push_back({call.function, call.path.data(), call.fd, call.argument, call.result, call.error});
+    }
+    return list;
+}
+
+std::vector<System::Call> System::CallsOf(const std::string& function)
+{
+    std::vector<Call> list = Calls();
+    std::erase_if(list, [&](const Call& call) { return function != call.function; });
+    return list;
+}
+
+void System::ForgetCalls()
+{
+    const Spin lock;
+    callCount = 0;
+}
+
+struct termios System::LastSettings()
+{
+    const Spin lock;
+    return lastSettings;
+}
+
+void System::ReportSettings(const struct termios& settings)
+{
+    const Spin lock;
+    reportedSettings = settings;
+    settingsReported = true;
+}
+
+std::vector<std::chrono::microseconds> System::Sleeps()
+{
+    std::vector<std::chrono::microseconds> sleeps;
+    for (const Call& call : Calls())
+    {
+        const std::string function = call.function;
+        if (function == "usleep" || function == "sleep" || function == "nanosleep" || function == "clock_nanosleep")
+        {
+            sleeps.emplace_back(call.argument);
+        }
+    }
+    return sleeps;
+}
+
+void System::AnswerUnmounts()
+{
+    const Spin lock;
+    unmountsAnswered = true;
+}
+
+bool System::Reached()
+{
+    return reached;
+}
+
+void System::Reset()
+{
+    const Spin lock;
+    redirections = {};
+    orders = {};
+    callCount = 0;
+    failures = 0;
+    unmountsAnswered = false;
+    reached = false;
+    lastSettings = {};
+    settingsReported = false;
+}
+
+}
+
+using namespace Kit;
+
+// The real declarations carry attributes that a definition elsewhere does not repeat.
+#pragma GCC diagnostic ignored "-Wattributes"
+#pragma GCC diagnostic ignored "-Wignored-attributes"
+#pragma GCC diagnostic ignored "-Wnonnull-compare"
+
+#define STAND_IN extern "C" __attribute__((visibility("default")))
+
+// Paths ------------------------------------------------------------------------------------------------
+
+#define MODE_OF(flags)                                                                                       \
+    mode_t mode = 0;                                                                                         \
+    if (((flags) & (O_CREAT | O_TMPFILE)) != 0)                                                              \
+    {                                                                                                        \
+        va_list arguments;                                                                                   \
+        va_start(arguments, flags);                                                                          \
+        mode = va_arg(arguments, mode_t);                                                                    \
+        va_end(arguments);                                                                                   \
+    }
+
+STAND_IN int open(const char* path, int flags, ...)
+{
+    MODE_OF(flags)
+    return OpenWith(path, flags, mode, KIT_REAL(open));
+}
+
+STAND_IN int open64(const char* path, int flags, ...)
+{
+    MODE_OF(flags)
+    return OpenWith(path, flags, mode, KIT_REAL(open));
+}
+
+STAND_IN int __open_2(const char* path, int flags)
+{
+    return OpenWith(path, flags, 0, KIT_REAL(open));
+}
+
+STAND_IN int __open64_2(const char* path, int flags)
+{
+    return OpenWith(path, flags, 0, KIT_REAL(open));
+}
+
+STAND_IN int openat(int directory, const char* path, int flags, ...)
+{
+    MODE_OF(flags)
+    return OpenWith(path, flags, mode,
+                    [&](const char* where, int how, mode_t rights) { return KIT_REAL(openat)(directory, where, how, rights); });
+}
+
+namespace
+{
+
+/// A call that returns a pointer, null on failure.
+template <class Pointer, class Call>
+Pointer PointerOnPath(const char* function, const char* path, Call call)
+{
+    const long result =
+        OnPath(function, path, 0, [&](const char* where) { return reinterpret_cast<long>(call(where)); });
+    return result == -1 ? nullptr : reinterpret_cast<Pointer>(result);
+}
+
+}
+
+STAND_IN FILE* fopen(const char* path, const char* mode)
+{
+    return PointerOnPath<FILE*>("fopen", path, [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
+}
+
+STAND_IN FILE* fopen64(const char* path, const char* mode)
+{
+    return PointerOnPath<FILE*>("fopen", path, [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
+}
+
+STAND_IN int access(const char* path, int mode) noexcept
+{
+    return static_cast<int>(OnPath("access", path, mode, [&](const char* where) { return KIT_REAL(access)(where, mode); }));
+}
+
+STAND_IN int unlink(const char* path) noexcept
+{
+    return static_cast<int>(OnPath("unlink", path, 0, [](const char* where) { return KIT_REAL(unlink)(where); }));
+}
+
+STAND_IN int remove(const char* path) noexcept
+{
+    return static_cast<int>(OnPath("remove", path, 0, [](const char* where) { return KIT_REAL(remove)(where); }));
+}
+
+STAND_IN int rename(const char* from, const char* to) noexcept
+{
+    PathText redirected;
+    const bool kit = Resolve(to, redirected) == Place::Kit;
+    return static_cast<int>(OnPath("rename", from, 0, [&](const char* where)
+                                   { return KIT_REAL(rename)(where, kit ? redirected.data() : to); }));
+}
+
+STAND_IN int mkdir(const char* path, mode_t mode) noexcept
+{
+    return static_cast<int>(OnPath("mkdir", path, mode, [&](const char* where) { return KIT_REAL(mkdir)(where, mode); }));
+}
+
+STAND_IN int stat(const char* path, struct stat* status) noexcept
+{
+    return static_cast<int>(OnPath("stat", path, 0, [&](const char* where)
+                                   { return syscall(SYS_newfstatat, AT_FDCWD, where, status, 0); }));
+}
+
+STAND_IN int lstat(const char* path, struct stat* status) noexcept
+{
+    return static_cast<int>(OnPath("lstat", path, 0, [&](const char* where)
+                                   { return syscall(SYS_newfstatat, AT_FDCWD, where, status, AT_SYMLINK_NOFOLLOW); }));
+}
+
+STAND_IN DIR* opendir(const char* path)
+{
+    return PointerOnPath<DIR*>("opendir", path, [](const char* where) { return KIT_REAL(opendir)(where); });
+}
+
+STAND_IN int umount(const char* path) noexcept
+{
+    return Unmount("umount", path, 0);
+}
+
+STAND_IN int umount2(const char* path, int flags) noexcept
+{
+    return Unmount("umount2", path, flags);
+}
+
+STAND_IN int reboot(int) noexcept
+{
+    std::fprintf(stderr, "kit: the test reached a real reboot(); ended\n");
+    std::abort();
+}
+
+// Descriptors ------------------------------------------------------------------------------------------
+
+STAND_IN int close(int fd)
+{
+    const bool kit = IsKitDescriptor(fd);
+    const auto result = static_cast<int>(OnDescriptor("close", fd, 0, [&] { return KIT_REAL(close)(fd); }));
+    if (kit && result == 0)
+    {
+        SetDescriptor(fd, "");
+    }
+    return result;
+}
+
+STAND_IN ssize_t read(int fd, void* bytes, size_t count)
+{
+    return ReadWith(fd, count, [&] { return KIT_REAL(read)(fd, bytes, count); });
+}
+
+STAND_IN ssize_t __read_chk(int fd, void* bytes, size_t count, size_t room)
+{
+    if (count > room)
+    {
+        std::fprintf(stderr, "kit: a read of %zu bytes into room for %zu\n", count, room);
+        std::abort();
+    }
+    return ReadWith(fd, count, [&] { return KIT_REAL(read)(fd, bytes, count); });
+}
+
+STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
+{
+    if (fd == STDOUT_FILENO && outputTaken)
+    {
+        const Spin lock;
+        if (output != nullptr)
+        {
+            output->append(static_cast<const char*>(bytes), count);
+            return static_cast<ssize_t>(count);
+        }
+    }
+    return OnDescriptor("write", fd, static_cast<long>(count), [&] { return KIT_REAL(write)(fd, bytes, count); });
+}
+
+STAND_IN int ftruncate(int fd, off_t length) noexcept
+{
+    return static_cast<int>(OnDescriptor("ftruncate", fd, length, [&] { return KIT_REAL(ftruncate)(fd, length); }));
+}
+
+STAND_IN int fstat(int fd, struct stat* status) noexcept
+{
+    return static_cast<int>(OnDescriptor("fstat", fd, 0, [&] { return syscall(SYS_fstat, fd, status); }));
+}
+
+STAND_IN off_t lseek(int fd, off_t offset, int whence) noexcept
+{
+    return OnDescriptor("lseek", fd, offset, [&] { return KIT_REAL(lseek)(fd, offset, whence); });
+}
+
+STAND_IN int isatty(int fd) noexcept
+{
+    return static_cast<int>(OnDescriptor("isatty", fd, 0, [&] { return KIT_REAL(isatty)(fd); }));
+}
+
+STAND_IN int ioctl(int fd, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    return static_cast<int>(OnDescriptor("ioctl", fd, static_cast<long>(request),
+                                         [&] { return KIT_REAL(ioctl)(fd, request, argument); }));
+}
+
+STAND_IN int tcgetattr(int fd, struct termios* settings) noexcept
+{
+    return static_cast<int>(OnDescriptor("tcgetattr", fd, 0,
+                                         [&]
+                                         {
+                                             const int result = KIT_REAL(tcgetattr)(fd, settings);
+                                             const Spin lock;
+                                             if (result == 0 && settingsReported)
+                                             {
+                                                 *settings = reportedSettings;
+                                             }
+                                             return result;
+                                         }));
+}
+
+STAND_IN int tcsetattr(int fd, int when, const struct termios* settings) noexcept
+{
+    if (IsKitDescriptor(fd))
+    {
+        const Spin lock;
+        lastSettings = *settings;
+        settingsReported = false;
+    }
+    return static_cast<int>(OnDescriptor("tcsetattr", fd, when, [&] { return KIT_REAL(tcsetattr)(fd, when, settings); }));
+}
+
+STAND_IN int tcflush(int fd, int queue) noexcept
+{
+    return static_cast<int>(OnDescriptor("tcflush", fd, queue, [&] { return KIT_REAL(tcflush)(fd, queue); }));
+}
+
+STAND_IN int tcdrain(int fd)
+{
+    return static_cast<int>(OnDescriptor("tcdrain", fd, 0, [&] { return KIT_REAL(tcdrain)(fd); }));
+}
+
+// Waiting for descriptors ------------------------------------------------------------------------------
+
+STAND_IN int poll(pollfd* fds, nfds_t count, int milliseconds)
+{
+    return static_cast<int>(OnDescriptor("poll", count > 0 ? fds[0].fd : -1, milliseconds,
+                                         [&]
+                                         {
+                                             return Core::Virtual() && milliseconds > 0
+                                                        ? VirtualPoll(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr)
+                                                        : KIT_REAL(poll)(fds, count, milliseconds);
+                                         }));
+}
+
+STAND_IN int __poll_chk(pollfd* fds, nfds_t count, int milliseconds, size_t)
+{
+    return poll(fds, count, milliseconds);
+}
+
+STAND_IN int ppoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* mask)
+{
+    return static_cast<int>(OnDescriptor("ppoll", count > 0 ? fds[0].fd : -1, 0,
+                                         [&]
+                                         {
+                                             return Core::Virtual() && limit != nullptr
+                                                        ? VirtualPoll(fds, count, ToNanoseconds(*limit), mask)
+                                                        : KIT_REAL(ppoll)(fds, count, limit, mask);
+                                         }));
+}
+
+namespace
+{
+
+int FirstOf(int count, const fd_set* set)
+{
+    for (int fd = 0; set != nullptr && fd < count && fd < FD_SETSIZE; ++fd)
+    {
+        if (FD_ISSET(fd, set))
+        {
+            return fd;
+        }
+    }
+    return -1;
+}
+
+}
+
+STAND_IN int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* limit)
+{
+    const long microseconds = limit == nullptr ? -1 : limit->tv_sec * 1'000'000 + limit->tv_usec;
+    return static_cast<int>(OnDescriptor("select", FirstOf(count, in), microseconds,
+                                         [&]
+                                         {
+                                             return Core::Virtual() && microseconds > 0
+                                                        ? VirtualSelect(count, in, out, except, microseconds * 1000, nullptr)
+                                                        : KIT_REAL(select)(count, in, out, except, limit);
+                                         }));
+}
+
+STAND_IN int pselect(int count, fd_set* in, fd_set* out, fd_set* except, const timespec* limit, const sigset_t* mask)
+{
+    return static_cast<int>(OnDescriptor("pselect", FirstOf(count, in), 0,
+                                         [&]
+                                         {
+                                             return Core::Virtual() && limit != nullptr
+                                                        ? VirtualSelect(count, in, out, except, ToNanoseconds(*limit), mask)
+                                                        : KIT_REAL(pselect)(count, in, out, except, limit, mask);
+                                         }));
+}
+
+// Time -------------------------------------------------------------------------------------------------
+
+STAND_IN int usleep(useconds_t microseconds)
+{
+    if (!Core::Virtual())
+    {
+        return KIT_REAL(usleep)(microseconds);
+    }
+    return VirtualNanosleep("usleep", microseconds * std::int64_t{1000}, nullptr);
+}
+
+STAND_IN unsigned int sleep(unsigned int seconds)
+{
+    if (!Core::Virtual())
+    {
+        return KIT_REAL(sleep)(seconds);
+    }
+    return static_cast<unsigned int>((VirtualSleep("sleep", seconds * NANOSECONDS) + NANOSECONDS - 1) / NANOSECONDS);
+}
+
+STAND_IN int nanosleep(const timespec* duration, timespec* left)
+{
+    if (!Core::Virtual())
+    {
+        return KIT_REAL(nanosleep)(duration, left);
+    }
+    return VirtualNanosleep("nanosleep", ToNanoseconds(*duration), left);
+}
+
+STAND_IN int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left)
+{
+    if (!Core::Virtual())
+    {
+        return KIT_REAL(clock_nanosleep)(clock, flags, time, left);
+    }
+    std::int64_t duration = ToNanoseconds(*time);
+    if ((flags & TIMER_ABSTIME) != 0)
+    {
+        duration -= IsWallClock(clock) ? Core::Wall() : Core::Monotonic();
+    }
+    return VirtualNanosleep("clock_nanosleep", std::max<std::int64_t>(duration, 0), left) == 0 ? 0 : EINTR;
+}
+
+STAND_IN int clock_gettime(clockid_t clock, timespec* now) noexcept
+{
+    if (IsMonotonicClock(clock))
+    {
+        *now = ToTimespec(Core::Monotonic());
+        return 0;
+    }
+    if (Core::Virtual() && IsWallClock(clock))
+    {
+        *now = ToTimespec(Core::Wall());
+        return 0;
+    }
+    return KIT_REAL(clock_gettime)(clock, now);
+}
+
+STAND_IN time_t time(time_t* now) noexcept
+{
+    timespec present = {};
+    clock_gettime(CLOCK_REALTIME, &present);
+    if (now != nullptr)
+    {
+        *now = present.tv_sec;
+    }
+    return present.tv_sec;
+}
+
+STAND_IN int gettimeofday(timeval* now, void*) noexcept
+{
+    timespec present = {};
+    clock_gettime(CLOCK_REALTIME, &present);
+    *now = {present.tv_sec, present.tv_nsec / 1000};
+    return 0;
+}
+
+STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* deadline)
+{
+    if (!Core::Virtual())
+    {
+        // The caller's deadline may come from a virtual time that ran ahead of the real one.
+        timespec real = *deadline;
+        if (IsMonotonicClock(clock))
+        {
+            timespec now = {};
+            KIT_REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
+            real = ToTimespec(ToNanoseconds(*deadline) - Core::Monotonic() + ToNanoseconds(now));
+        }
+        return KIT_REAL(pthread_cond_clockwait)(condition, mutex, clock, &real);
+    }
+    std::int64_t due = ToNanoseconds(*deadline);
+    if (IsWallClock(clock))
+    {
+        due += Core::Monotonic() - Core::Wall();
+    }
+    return Core::WaitCondition(condition, mutex, due) == Core::Wake::Deadline ? ETIMEDOUT : 0;
+}
+
+STAND_IN int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline)
+{
+    if (!Core::Virtual())
+    {
+        return KIT_REAL(pthread_cond_timedwait)(condition, mutex, deadline);
+    }
+    return pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, deadline);
+}

@@ -1,0 +1,191 @@
+#include "tests/virtual-unit/RunningUnit.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <grp.h>
+#include <poll.h>
+#include <stdexcept>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+#include <utility>
+
+namespace
+{
+
+constexpr long LONGEST_RUN = 10'000;
+constexpr unsigned int NOBODY = 65534;
+
+long Now()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * 1000 + now.tv_nsec / 1'000'000;
+}
+
+std::array<int, 2> Pipe()
+{
+    std::array<int, 2> ends = {};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0)
+    {
+        throw std::runtime_error("pipe");
+    }
+    return ends;
+}
+
+std::array<int, 2> Terminal()
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    std::array<char, 64> name = {};
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0 ||
+        ptsname_r(master, name.data(), name.size()) != 0)
+    {
+        throw std::runtime_error("terminal");
+    }
+    return {master, open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+}
+
+void CloseIfOpen(int& fd)
+{
+    if (fd >= 0)
+    {
+        close(fd);
+        fd = -1;
+    }
+}
+
+}
+
+RunningUnit::RunningUnit(const std::vector<std::string>& arguments, Options options)
+    : deadline(Now() + LONGEST_RUN)
+{
+    std::vector<char*> argv = {const_cast<char*>(VIRTUAL_UNIT)};
+    for (const std::string& argument : arguments)
+    {
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+
+    const std::array<int, 2> output = options.onTerminal ? Terminal() : Pipe();
+    const std::array<int, 2> errors = Pipe();
+    // By descriptor, since "nobody" need not be able to reach the path.
+    const int program = open(VIRTUAL_UNIT, O_RDONLY | O_CLOEXEC);
+    const bool becomeNobody = options.unprivileged && geteuid() == 0;
+
+    pid = fork();
+    if (pid == 0)
+    {
+        if (options.onTerminal)
+        {
+            setsid();
+            ioctl(output[1], TIOCSCTTY, 0);
+            dup2(output[1], STDIN_FILENO);
+        }
+        dup2(output[1], STDOUT_FILENO);
+        dup2(options.onTerminal ? output[1] : errors[1], STDERR_FILENO);
+        if (!becomeNobody || (setgroups(0, nullptr) == 0 && setgid(NOBODY) == 0 && setuid(NOBODY) == 0))
+        {
+            fexecve(program, argv.data(), environ);
+        }
+        _exit(125);
+    }
+    close(program);
+    close(output[1]);
+    close(errors[1]);
+    streams = {output[0], errors[0]};
+    if (options.errorsClosed)
+    {
+        CloseIfOpen(streams.errors);
+    }
+}
+
+RunningUnit::~RunningUnit()
+{
+    End();
+}
+
+bool RunningUnit::WaitForOutput(const std::string& text)
+{
+    while (outcome.output.find(text) == std::string::npos)
+    {
+        if (!ReadSome())
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+void RunningUnit::Signal(int signal) const
+{
+    kill(pid, signal);
+}
+
+void RunningUnit::Type(const std::string& text) const
+{
+    [[maybe_unused]] const ssize_t count = write(streams.output, text.data(), text.size());
+}
+
+Outcome RunningUnit::End()
+{
+    if (pid > 0)
+    {
+        while (ReadSome())
+        {
+        }
+        const bool hung = streams.output >= 0 || streams.errors >= 0;
+        if (hung)
+        {
+            kill(pid, SIGKILL);
+        }
+        int status = 0;
+        waitpid(pid, &status, 0);
+        pid = -1;
+        outcome.status = hung ? -1 : WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+        CloseIfOpen(streams.output);
+        CloseIfOpen(streams.errors);
+    }
+    return outcome;
+}
+
+/// @return false when both streams are at their end, or the time is over (they are still open then)
+bool RunningUnit::ReadSome()
+{
+    std::array<pollfd, 2> events = {{{streams.output, POLLIN, 0}, {streams.errors, POLLIN, 0}}};
+    const long rest = deadline - Now();
+    if ((streams.output < 0 && streams.errors < 0) || rest <= 0 ||
+        poll(events.data(), events.size(), static_cast<int>(rest)) <= 0)
+    {
+        return false;
+    }
+    const auto take = [](const pollfd& event, int& fd, std::string& text) {
+        if (event.revents != 0)
+        {
+            std::array<char, 4096> bytes;
+            const ssize_t count = read(fd, bytes.data(), bytes.size());
+            text.append(bytes.data(), count > 0 ? static_cast<std::size_t>(count) : 0);
+            if (count <= 0) // of a terminal that all have closed: -1
+            {
+                CloseIfOpen(fd);
+            }
+        }
+    };
+    take(events[0], streams.output, outcome.output);
+    take(events[1], streams.errors, outcome.errors);
+    return true;
+}
+
+Outcome RunUnit(const std::vector<std::string>& arguments, RunningUnit::Options options)
+{
+    return RunningUnit(arguments, options).End();
+}
+
+Outcome RunShell(const std::string& command)
+{
+    return RunUnit({"run", "--", "/bin/sh", "-c", command});
+}

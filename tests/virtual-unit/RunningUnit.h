@@ -1,0 +1,65 @@
+#ifndef TESTS_VIRTUAL_UNIT_RUNNINGUNIT_H
+#define TESTS_VIRTUAL_UNIT_RUNNINGUNIT_H
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+/// How a run of the program virtual-unit ended.
+struct Outcome
+{
+    int status = -1; ///< exit status; 128 and the number when a signal ended it; -1: it hung and was killed
+    std::string output; ///< standard output
+    std::string errors; ///< standard error
+};
+
+/**
+ * The program virtual-unit, running.
+ *
+ * Its end is the end of standard output and error, which all processes that it starts inherit: a process
+ * that is left behind shows as a run that does not end. Ten real seconds are the most.
+ */
+class RunningUnit
+{
+public:
+    struct Options
+    {
+        bool onTerminal = false;   ///< the three standard streams are a terminal (all is `output` then)
+        bool unprivileged = false; ///< as "nobody", where this process is root
+        bool errorsClosed = false; ///< its standard error is a pipe that nobody reads
+    };
+
+    explicit RunningUnit(const std::vector<std::string>& arguments) : RunningUnit(arguments, Options()) {}
+
+    RunningUnit(const std::vector<std::string>& arguments, Options options);
+    RunningUnit(const RunningUnit&) = delete;
+    RunningUnit& operator=(const RunningUnit&) = delete;
+    ~RunningUnit();
+
+    bool WaitForOutput(const std::string& text); ///< @return false when it did not come
+    void Signal(int signal) const;               ///< to virtual-unit alone
+    void Type(const std::string& text) const;    ///< on the terminal
+    Outcome End();                               ///< waits for the end
+
+private:
+    struct Streams
+    {
+        int output = -1;
+        int errors = -1;
+    };
+
+    bool ReadSome();
+
+    pid_t pid = -1;
+    Streams streams;
+    long deadline; ///< milliseconds of the monotonic clock
+    Outcome outcome;
+};
+
+/// A run from begin to end.
+Outcome RunUnit(const std::vector<std::string>& arguments, RunningUnit::Options options = {});
+
+/// The same, for a command line of the shell on the virtual unit.
+Outcome RunShell(const std::string& command);
+
+#endif

@@ -1,0 +1,259 @@
+#include "virtual-unit/Application.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace VirtualUnit
+{
+
+namespace
+{
+
+constexpr int NOT_FOUND = 127;
+constexpr int NOT_EXECUTABLE = 126;
+constexpr int SIGNAL_OFFSET = 128;
+
+[[noreturn]] void Fail(int error, const char* what)
+{
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+/// Room for the one descriptor that is handed over.
+union DescriptorMessage {
+    cmsghdr header;
+    std::array<char, CMSG_SPACE(sizeof(int))> bytes;
+};
+
+/// What the new process tells before the program takes over: first about the filter, then, if it fails,
+/// about the execution. 0 or an errno.
+bool Tell(int channel, int error, int descriptor = -1)
+{
+    iovec part = {&error, sizeof(error)};
+    DescriptorMessage control = {};
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    if (descriptor >= 0)
+    {
+        message.msg_control = control.bytes.data();
+        message.msg_controllen = control.bytes.size();
+        control.header = {CMSG_LEN(sizeof(int)), SOL_SOCKET, SCM_RIGHTS};
+        std::memcpy(CMSG_DATA(&control.header), &descriptor, sizeof(descriptor));
+    }
+    return sendmsg(channel, &message, MSG_NOSIGNAL) == sizeof(error);
+}
+
+/// @return false when the other side has closed: the program has taken over
+bool Hear(int channel, int& error, int& descriptor)
+{
+    iovec part = {&error, sizeof(error)};
+    DescriptorMessage control = {};
+    msghdr message = {};
+    message.msg_iov = &part;
+    message.msg_iovlen = 1;
+    message.msg_control = control.bytes.data();
+    message.msg_controllen = control.bytes.size();
+    ssize_t count = 0;
+    do
+    {
+        count = recvmsg(channel, &message, MSG_CMSG_CLOEXEC);
+    } while (count < 0 && errno == EINTR);
+    if (const cmsghdr* header = CMSG_FIRSTHDR(&message); header != nullptr)
+    {
+        std::memcpy(&descriptor, CMSG_DATA(header), sizeof(descriptor));
+    }
+    return count == sizeof(error);
+}
+
+/// The new process, from fork() to the program. It has one thread, as had its parent.
+[[noreturn]] void BecomeProgram(const std::vector<std::string>& command, const SystemCallFilter& filter,
+                                const sigset_t& signals, int channel, pid_t parent)
+{
+    std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
+    for (const std::string& argument : command)
+    {
+        arguments.push_back(const_cast<char*>(argument.c_str())); // execvp() does not alter them
+    }
+    arguments.push_back(nullptr);
+
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() == parent) // otherwise it has died before the line above
+    {
+        pthread_sigmask(SIG_SETMASK, &signals, nullptr);
+        const int notifications = filter.Load();
+        if (notifications < 0)
+        {
+            Tell(channel, -notifications);
+        }
+        else if (Tell(channel, 0, notifications))
+        {
+            close(notifications); // the program must not answer itself
+            execvp(arguments[0], arguments.data());
+            Tell(channel, errno);
+        }
+    }
+    _exit(NOT_FOUND);
+}
+
+pid_t ParentOf(const std::filesystem::path& process)
+{
+    // "PID (NAME) STATE PARENT ...", where NAME may hold anything
+    std::ifstream file(process / "stat");
+    std::string text;
+    std::getline(file, text, '\0');
+    const std::size_t nameEnd = text.rfind(')');
+    pid_t parent = -1;
+    if (nameEnd != std::string::npos && nameEnd + 4 < text.size())
+    {
+        std::from_chars(text.data() + nameEnd + 4, text.data() + text.size(), parent);
+    }
+    return parent;
+}
+
+std::vector<pid_t> OwnChildren()
+{
+    std::vector<pid_t> children;
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc", error))
+    {
+        const std::string name = entry.path().filename();
+        pid_t process = 0;
+        const auto [end, failure] = std::from_chars(name.data(), name.data() + name.size(), process);
+        if (failure == std::errc() && end == name.data() + name.size() && ParentOf(entry.path()) == getpid())
+        {
+            children.push_back(process);
+        }
+    }
+    return children;
+}
+
+}
+
+Application::Application(const std::vector<std::string>& command, const SystemCallFilter& filter,
+                         const sigset_t& signals)
+{
+    std::array<int, 2> channel = {};
+    if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0)
+    {
+        Fail(errno, "child subreaper");
+    }
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, channel.data()) != 0)
+    {
+        Fail(errno, "socket pair");
+    }
+    const pid_t parent = getpid();
+    pid = fork();
+    if (pid == 0)
+    {
+        BecomeProgram(command, filter, signals, channel[1], parent);
+    }
+    const int forkError = errno;
+    close(channel[1]);
+    try
+    {
+        if (pid < 0)
+        {
+            Fail(forkError, "fork");
+        }
+        AwaitStart(channel[0], command.front());
+        close(channel[0]);
+    }
+    catch (...)
+    {
+        close(channel[0]);
+        if (pid > 0)
+        {
+            kill(pid, SIGKILL);
+            waitpid(pid, nullptr, 0);
+        }
+        if (notifications >= 0)
+        {
+            close(notifications);
+        }
+        throw;
+    }
+}
+
+void Application::AwaitStart(int channel, const std::string& program)
+{
+    int error = 0;
+    if (!Hear(channel, error, notifications))
+    {
+        Fail(ECHILD, "the new process ended before the program began");
+    }
+    if (error != 0 || notifications < 0)
+    {
+        Fail(error, "the kernel does not take a seccomp filter with user notification");
+    }
+    int none = -1;
+    if (Hear(channel, error, none))
+    {
+        throw NotStarted(program + ": " + std::generic_category().message(error),
+                         error == ENOENT || error == ENOTDIR ? NOT_FOUND : NOT_EXECUTABLE);
+    }
+}
+
+Application::~Application()
+{
+    while (Reap())
+    {
+        Signal(SIGKILL);
+        SignalOrphans(SIGKILL);
+        usleep(1000);
+    }
+    close(notifications);
+}
+
+void Application::Signal(int signal) const
+{
+    if (!exitStatus)
+    {
+        kill(pid, signal);
+    }
+}
+
+void Application::SignalOrphans(int signal) const
+{
+    // They are children of this process, not waited for yet: their numbers cannot have been given anew.
+    for (const pid_t child : OwnChildren())
+    {
+        if (child != pid)
+        {
+            kill(child, signal);
+        }
+    }
+}
+
+bool Application::Reap()
+{
+    for (;;)
+    {
+        int status = 0;
+        const pid_t ended = waitpid(-1, &status, WNOHANG);
+        if (ended <= 0)
+        {
+            return ended == 0;
+        }
+        if (ended == pid)
+        {
+            if (WIFSIGNALED(status))
+            {
+                endingSignal = WTERMSIG(status);
+            }
+            exitStatus = WIFSIGNALED(status) ? SIGNAL_OFFSET + WTERMSIG(status) : WEXITSTATUS(status);
+        }
+    }
+}
+
+}

@@ -1,0 +1,31 @@
+#ifndef VIRTUAL_UNIT_SERVEDDEVICE_H
+#define VIRTUAL_UNIT_SERVEDDEVICE_H
+
+#include <string>
+#include <sys/stat.h>
+
+namespace VirtualUnit
+{
+
+/// A device file of the unit as the supervisor serves it.
+class ServedDevice
+{
+public:
+    virtual ~ServedDevice() = default;
+
+    /**
+     * Opens the device anew, for the application.
+     * @param flags of the application's open(), without those that create a file
+     * @return a descriptor, the caller's to close; -1 and errno on failure
+     */
+    virtual int Open(int flags) = 0;
+
+    /// The supervisor's own descriptor of the device; its status (fstat) is what stat() of the path tells.
+    virtual int Descriptor() const = 0;
+
+    virtual std::string Description() const = 0; ///< for people, for example "GPS receiver L26"
+};
+
+}
+
+#endif

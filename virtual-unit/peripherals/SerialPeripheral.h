@@ -1,0 +1,42 @@
+#ifndef VIRTUAL_UNIT_PERIPHERALS_SERIALPERIPHERAL_H
+#define VIRTUAL_UNIT_PERIPHERALS_SERIALPERIPHERAL_H
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace VirtualUnit
+{
+
+/**
+ * An emulated device at the far end of a serial line: bytes in, bytes out, and a clock that it is given.
+ *
+ * It knows nothing of how it is reached, starts no thread and never waits. Whoever hosts it hands over what
+ * the application sent, calls Advance() at the latest at NextDeadline(), and delivers what TakeOutput()
+ * returns. The first call that gives a time switches the device on at that time.
+ *
+ * Threads: none of its own and no lock; the host sees to it that one call is made at a time.
+ */
+class SerialPeripheral
+{
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    virtual ~SerialPeripheral() = default;
+
+    virtual void Receive(std::string_view bytes, TimePoint now) = 0; ///< bytes that the application sent
+
+    /// When the device has something to do next without being spoken to; none: never, or not switched on.
+    virtual std::optional<TimePoint> NextDeadline() const = 0;
+
+    virtual void Advance(TimePoint now) = 0; ///< does what is due; times must not go back
+
+    /// What the device has sent since the last call, in the pieces that reach the application separately.
+    virtual std::vector<std::string> TakeOutput() = 0;
+};
+
+}
+
+#endif

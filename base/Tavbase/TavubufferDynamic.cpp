@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -19,12 +20,11 @@ unsigned char* NewArray(std::uint64_t bytes)
     {
         return nullptr;
     }
-    const auto size = static_cast<std::size_t>(bytes);
-    if (size != bytes)
+    if (bytes > static_cast<std::uint64_t>(std::numeric_limits<std::ptrdiff_t>::max()))
     {
-        throw std::bad_alloc(); // a 64-bit count on a 32-bit board
+        throw std::bad_alloc(); // longer than any array, for example a 64-bit count on a 32-bit board
     }
-    return new unsigned char[size]();
+    return new unsigned char[static_cast<std::size_t>(bytes)]();
 }
 
 }

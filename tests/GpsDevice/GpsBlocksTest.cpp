@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <ostream>
 #include <random>
 #include <sstream>
 
@@ -15,7 +16,17 @@ namespace GpsTests
 namespace
 {
 
-using Order = GpsDevice::Module; // an L26 sends the RMC first, an SKM53 last
+/// Where the module has the RMC in its second: an L26 first, an SKM53 last.
+enum class Order
+{
+    RmcFirst,
+    RmcLast
+};
+
+void PrintTo(Order order, std::ostream* out)
+{
+    *out << (order == Order::RmcFirst ? "RmcFirst" : "RmcLast");
+}
 
 bool HasRmc(std::string_view text)
 {
@@ -76,7 +87,7 @@ std::string Sample(Order order)
             "$GPGGA," + time + ",4807.0380,N,01131.0000,E,1,08,0.94,545.4,M,46.9,M,,*5A\r\n" +
             "$GPGSA,A,3,04,09,16,26,07,03,27,02,,,,,1.21,0.94,0.76*01\r\n" +
             (second == 4 ? "$PMTK011,MTKGPS*08\r\n" : "") + "$GPGSV,1,1,02,04,77,125,41,09,63,293,38*7C\r\n";
-        all += order == Order::L26 ? rmc + rest : rest + rmc;
+        all += order == Order::RmcFirst ? rmc + rest : rest + rmc;
     }
     return all;
 }
@@ -88,7 +99,7 @@ protected:
     void Begin()
     {
         ASSERT_NO_FATAL_FAILURE(Prepare());
-        if (GetParam() == Order::SKM53)
+        if (GetParam() == Order::RmcLast)
         {
             ASSERT_NO_FATAL_FAILURE(BecomeSkm53());
         }
@@ -106,7 +117,7 @@ protected:
         const auto calls = Kit::System::CallsOf("read");
         ASSERT_EQ(calls.size(), 1u);
         ASSERT_EQ(calls[0].result, static_cast<long>(text.size())) << "the line was not cut as it was meant";
-        if (GetParam() == Order::SKM53)
+        if (GetParam() == Order::RmcLast)
         {
             open += text;
         }
@@ -115,7 +126,7 @@ protected:
             blocks.push_back(open);
             open.clear();
         }
-        if (GetParam() == Order::L26)
+        if (GetParam() == Order::RmcFirst)
         {
             open += text;
         }
@@ -130,7 +141,7 @@ protected:
         ASSERT_NO_FATAL_FAILURE(Read(last));
         const Texts received = receiver.All();
         EXPECT_EQ(received, blocks);
-        EXPECT_EQ(Joined(received), GetParam() == Order::SKM53 ? before + last : before)
+        EXPECT_EQ(Joined(received), GetParam() == Order::RmcLast ? before + last : before)
             << "every sentence, once and in order";
     }
 
@@ -151,7 +162,7 @@ TEST_P(BlocksTest, ReadsOfOneLine)
     for (std::size_t i = 0; i < received.size(); ++i)
     {
         const Texts sentences = Lines(received[i]);
-        if (GetParam() == Order::SKM53)
+        if (GetParam() == Order::RmcLast)
         {
             EXPECT_TRUE(HasRmc(sentences.back())) << received[i];
         }
@@ -285,10 +296,10 @@ TEST_P(RecordedTest, ReadsOfOneLine)
     }
     EXPECT_EQ(receiver.Count(), rmcs);
     EXPECT_GT(rmcs, 0u);
-    for (std::size_t i = GetParam() == Order::L26 ? 1 : 0; i < receiver.Count(); ++i)
+    for (std::size_t i = GetParam() == Order::RmcFirst ? 1 : 0; i < receiver.Count(); ++i)
     {
         const Texts sentences = Lines(receiver.All()[i]);
-        EXPECT_TRUE(HasRmc(GetParam() == Order::SKM53 ? sentences.back() : sentences.front()));
+        EXPECT_TRUE(HasRmc(GetParam() == Order::RmcLast ? sentences.back() : sentences.front()));
     }
     ASSERT_NO_FATAL_FAILURE(End());
 }
@@ -328,13 +339,10 @@ TEST_P(RecordedTest, AnyCutInTwo)
     ASSERT_NO_FATAL_FAILURE(End());
 }
 
-std::string NameOf(const testing::TestParamInfo<Order>& row)
-{
-    return row.param == Order::L26 ? "RmcFirst" : "RmcLast";
-}
-
-INSTANTIATE_TEST_SUITE_P(Orders, BlocksTest, testing::Values(Order::L26, Order::SKM53), NameOf);
-INSTANTIATE_TEST_SUITE_P(Orders, RecordedTest, testing::Values(Order::L26, Order::SKM53), NameOf);
+INSTANTIATE_TEST_SUITE_P(Orders, BlocksTest, testing::Values(Order::RmcFirst, Order::RmcLast),
+                         testing::PrintToStringParamName());
+INSTANTIATE_TEST_SUITE_P(Orders, RecordedTest, testing::Values(Order::RmcFirst, Order::RmcLast),
+                         testing::PrintToStringParamName());
 
 }
 

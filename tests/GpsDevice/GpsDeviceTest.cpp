@@ -424,6 +424,30 @@ TEST(GpsSteadyStateTest, NothingIsAllocated)
     EXPECT_GT(receiver.bytes, 20'000u);
 }
 
+/// Looks at the log at the time of the call.
+class LogWatcher : public GpsDevice::IThreadDelegate
+{
+public:
+    explicit LogWatcher(const Kit::LogCapture& captured) : log(captured) {}
+
+    void ThreadCallback(void*) override { lines = log.File(); }
+
+    const Kit::LogCapture& log;
+    Texts lines;
+};
+
+TEST_F(GpsTest, AResetIsReportedBeforeTheBlockIsDeliveredAndTheBlockLoggedAfterwards)
+{
+    LogWatcher watcher(log);
+    Prepare();
+    gps.AddCallback(&watcher);
+    CutReadsAnywhere();
+    Step("$PMTK010,001*2E\r\n$GPRMC,1\r\n");
+    EXPECT_THAT(watcher.lines.back(), testing::StartsWith("[ERROR]GPS had been reset ("));
+    EXPECT_EQ(log.File().size(), watcher.lines.size() + 1);
+    EXPECT_EQ(log.File().back(), "GPS data: ");
+}
+
 TEST_F(GpsTest, EveryReceiverGetsTheSameText)
 {
     Receiver second;

@@ -3,6 +3,7 @@
 #include "tests/GpsDevice/GpsTest.h"
 
 #include <cerrno>
+#include <ostream>
 #include <string>
 
 using testing::Each;
@@ -19,6 +20,7 @@ namespace
 
 struct SumRow
 {
+    const char* name;
     std::string text;
     unsigned int sum;
     std::string printed;
@@ -26,7 +28,7 @@ struct SumRow
 
 void PrintTo(const SumRow& row, std::ostream* out)
 {
-    *out << testing::PrintToString(row.text);
+    *out << row.name;
 }
 
 class CheckSum : public testing::TestWithParam<SumRow>
@@ -47,23 +49,26 @@ TEST_P(CheckSum, IsReturnedAndPrintedWithoutALineEnd)
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, CheckSum,
-    testing::Values(SumRow{"$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A", 0x6A,
-                           "========= CalculateCheckSum: 6a"},
-                    SumRow{"$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n", 0x47,
-                           "========= CalculateCheckSum: 47"},
-                    SumRow{"$PMTK605*31\r\n", 0x31, "========= CalculateCheckSum: 31"},
-                    SumRow{"$PMTK353,1,0,0,0,0*2A\r\n", 0x2A, "========= CalculateCheckSum: 2a"},
-                    SumRow{"noise before $PMTK605*31", 0x31, "========= CalculateCheckSum: 31"},
-                    SumRow{"$A*1*2$B*", 'A', "========= CalculateCheckSum: 41"},
-                    SumRow{"$$A*", '$' ^ 'A', "========= CalculateCheckSum: 65"},
-                    SumRow{"$\xFF\x0F*", 0xF0, "========= CalculateCheckSum: f0"},
-                    SumRow{"$\x05*", 0x05, "========= CalculateCheckSum: 05"},
-                    SumRow{"$*00", 0, "========= CalculateCheckSum: 00"},
-                    SumRow{"$", 0, "========= CalculateCheckSum: 00"},
-                    SumRow{"$GPRMC,without an end", 0, "========= CalculateCheckSum: 00"},
-                    SumRow{"*47 before $GPRMC", 0, "========= CalculateCheckSum: 00"},
-                    SumRow{"*$", 0, "========= CalculateCheckSum: 00"}, SumRow{"GPRMC,123519*6A", 0, ""},
-                    SumRow{"*", 0, ""}, SumRow{"", 0, ""}));
+    testing::Values(SumRow{"Rmc", "$GPRMC,123519,A,4807.038,N,01131.000,E,022.4,084.4,230394,003.1,W*6A",
+                           0x6A, "========= CalculateCheckSum: 6a"},
+                    SumRow{"Gga", "$GPGGA,123519,4807.038,N,01131.000,E,1,08,0.9,545.4,M,46.9,M,,*47\r\n",
+                           0x47, "========= CalculateCheckSum: 47"},
+                    SumRow{"Query", std::string(QUERY), 0x31, "========= CalculateCheckSum: 31"},
+                    SumRow{"Selection", std::string(SELECTION), 0x2A, "========= CalculateCheckSum: 2a"},
+                    SumRow{"NoiseBefore", "noise before $PMTK605*31", 0x31,
+                           "========= CalculateCheckSum: 31"},
+                    SumRow{"FirstOfEach", "$A*1*2$B*", 'A', "========= CalculateCheckSum: 41"},
+                    SumRow{"TwoBegins", "$$A*", '$' ^ 'A', "========= CalculateCheckSum: 65"},
+                    SumRow{"HighBytes", "$\xFF\x0F*", 0xF0, "========= CalculateCheckSum: f0"},
+                    SumRow{"OneDigit", "$\x05*", 0x05, "========= CalculateCheckSum: 05"},
+                    SumRow{"NothingBetween", "$*00", 0, "========= CalculateCheckSum: 00"},
+                    SumRow{"BeginOnly", "$", 0, "========= CalculateCheckSum: 00"},
+                    SumRow{"NoEnd", "$GPRMC,without an end", 0, "========= CalculateCheckSum: 00"},
+                    SumRow{"EndFirst", "*47 before $GPRMC", 0, "========= CalculateCheckSum: 00"},
+                    SumRow{"EndRightBeforeBegin", "*$", 0, "========= CalculateCheckSum: 00"},
+                    SumRow{"NoBegin", "GPRMC,123519*6A", 0, ""}, SumRow{"EndOnly", "*", 0, ""},
+                    SumRow{"Empty", "", 0, ""}),
+    [](const testing::TestParamInfo<SumRow>& row) { return row.param.name; });
 
 TEST(CheckSumTest, OfNoTextIsZero)
 {

@@ -2,7 +2,7 @@
 
 #include "tests/GpsDevice/GpsTest.h"
 
-#include "virtual-unit/SerialLine.h"
+#include "tests/virtual-unit/EmulatedLine.h"
 #include "virtual-unit/peripherals/GpsReceiver.h"
 
 #include <algorithm>
@@ -35,7 +35,6 @@ protected:
         if (line != nullptr)
         {
             line->Stop();
-            Clock::RemoveTerminal(line->ApplicationEnd());
             Kit::System::Unredirect(DEVICE);
         }
     }
@@ -44,9 +43,8 @@ protected:
     void Start(const Options& options)
     {
         module = std::make_unique<VirtualUnit::GpsReceiver>(options);
-        line = std::make_unique<VirtualUnit::SerialLine>(*module);
+        line = std::make_unique<EmulatedLine>(*module);
         Kit::System::Redirect(DEVICE, line->Path());
-        Clock::AddTerminal(line->ApplicationEnd());
         line->Start();
         GpsDevice::IThreadDelegate* delegate = &receiver;
         gps.Prepare(delegate);
@@ -63,7 +61,7 @@ protected:
     }
 
     std::unique_ptr<VirtualUnit::GpsReceiver> module;
-    std::unique_ptr<VirtualUnit::SerialLine> line;
+    std::unique_ptr<EmulatedLine> line;
     Receiver receiver;
     GpsDevice gps;
 };

@@ -33,7 +33,7 @@ struct termios Opposite()
     settings.c_cc[VEOF] = 3;
     settings.c_cc[VINTR] = 9;
     cfsetospeed(&settings, B38400);
-    cfsetispeed(&settings, B38400);
+    cfsetispeed(&settings, B0); // "as the output", which the C library marks in c_iflag
     return settings;
 }
 

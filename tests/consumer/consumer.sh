@@ -17,6 +17,7 @@ install_tree() # PREFIX [ARGUMENT...]
     local prefix=$1
     shift
     rm -rf "$prefix"
+    mkdir -p "$prefix" # a component may be empty
     "$CMAKE" --install "$BUILD" --prefix "$prefix" "$@" >/dev/null
 }
 
@@ -114,6 +115,7 @@ check_components()
 {
     install_tree "$WORK/runtime" --component runtime
     install_tree "$WORK/devel" --component devel
+    install_tree "$WORK/tools" --component tools
     local here_only
     here_only=$(cd "$WORK/runtime" && find . ! -type d | grep -vE "^\./$LIBDIR/lib(Tavbase|Tavsystem|Tavdevice)\.so\.1(\.[0-9.]+)?$") || true
     [[ -z $here_only ]] || fail "in the component runtime: $here_only"
@@ -121,8 +123,8 @@ check_components()
     here_only=$(find "$WORK/devel" -name '*.so.*')
     [[ -z $here_only ]] || fail "in the component devel: $here_only"
     diff <(cd "$tree" && find . ! -type d | sort) \
-        <((cd "$WORK/runtime" && find . ! -type d; cd "$WORK/devel" && find . ! -type d) | sort) ||
-        fail "the two components are not the whole tree"
+        <(for part in runtime devel tools; do (cd "$WORK/$part" && find . ! -type d); done | sort) ||
+        fail "the components are not the whole tree"
 }
 
 # Every installed header compiles on its own, with nothing but the installed tree.

@@ -3,6 +3,7 @@
 #include "tests/kit/ClockCore.h"
 #include "tests/kit/Real.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -64,8 +65,8 @@ pthread_mutex_t CoreLock::mutex = PTHREAD_MUTEX_INITIALIZER;
 std::atomic<bool> on{false};
 std::atomic<bool> ending{false};
 std::atomic<std::int64_t> startMonotonic{0};
-std::atomic<std::int64_t> passed{0};          // virtual nanoseconds since the start
-std::atomic<std::int64_t> leftBehind{0};      // how far virtual time has run ahead of the real one so far
+std::atomic<std::int64_t> passed{0};     // virtual nanoseconds since the start
+std::atomic<std::int64_t> leftBehind{0}; // how far virtual time has run ahead of the real one so far
 std::atomic<std::int64_t> wallAtStart{0};
 Waiter* waiters = nullptr; // under CoreLock, in the order in which they came
 std::array<std::atomic<int>, 64> terminals{};
@@ -179,7 +180,8 @@ void DeliverTerminals()
 std::int64_t TurnsOfSleepers()
 {
     std::int64_t turns = 0;
-    const int directory = static_cast<int>(syscall(SYS_openat, AT_FDCWD, "/proc/self/task", O_RDONLY | O_DIRECTORY));
+    const int directory =
+        static_cast<int>(syscall(SYS_openat, AT_FDCWD, "/proc/self/task", O_RDONLY | O_DIRECTORY));
     if (directory < 0)
     {
         return -1;
@@ -201,8 +203,7 @@ std::int64_t TurnsOfSleepers()
             }
             std::array<char, 64> path{};
             std::array<char, 512> text{};
-            const auto look = [&](const char* file)
-            {
+            const auto look = [&](const char* file) {
                 std::snprintf(path.data(), path.size(), "%s/%s", name, file);
                 const int fd = static_cast<int>(syscall(SYS_openat, directory, path.data(), O_RDONLY));
                 const long length = fd < 0 ? -1 : syscall(SYS_read, fd, text.data(), text.size() - 1);
@@ -331,9 +332,9 @@ Wake WaitDescriptors(pollfd* fds, nfds_t count, std::int64_t monotonic, const si
         std::fprintf(stderr, "kit: a wait for more than 64 descriptors\n");
         std::abort();
     }
-    std::memcpy(all.data(), fds, count * sizeof(pollfd));
-    // By plain system calls from first to last: a sanitizer that saw the descriptor come but not go would take
-    // its next owner for a racing one.
+    std::copy_n(fds, count, all.begin()); // none at all: fds may be null
+    // By plain system calls from first to last: a sanitizer that saw the descriptor come but not go would
+    // take its next owner for a racing one.
     const int low = static_cast<int>(syscall(SYS_eventfd2, 0, EFD_CLOEXEC));
     const int event = static_cast<int>(syscall(SYS_fcntl, low, F_DUPFD_CLOEXEC, HIGH_DESCRIPTOR));
     syscall(SYS_close, low);

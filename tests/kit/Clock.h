@@ -27,7 +27,7 @@ public:
     Clock(const Clock&) = delete;
     Clock& operator=(const Clock&) = delete;
 
-    static std::chrono::nanoseconds Elapsed(); ///< virtual time since the construction
+    static std::chrono::nanoseconds Elapsed();     ///< virtual time since the construction
     static void SetWallClock(std::time_t seconds); ///< as when the unit gets its time from the network
 
     /// Waits, in virtual time, until the condition holds. @return false when `limit` has passed

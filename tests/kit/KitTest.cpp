@@ -44,13 +44,11 @@ TEST_F(KitTest, ConditionWaitsOfSeveralThreadsEndAtTheirDeadlines)
     const std::array<std::chrono::seconds, 3> waits = {180s, 90s, 91s};
     for (std::size_t i = 0; i < waits.size(); ++i)
     {
-        threads.emplace_back(
-            [&, i]
-            {
-                std::unique_lock lock(mutex);
-                condition.wait_for(lock, waits[i], [] { return false; });
-                ends[i] = Kit::Clock::Elapsed();
-            });
+        threads.emplace_back([&, i] {
+            std::unique_lock lock(mutex);
+            condition.wait_for(lock, waits[i], [] { return false; });
+            ends[i] = Kit::Clock::Elapsed();
+        });
     }
     for (std::thread& thread : threads)
     {
@@ -71,12 +69,10 @@ TEST_F(KitTest, ASelectOnATerminalEndsByTheClockOrByInput)
     EXPECT_EQ(select(fd + 1, &input, nullptr, nullptr, &limit), 0);
     EXPECT_EQ(Kit::Clock::Elapsed(), 1s);
 
-    std::thread peer(
-        [&]
-        {
-            std::this_thread::sleep_for(700ms);
-            line.Send("x\n");
-        });
+    std::thread peer([&] {
+        std::this_thread::sleep_for(700ms);
+        line.Send("x\n");
+    });
     FD_SET(fd, &input);
     limit = {5, 0};
     EXPECT_EQ(select(fd + 1, &input, nullptr, nullptr, &limit), 1);
@@ -111,6 +107,36 @@ TEST_F(KitTest, AnOrderedFailureStrikesOnceAndIsCounted)
     EXPECT_EQ(Kit::System::FailuresDone(), 1);
     close(first);
     close(third);
+}
+
+TEST_F(KitTest, ReportedSettingsAreFoundUntilOthersAreMade)
+{
+    Kit::Terminal line("/dev/ttymxc0");
+    const int fd = open("/dev/ttymxc0", O_RDWR | O_NOCTTY);
+    struct termios settings = {};
+    ASSERT_EQ(tcgetattr(fd, &settings), 0);
+    const struct termios real = settings;
+    settings.c_cflag |= PARENB;
+    Kit::System::ReportSettings(settings);
+    settings = {};
+    EXPECT_EQ(tcgetattr(fd, &settings), 0);
+    EXPECT_EQ(settings.c_cflag, real.c_cflag | PARENB);
+    EXPECT_EQ(tcsetattr(fd, TCSANOW, &real), 0);
+    EXPECT_EQ(Kit::System::LastSettings().c_cflag, real.c_cflag);
+    EXPECT_EQ(tcgetattr(fd, &settings), 0);
+    EXPECT_EQ(settings.c_cflag, real.c_cflag);
+    close(fd);
+}
+
+TEST_F(KitTest, TheLogsTemperatureTakesNoOrderedFailure)
+{
+    Kit::Terminal line("/dev/ttymxc0");
+    Kit::System::Fail("open", EIO);
+    EXPECT_EQ(open("/sys/class/thermal/thermal_zone0/temp", O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(open("/dev/ttymxc0", O_RDWR | O_NOCTTY), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(Kit::System::Calls().size(), 1u);
 }
 
 TEST(KitSafetyTest, ARealUnmountEndsTheProgram)

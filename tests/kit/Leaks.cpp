@@ -8,8 +8,8 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <new>
-#include <time.h>
 #include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

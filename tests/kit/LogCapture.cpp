@@ -4,9 +4,12 @@
 #include "tests/kit/TempDir.h"
 
 #include <algorithm>
+#include <cctype>
+#include <charconv>
 #include <fstream>
-#include <regex>
 #include <sstream>
+#include <string_view>
+#include <system_error>
 #include <unistd.h>
 
 namespace Kit
@@ -67,25 +70,48 @@ std::vector<std::string> LogCapture::ConsoleOnly() const
     return lines;
 }
 
+namespace
+{
+
+/// How much of a line "[2026-03-01 08:15:00]" or "[2026-03-01 08:15:00][41C]" takes; 0 without a date.
+std::size_t HeaderLength(std::string_view line)
+{
+    constexpr std::string_view DATE = "[0000-00-00 00:00:00]"; // 0: any digit
+    const auto fits = [](char wanted, char found) {
+        return wanted == '0' ? std::isdigit(static_cast<unsigned char>(found)) != 0 : wanted == found;
+    };
+    if (line.size() < DATE.size() || !std::equal(DATE.begin(), DATE.end(), line.begin(), fits))
+    {
+        return 0;
+    }
+    const std::string_view rest = line.substr(DATE.size());
+    const std::size_t end = rest.find("C]");
+    int degrees = 0;
+    if (rest.starts_with('[') && end != std::string_view::npos)
+    {
+        const auto parsed = std::from_chars(rest.data() + 1, rest.data() + end, degrees);
+        if (parsed.ec == std::errc() && parsed.ptr == rest.data() + end)
+        {
+            return DATE.size() + end + 2;
+        }
+    }
+    return DATE.size();
+}
+
+}
+
 std::vector<std::string> LogLines(const std::string& text)
 {
-    static const std::regex header(R"(^\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\](\[-?\d+C\])?)");
     std::vector<std::string> lines;
     std::size_t at = 0;
     while (at < text.size())
     {
         const std::size_t end = std::min(text.find('\n', at), text.size());
         const std::string line = text.substr(at, end - at);
-        std::smatch match;
-        // A short prefix is enough for the pattern, and spares it binary noise and long blocks.
-        const std::string start = line.substr(0, 40);
-        if (std::regex_search(start, match, header))
+        const std::size_t header = HeaderLength(line);
+        if (header != 0 || lines.empty())
         {
-            lines.push_back(line.substr(static_cast<std::size_t>(match.length())));
-        }
-        else if (lines.empty())
-        {
-            lines.push_back(line);
+            lines.push_back(line.substr(header));
         }
         else
         {

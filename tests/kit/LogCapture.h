@@ -21,8 +21,8 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::vector<std::string> File() const;    ///< lines of the file sink so far
-    std::vector<std::string> Console() const; ///< lines of the console sink so far
+    std::vector<std::string> File() const;        ///< lines of the file sink so far
+    std::vector<std::string> Console() const;     ///< lines of the console sink so far
     std::vector<std::string> ConsoleOnly() const; ///< lines that only the console got
     std::string RawFile() const;
     std::string RawConsole() const;

@@ -20,17 +20,16 @@ Function* Real(const char* name)
  * that the first call may come at any time.
  */
 #define KIT_REAL(name)                                                                                       \
-    ([]                                                                                                      \
-     {                                                                                                       \
-         using Function = decltype(::name);                                                                  \
-         static constinit Function* pointer = nullptr;                                                       \
-         Function* found = __atomic_load_n(&pointer, __ATOMIC_RELAXED);                                      \
-         if (found == nullptr)                                                                               \
-         {                                                                                                   \
-             found = Kit::Real<Function>(#name);                                                             \
-             __atomic_store_n(&pointer, found, __ATOMIC_RELAXED);                                            \
-         }                                                                                                   \
-         return found;                                                                                       \
-     }())
+    ([] {                                                                                                    \
+        using Function = decltype(::name);                                                                   \
+        static constinit Function* pointer = nullptr;                                                        \
+        Function* found = __atomic_load_n(&pointer, __ATOMIC_RELAXED);                                       \
+        if (found == nullptr)                                                                                \
+        {                                                                                                    \
+            found = Kit::Real<Function>(#name);                                                              \
+            __atomic_store_n(&pointer, found, __ATOMIC_RELAXED);                                             \
+        }                                                                                                    \
+        return found;                                                                                        \
+    }())
 
 #endif

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <poll.h>
@@ -25,9 +26,8 @@
 #include <sys/reboot.h>
 #include <sys/select.h>
 #include <sys/stat.h>
-#include <sys/time.h>
 #include <sys/syscall.h>
-#include <ctime>
+#include <sys/time.h>
 #include <unistd.h>
 
 namespace Kit
@@ -109,10 +109,9 @@ void Copy(PathText& to, const char* from)
 }
 
 /// The unit's own places, which a test must never find on the machine that it runs on.
-constexpr std::array<const char*, 9> UNIT_PATHS = {"/dev/ttymxc",        "/dev/ttyUSB",  "/dev/serial/",
-                                                   "/dev/i2c-",          "/dev/hidraw",  "/dev/tav_event",
-                                                   "/mnt/sdcard",        "/sys/class/thermal",
-                                                   "/proc/self/mounts"};
+constexpr std::array<const char*, 9> UNIT_PATHS = {"/dev/ttymxc", "/dev/ttyUSB",        "/dev/serial/",
+                                                   "/dev/i2c-",   "/dev/hidraw",        "/dev/tav_event",
+                                                   "/mnt/sdcard", "/sys/class/thermal", "/proc/self/mounts"};
 
 /// Any log line may look for it, at its own time: unless redirected it is not recorded, and no order to fail
 /// is spent on it.
@@ -148,7 +147,8 @@ Place Resolve(const char* path, PathText& to)
             return Place::Kit;
         }
     }
-    return std::any_of(UNIT_PATHS.begin(), UNIT_PATHS.end(), [&](const char* unit) { return StartsWith(path, unit); })
+    return std::any_of(UNIT_PATHS.begin(), UNIT_PATHS.end(),
+                       [&](const char* unit) { return StartsWith(path, unit); })
                ? Place::Nowhere
                : Place::Outside;
 }
@@ -168,7 +168,8 @@ void Record(const char* function, const char* path, int fd, long argument, long 
             }
             else
             {
-                call.path = fd >= 0 && fd < MOST_DESCRIPTORS ? descriptorPaths[static_cast<std::size_t>(fd)] : PathText{};
+                call.path = fd >= 0 && fd < MOST_DESCRIPTORS ? descriptorPaths[static_cast<std::size_t>(fd)]
+                                                             : PathText{};
             }
             call.fd = fd;
             call.argument = argument;
@@ -200,7 +201,8 @@ bool FailsByOrder(const char* function, long& result)
     const Spin lock;
     for (Order& order : orders)
     {
-        if (order.times == 0 || (order.function[0] != '*' && std::strcmp(order.function.data(), function) != 0))
+        if (order.times == 0 ||
+            (order.function[0] != '*' && std::strcmp(order.function.data(), function) != 0))
         {
             continue;
         }
@@ -272,7 +274,8 @@ long OnDescriptor(const char* function, int fd, long argument, Call call)
 
 int OpenWith(const char* path, int flags, mode_t mode, auto real)
 {
-    const auto fd = static_cast<int>(OnPath("open", path, flags, [&](const char* where) { return real(where, flags, mode); }));
+    const auto fd = static_cast<int>(
+        OnPath("open", path, flags, [&](const char* where) { return real(where, flags, mode); }));
     PathText redirected;
     if (fd >= 0 && Resolve(path, redirected) == Place::Kit)
     {
@@ -348,7 +351,8 @@ int VirtualPoll(pollfd* fds, nfds_t count, std::int64_t nanoseconds, const sigse
     }
 }
 
-int VirtualSelect(int count, fd_set* in, fd_set* out, fd_set* except, std::int64_t nanoseconds, const sigset_t* mask)
+int VirtualSelect(int count, fd_set* in, fd_set* out, fd_set* except, std::int64_t nanoseconds,
+                  const sigset_t* mask)
 {
     std::array<pollfd, 64> fds{};
     nfds_t used = 0;
@@ -376,8 +380,8 @@ int VirtualSelect(int count, fd_set* in, fd_set* out, fd_set* except, std::int64
 bool TerminalTimesOut(int fd)
 {
     struct termios settings = {};
-    if (KIT_REAL(tcgetattr)(fd, &settings) != 0 || (settings.c_lflag & ICANON) != 0 || settings.c_cc[VMIN] != 0 ||
-        settings.c_cc[VTIME] == 0)
+    if (KIT_REAL(tcgetattr)(fd, &settings) != 0 || (settings.c_lflag & ICANON) != 0 ||
+        settings.c_cc[VMIN] != 0 || settings.c_cc[VTIME] == 0)
     {
         return false;
     }
@@ -387,8 +391,9 @@ bool TerminalTimesOut(int fd)
 
 ssize_t ReadWith(int fd, std::size_t count, auto real)
 {
-    return OnDescriptor("read", fd, static_cast<long>(count),
-                        [&]() -> long { return Core::Virtual() && IsKitDescriptor(fd) && TerminalTimesOut(fd) ? 0 : real(); });
+    return OnDescriptor("read", fd, static_cast<long>(count), [&]() -> long {
+        return Core::Virtual() && IsKitDescriptor(fd) && TerminalTimesOut(fd) ? 0 : real();
+    });
 }
 
 int Unmount(const char* function, const char* path, int flags)
@@ -540,7 +545,8 @@ std::vector<std::chrono::microseconds> System::Sleeps()
     for (const Call& call : Calls())
     {
         const std::string function = call.function;
-        if (function == "usleep" || function == "sleep" || function == "nanosleep" || function == "clock_nanosleep")
+        if (function == "usleep" || function == "sleep" || function == "nanosleep" ||
+            function == "clock_nanosleep")
         {
             sleeps.emplace_back(call.argument);
         }
@@ -620,8 +626,9 @@ STAND_IN int __open64_2(const char* path, int flags)
 STAND_IN int openat(int directory, const char* path, int flags, ...)
 {
     MODE_OF(flags)
-    return OpenWith(path, flags, mode,
-                    [&](const char* where, int how, mode_t rights) { return KIT_REAL(openat)(directory, where, how, rights); });
+    return OpenWith(path, flags, mode, [&](const char* where, int how, mode_t rights) {
+        return KIT_REAL(openat)(directory, where, how, rights);
+    });
 }
 
 namespace
@@ -640,52 +647,61 @@ Pointer PointerOnPath(const char* function, const char* path, Call call)
 
 STAND_IN FILE* fopen(const char* path, const char* mode)
 {
-    return PointerOnPath<FILE*>("fopen", path, [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
+    return PointerOnPath<FILE*>("fopen", path,
+                                [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
 }
 
 STAND_IN FILE* fopen64(const char* path, const char* mode)
 {
-    return PointerOnPath<FILE*>("fopen", path, [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
+    return PointerOnPath<FILE*>("fopen", path,
+                                [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
 }
 
 STAND_IN int access(const char* path, int mode) noexcept
 {
-    return static_cast<int>(OnPath("access", path, mode, [&](const char* where) { return KIT_REAL(access)(where, mode); }));
+    return static_cast<int>(
+        OnPath("access", path, mode, [&](const char* where) { return KIT_REAL(access)(where, mode); }));
 }
 
 STAND_IN int unlink(const char* path) noexcept
 {
-    return static_cast<int>(OnPath("unlink", path, 0, [](const char* where) { return KIT_REAL(unlink)(where); }));
+    return static_cast<int>(
+        OnPath("unlink", path, 0, [](const char* where) { return KIT_REAL(unlink)(where); }));
 }
 
 STAND_IN int remove(const char* path) noexcept
 {
-    return static_cast<int>(OnPath("remove", path, 0, [](const char* where) { return KIT_REAL(remove)(where); }));
+    return static_cast<int>(
+        OnPath("remove", path, 0, [](const char* where) { return KIT_REAL(remove)(where); }));
 }
 
 STAND_IN int rename(const char* from, const char* to) noexcept
 {
     PathText redirected;
     const bool kit = Resolve(to, redirected) == Place::Kit;
-    return static_cast<int>(OnPath("rename", from, 0, [&](const char* where)
-                                   { return KIT_REAL(rename)(where, kit ? redirected.data() : to); }));
+    return static_cast<int>(OnPath("rename", from, 0, [&](const char* where) {
+        return KIT_REAL(rename)(where, kit ? redirected.data() : to);
+    }));
 }
 
 STAND_IN int mkdir(const char* path, mode_t mode) noexcept
 {
-    return static_cast<int>(OnPath("mkdir", path, mode, [&](const char* where) { return KIT_REAL(mkdir)(where, mode); }));
+    return static_cast<int>(
+        OnPath("mkdir", path, mode, [&](const char* where) { return KIT_REAL(mkdir)(where, mode); }));
 }
 
 STAND_IN int stat(const char* path, struct stat* status) noexcept
 {
-    return static_cast<int>(OnPath("stat", path, 0, [&](const char* where)
-                                   { return syscall(SYS_newfstatat, AT_FDCWD, where, status, 0); }));
+    return static_cast<int>(OnPath("stat", path, 0, [&](const char* where) {
+        return syscall(SYS_newfstatat, AT_FDCWD, where, status, 0);
+    }));
 }
 
 STAND_IN int lstat(const char* path, struct stat* status) noexcept
 {
-    return static_cast<int>(OnPath("lstat", path, 0, [&](const char* where)
-                                   { return syscall(SYS_newfstatat, AT_FDCWD, where, status, AT_SYMLINK_NOFOLLOW); }));
+    return static_cast<int>(OnPath("lstat", path, 0, [&](const char* where) {
+        return syscall(SYS_newfstatat, AT_FDCWD, where, status, AT_SYMLINK_NOFOLLOW);
+    }));
 }
 
 STAND_IN DIR* opendir(const char* path)
@@ -748,12 +764,14 @@ STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
             return static_cast<ssize_t>(count);
         }
     }
-    return OnDescriptor("write", fd, static_cast<long>(count), [&] { return KIT_REAL(write)(fd, bytes, count); });
+    return OnDescriptor("write", fd, static_cast<long>(count),
+                        [&] { return KIT_REAL(write)(fd, bytes, count); });
 }
 
 STAND_IN int ftruncate(int fd, off_t length) noexcept
 {
-    return static_cast<int>(OnDescriptor("ftruncate", fd, length, [&] { return KIT_REAL(ftruncate)(fd, length); }));
+    return static_cast<int>(
+        OnDescriptor("ftruncate", fd, length, [&] { return KIT_REAL(ftruncate)(fd, length); }));
 }
 
 STAND_IN int fstat(int fd, struct stat* status) noexcept
@@ -783,17 +801,15 @@ STAND_IN int ioctl(int fd, unsigned long request, ...) noexcept
 
 STAND_IN int tcgetattr(int fd, struct termios* settings) noexcept
 {
-    return static_cast<int>(OnDescriptor("tcgetattr", fd, 0,
-                                         [&]
-                                         {
-                                             const int result = KIT_REAL(tcgetattr)(fd, settings);
-                                             const Spin lock;
-                                             if (result == 0 && settingsReported)
-                                             {
-                                                 *settings = reportedSettings;
-                                             }
-                                             return result;
-                                         }));
+    return static_cast<int>(OnDescriptor("tcgetattr", fd, 0, [&] {
+        const int result = KIT_REAL(tcgetattr)(fd, settings);
+        const Spin lock;
+        if (result == 0 && settingsReported)
+        {
+            *settings = reportedSettings;
+        }
+        return result;
+    }));
 }
 
 STAND_IN int tcsetattr(int fd, int when, const struct termios* settings) noexcept
@@ -804,7 +820,8 @@ STAND_IN int tcsetattr(int fd, int when, const struct termios* settings) noexcep
         lastSettings = *settings;
         settingsReported = false;
     }
-    return static_cast<int>(OnDescriptor("tcsetattr", fd, when, [&] { return KIT_REAL(tcsetattr)(fd, when, settings); }));
+    return static_cast<int>(
+        OnDescriptor("tcsetattr", fd, when, [&] { return KIT_REAL(tcsetattr)(fd, when, settings); }));
 }
 
 STAND_IN int tcflush(int fd, int queue) noexcept
@@ -821,13 +838,11 @@ STAND_IN int tcdrain(int fd)
 
 STAND_IN int poll(pollfd* fds, nfds_t count, int milliseconds)
 {
-    return static_cast<int>(OnDescriptor("poll", count > 0 ? fds[0].fd : -1, milliseconds,
-                                         [&]
-                                         {
-                                             return Core::Virtual() && milliseconds > 0
-                                                        ? VirtualPoll(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr)
-                                                        : KIT_REAL(poll)(fds, count, milliseconds);
-                                         }));
+    return static_cast<int>(OnDescriptor("poll", count > 0 ? fds[0].fd : -1, milliseconds, [&] {
+        return Core::Virtual() && milliseconds > 0
+                   ? VirtualPoll(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr)
+                   : KIT_REAL(poll)(fds, count, milliseconds);
+    }));
 }
 
 STAND_IN int __poll_chk(pollfd* fds, nfds_t count, int milliseconds, size_t)
@@ -837,13 +852,10 @@ STAND_IN int __poll_chk(pollfd* fds, nfds_t count, int milliseconds, size_t)
 
 STAND_IN int ppoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* mask)
 {
-    return static_cast<int>(OnDescriptor("ppoll", count > 0 ? fds[0].fd : -1, 0,
-                                         [&]
-                                         {
-                                             return Core::Virtual() && limit != nullptr
-                                                        ? VirtualPoll(fds, count, ToNanoseconds(*limit), mask)
-                                                        : KIT_REAL(ppoll)(fds, count, limit, mask);
-                                         }));
+    return static_cast<int>(OnDescriptor("ppoll", count > 0 ? fds[0].fd : -1, 0, [&] {
+        return Core::Virtual() && limit != nullptr ? VirtualPoll(fds, count, ToNanoseconds(*limit), mask)
+                                                   : KIT_REAL(ppoll)(fds, count, limit, mask);
+    }));
 }
 
 namespace
@@ -866,24 +878,21 @@ int FirstOf(int count, const fd_set* set)
 STAND_IN int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* limit)
 {
     const long microseconds = limit == nullptr ? -1 : limit->tv_sec * 1'000'000 + limit->tv_usec;
-    return static_cast<int>(OnDescriptor("select", FirstOf(count, in), microseconds,
-                                         [&]
-                                         {
-                                             return Core::Virtual() && microseconds > 0
-                                                        ? VirtualSelect(count, in, out, except, microseconds * 1000, nullptr)
-                                                        : KIT_REAL(select)(count, in, out, except, limit);
-                                         }));
+    return static_cast<int>(OnDescriptor("select", FirstOf(count, in), microseconds, [&] {
+        return Core::Virtual() && microseconds > 0
+                   ? VirtualSelect(count, in, out, except, microseconds * 1000, nullptr)
+                   : KIT_REAL(select)(count, in, out, except, limit);
+    }));
 }
 
-STAND_IN int pselect(int count, fd_set* in, fd_set* out, fd_set* except, const timespec* limit, const sigset_t* mask)
+STAND_IN int pselect(int count, fd_set* in, fd_set* out, fd_set* except, const timespec* limit,
+                     const sigset_t* mask)
 {
-    return static_cast<int>(OnDescriptor("pselect", FirstOf(count, in), 0,
-                                         [&]
-                                         {
-                                             return Core::Virtual() && limit != nullptr
-                                                        ? VirtualSelect(count, in, out, except, ToNanoseconds(*limit), mask)
-                                                        : KIT_REAL(pselect)(count, in, out, except, limit, mask);
-                                         }));
+    return static_cast<int>(OnDescriptor("pselect", FirstOf(count, in), 0, [&] {
+        return Core::Virtual() && limit != nullptr
+                   ? VirtualSelect(count, in, out, except, ToNanoseconds(*limit), mask)
+                   : KIT_REAL(pselect)(count, in, out, except, limit, mask);
+    }));
 }
 
 // Time -------------------------------------------------------------------------------------------------
@@ -903,7 +912,8 @@ STAND_IN unsigned int sleep(unsigned int seconds)
     {
         return KIT_REAL(sleep)(seconds);
     }
-    return static_cast<unsigned int>((VirtualSleep("sleep", seconds * NANOSECONDS) + NANOSECONDS - 1) / NANOSECONDS);
+    return static_cast<unsigned int>((VirtualSleep("sleep", seconds * NANOSECONDS) + NANOSECONDS - 1) /
+                                     NANOSECONDS);
 }
 
 STAND_IN int nanosleep(const timespec* duration, timespec* left)
@@ -963,7 +973,8 @@ STAND_IN int gettimeofday(timeval* now, void*) noexcept
     return 0;
 }
 
-STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock, const timespec* deadline)
+STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
+                                    const timespec* deadline)
 {
     if (!Core::Virtual())
     {
@@ -985,7 +996,8 @@ STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* 
     return Core::WaitCondition(condition, mutex, due) == Core::Wake::Deadline ? ETIMEDOUT : 0;
 }
 
-STAND_IN int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* deadline)
+STAND_IN int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
+                                    const timespec* deadline)
 {
     if (!Core::Virtual())
     {

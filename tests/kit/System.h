@@ -27,7 +27,7 @@ public:
         const char* function; ///< as in C: "open", "tcsetattr"
         std::string path;     ///< what was asked for; for a descriptor what it was opened by
         int fd;               ///< -1 when the call has none
-        long argument;        ///< open: flags; tcflush: queue; usleep, nanosleep, select: microseconds; write: bytes
+        long argument; ///< open: flags; tcflush: queue; usleep, nanosleep, select: microseconds; write: bytes
         long result;
         int error; ///< errno when the result is -1
     };
@@ -47,7 +47,7 @@ public:
     static void Fail(const char* function, int error, int nth = 1, int times = 1, long result = -1);
     static int FailuresDone(); ///< how many calls have failed by order since the last Reset()
 
-    static std::vector<Call> Calls();                          ///< all, oldest first
+    static std::vector<Call> Calls(); ///< all, oldest first
     static std::vector<Call> CallsOf(const std::string& function);
     static void ForgetCalls();
 

@@ -80,6 +80,10 @@ RunningUnit::RunningUnit(const std::vector<std::string>& arguments, Options opti
     pid = fork();
     if (pid == 0)
     {
+        for (const int ending : {SIGINT, SIGQUIT, SIGTERM, SIGHUP})
+        {
+            std::signal(ending, SIG_DFL); // a test run in the background ignores some of them
+        }
         if (options.onTerminal)
         {
             setsid();

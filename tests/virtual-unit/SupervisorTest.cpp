@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <vector>
 
 namespace
@@ -368,8 +370,9 @@ TEST_F(VirtualUnitTest, TheProgramDecidesAboutCtrlC)
 
 TEST_F(VirtualUnitTest, WhatTheProgramLeavesBehindIsEnded)
 {
-    const Outcome outcome = RunShell("(" PROBE " wait & " PROBE " wait &); sleep 0.1; exit 3");
+    const Outcome outcome = RunShell("(" PROBE " wait 15 & " PROBE " wait &); sleep 0.1; exit 3");
     EXPECT_EQ(outcome.status, 3);
+    EXPECT_THAT(outcome.output, HasSubstr("ended by a signal\n"));
 }
 
 TEST_F(VirtualUnitTest, WhatIsLeftBehindDeafIsKilled)
@@ -380,10 +383,16 @@ TEST_F(VirtualUnitTest, WhatIsLeftBehindDeafIsKilled)
 
 TEST_F(VirtualUnitTest, TheProgramDoesNotOutliveTheUnit)
 {
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0); // the orphan is handed to this process
     RunningUnit unit({"run", "--", PROBE, "wait"});
     ASSERT_TRUE(unit.WaitForOutput("ready"));
     unit.Signal(SIGKILL);
-    EXPECT_EQ(unit.End().status, 128 + SIGKILL); // at the end of its output, which the program had open
+    ASSERT_EQ(unit.End().status, 128 + SIGKILL); // at the end of its output, which the program had open
+
+    int status = 0;
+    EXPECT_GT(waitpid(-1, &status, 0), 0);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    prctl(PR_SET_CHILD_SUBREAPER, 0);
 }
 
 }

@@ -45,7 +45,10 @@ std::string Sentence(std::string_view body)
 {
     char end[8];
     std::snprintf(end, sizeof(end), "*%02X\r\n", CheckSum(body));
-    return "$" + std::string(body) + end;
+    std::string sentence = "$";
+    sentence += body;
+    sentence += end;
+    return sentence;
 }
 
 std::string_view Body(std::string_view line)

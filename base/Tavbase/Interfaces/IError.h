@@ -25,11 +25,11 @@ public:
     /// One error, taken in one piece.
     struct Record
     {
-        std::string message;    ///< what happened; empty when no error is recorded
-        std::string where;      ///< the operation that failed
-        int errorNumber = 0;    ///< the system's errno, 0 when none belongs to the error
-        std::string nameSpace;  ///< namespace of the object's class, for example "Tavdevice"
-        std::string className;  ///< the object's class, for example "GpsDevice"
+        std::string message;   ///< what happened; empty when no error is recorded
+        std::string where;     ///< the operation that failed
+        int errorNumber = 0;   ///< the system's errno, 0 when none belongs to the error
+        std::string nameSpace; ///< namespace of the object's class, for example "Tavdevice"
+        std::string className; ///< the object's class, for example "GpsDevice"
     };
 
     IError();

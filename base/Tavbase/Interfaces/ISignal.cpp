@@ -29,7 +29,8 @@ ISignal::~ISignal()
 
 bool ISignal::Start()
 {
-    return worker->Start(name, true, [this] { Loop(); }, [] {});
+    return worker->Start(
+        name, true, [this] { Loop(); }, [] {});
 }
 
 bool ISignal::IsRunning() const

@@ -72,7 +72,8 @@ protected:
      */
     void StopWorker();
 
-    std::string name; ///< the worker's name for the system's tools and the log; set by the derived constructor
+    std::string
+        name; ///< the worker's name for the system's tools and the log; set by the derived constructor
 
 private:
     void Loop();

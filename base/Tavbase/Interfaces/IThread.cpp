@@ -32,7 +32,8 @@ void IThread::Stopping()
 
 bool IThread::Start()
 {
-    return worker->Start(name, false, [this] { Loop(); }, [this] { RunAfter(); });
+    return worker->Start(
+        name, false, [this] { Loop(); }, [this] { RunAfter(); });
 }
 
 void IThread::Stop()

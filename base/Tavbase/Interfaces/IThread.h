@@ -83,12 +83,14 @@ protected:
      *                     needed here, since the stop itself wakes it
      * @return false when a stop has been requested
      */
-    bool ThreadSleep(const std::chrono::milliseconds& duration, const std::chrono::milliseconds& pollInterval);
+    bool ThreadSleep(const std::chrono::milliseconds& duration,
+                     const std::chrono::milliseconds& pollInterval);
 
     /// Calls every receiver with the value, on the calling thread, without allocating anything.
     void DoCallback(void* value);
 
-    std::string name; ///< the thread's name for the system's tools and the log; set by the derived constructor
+    std::string
+        name; ///< the thread's name for the system's tools and the log; set by the derived constructor
 
 private:
     void Loop();

@@ -14,8 +14,8 @@ namespace Tavbase::Interfaces
 class InterruptSignal
 {
 public:
-    static void AcceptOnThisThread();    ///< for the worker: takes the signal while all others stay blocked
-    static void Send(pthread_t thread);  ///< nothing when every real-time signal is in use
+    static void AcceptOnThisThread();   ///< for the worker: takes the signal while all others stay blocked
+    static void Send(pthread_t thread); ///< nothing when every real-time signal is in use
 
 private:
     static int Number();

@@ -117,6 +117,7 @@ int main(int argc, char** argv)
     UseGps();
     UseJson();
     UseDirectoryAndLog(directory);
+    Tavbase::Tavlog::Logger::GetInstance().Flush(); // its lines come before the last one
     std::cout << "consumer: all well" << std::endl;
     return 0;
 }

@@ -67,7 +67,7 @@ std::string Objects(std::size_t depth)
     std::string text = "0";
     for (std::size_t i = 0; i < depth; ++i)
     {
-        text = "{\"a\":" + text + '}';
+        text.insert(0, "{\"a\":").append("}");
     }
     return text;
 }

@@ -15,7 +15,7 @@ namespace
 {
 
 constexpr std::uint64_t SEED = 816;
-constexpr int CASES = 20'000;
+constexpr int CASES = 10'000;
 
 std::optional<Value> Read(const std::string& text)
 {

@@ -164,13 +164,13 @@ TEST(JsonObject, ACopyIsIndependentAndAMoveLeavesItEmpty)
     copy["more"] = 10;
     EXPECT_EQ(Serialize(object), R"({"zone":1,"make":"two","age":3.5})");
     Object moved = std::move(object);
-    EXPECT_TRUE(object.IsEmpty()); // NOLINT(bugprone-use-after-move): the state that the header promises
-    EXPECT_FALSE(object.HasKey("zone")); // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(object.IsEmpty());       // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+    EXPECT_FALSE(object.HasKey("zone")); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
     object["again"] = 1;
     EXPECT_EQ(Serialize(object), R"({"again":1})");
     moved["zone"] = 5;
     moved = std::move(copy);
-    EXPECT_TRUE(copy.IsEmpty()); // NOLINT(bugprone-use-after-move)
+    EXPECT_TRUE(copy.IsEmpty()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
     EXPECT_EQ(Serialize(moved), R"({"zone":9,"make":"two","age":3.5,"more":10})");
     moved = object;
     EXPECT_EQ(Serialize(moved), R"({"again":1})");

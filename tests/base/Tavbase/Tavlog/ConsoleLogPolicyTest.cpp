@@ -8,9 +8,8 @@
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
-#include <iostream>
 #include <poll.h>
-#include <regex>
+#include <sstream>
 #include <string>
 #include <sys/wait.h>
 #include <termios.h>
@@ -48,11 +47,16 @@ const std::vector<std::string> COLOURED = {
 /// The lines with all their bytes, but for the date and time.
 std::vector<std::string> RawLines(const std::string& text)
 {
-    const std::regex date(R"(\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\])");
+    constexpr std::size_t DATE_BYTES = sizeof "[2026-03-01 08:15:00]" - 1;
     std::vector<std::string> lines;
-    std::istringstream input(std::regex_replace(text, date, "[T]"));
+    std::istringstream input(text);
     for (std::string line; std::getline(input, line);)
     {
+        const std::size_t begin = line.find("[20");
+        if (begin != std::string::npos && line.find(']') == begin + DATE_BYTES - 1)
+        {
+            line.replace(begin, DATE_BYTES, "[T]");
+        }
         lines.push_back(line);
     }
     return lines;
@@ -292,7 +296,8 @@ TEST_F(ConsoleFailureTest, APipeThatIsReadSlowlyGetsEveryByteWhileItTakesSomeInT
 
 KIT_PROGRAM(ExitWithAConsoleThatTakesNothing)
 {
-    static_cast<void>(new Kit::Clock); // it lives on to the end, so that nobody waits in real time
+    // It lives on to the very end, so that nobody waits in real time.
+    [[maybe_unused]] static const Kit::Clock& clock = *new Kit::Clock;
     Log().OpenFile(std::getenv("LOG_FILE"));
     Log() << LogType::Info << "one" << std::endl;
     return 7;

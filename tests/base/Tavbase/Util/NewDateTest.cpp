@@ -39,7 +39,7 @@ protected:
 
     static void SetZone(const char* zone)
     {
-        setenv("TZ", zone, 1);
+        setenv("TZ", zone, 1); // NOLINT(concurrency-mt-unsafe): no other thread runs
         tzset();
     }
 
@@ -169,12 +169,13 @@ TEST_F(NewDateTest, EachThreadGetsItsOwnPattern)
         {"%H", "08"}, {"%M", "15"}, {"%Y", "2026"}, {LINE, "2026-03-01 08:15:00"}};
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
-    for (const auto& [format, expected] : cases)
+    threads.reserve(cases.size());
+    for (const auto& one : cases)
     {
         threads.emplace_back([&] {
             for (int turn = 0; turn < 1000; ++turn)
             {
-                wrong += NewDate(format) == expected ? 0 : 1;
+                wrong += NewDate(one.first) == one.second ? 0 : 1;
             }
         });
     }

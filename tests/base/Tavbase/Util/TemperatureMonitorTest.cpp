@@ -38,6 +38,8 @@ protected:
     /// As on a board without a thermal zone. (Where the path is not redirected the kit does not count it.)
     static void TakeAway() { System::Redirect(ZONE, Kit::TempDir::Path() + "/none"); }
 
+    static void SetNone() { System::Redirect(ZONE, File() + "-none"); }
+
     static std::string File() { return Kit::TempDir::Path() + "/temp"; }
 
     static std::size_t Readings() { return System::CallsOf("open").size(); }
@@ -54,6 +56,7 @@ TEST_F(TemperatureMonitorTest, IsOneObject)
 
 TEST_F(TemperatureMonitorTest, IsUnavailableWhereThereIsNoThermalZone)
 {
+    SetNone();
     TakeAway();
     EXPECT_FALSE(TemperatureMonitor::GetInstance().IsAvailable());
     EXPECT_EQ(Readings(), 1u);
@@ -108,6 +111,7 @@ TEST_F(TemperatureMonitorTest, ReadsAtMostEveryTenSeconds)
 
 TEST_F(TemperatureMonitorTest, WaitsTenSecondsAfterAFailedReadingToo)
 {
+    SetNone();
     TakeAway();
     EXPECT_FALSE(TemperatureMonitor::GetInstance().IsAvailable());
     Set("47000\n");
@@ -150,6 +154,7 @@ TEST_F(TemperatureMonitorTest, ReadsAgainWhenASignalCameBetween)
 
 TEST_F(TemperatureMonitorTest, LeavesErrnoAsItWas)
 {
+    SetNone();
     errno = ENOSPC;
     EXPECT_FALSE(TemperatureMonitor::GetInstance().IsAvailable());
     EXPECT_EQ(errno, ENOSPC);
@@ -170,6 +175,7 @@ TEST_F(TemperatureMonitorTest, OneOfManyThreadsReads)
         System::ForgetCalls();
         std::this_thread::sleep_for(10s);
         std::vector<std::thread> threads;
+        threads.reserve(4);
         for (int i = 0; i < 4; ++i)
         {
             threads.emplace_back([] {

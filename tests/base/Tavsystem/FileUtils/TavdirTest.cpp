@@ -138,7 +138,7 @@ TEST_F(TavdirTest, FailsForAPathThatNamesNothing)
     EXPECT_FALSE(Tavdir("").Create());
     EXPECT_FALSE(Tavdir(std::string("/mnt/sdcard/a\0/b", 16)).Create());
     EXPECT_FALSE(Tavdir(root + '/' + std::string(NAME_MAX + 1, 'x')).Create());
-    EXPECT_FALSE(Tavdir(root + '/' + std::string(2 * PATH_MAX, 'x') + "/a").Create());
+    EXPECT_FALSE(Tavdir(root + '/' + std::string(std::size_t{2} * PATH_MAX, 'x') + "/a").Create());
     EXPECT_TRUE(fs::is_empty(root));
 }
 
@@ -206,6 +206,7 @@ TEST_F(TavdirTest, ManyThreadsMayMakeTheSameDirectory)
         const std::string path = "/mnt/sdcard/t" + std::to_string(turn) + "/a/b/c/d/e";
         std::atomic<int> made{0};
         std::vector<std::thread> threads;
+        threads.reserve(4);
         for (int i = 0; i < 4; ++i)
         {
             threads.emplace_back([&] { made += Tavdir(path).Create() ? 1 : 0; });

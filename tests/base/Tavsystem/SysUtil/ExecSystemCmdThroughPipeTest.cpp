@@ -20,8 +20,6 @@
 #include <vector>
 
 using Tavsystem::SysUtil::ExecSystemCmdThroughPipe;
-using testing::HasSubstr;
-using testing::Not;
 
 namespace
 {
@@ -158,6 +156,7 @@ TEST_F(ExecTest, TheCommandReadsNothing)
 TEST_F(ExecTest, TheCommandInheritsTheStandardDescriptorsOnly)
 {
     std::vector<int> opened;
+    opened.reserve(21);
     for (int i = 0; i < 20; ++i)
     {
         opened.push_back(open("/dev/null", O_RDONLY)); // without close-on-exec, as an application may
@@ -300,6 +299,7 @@ TEST_F(ExecTest, SeveralThreadsMayRunCommands)
 {
     std::atomic<int> right{0};
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i)
     {
         threads.emplace_back([&right, i] {

@@ -1,7 +1,8 @@
 # cmake --install: the libraries, their headers under include/Tavdevice, a CMake package
 # (find_package(Tavdevice), target Tavdevice::Tavdevice) and a pkg-config file (tavdevice).
 #
-# Components: "runtime" is what the unit needs, "devel" what building an application needs beside it.
+# Components: "runtime" is what the unit needs, "devel" what building an application needs beside it, and
+# "tools" the virtual unit, where it is built.
 
 include(CMakePackageConfigHelpers)
 

@@ -12,6 +12,7 @@
 #include "base/Tavbase/Util/TemperatureMonitor.h"
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <ios>
 #include <mutex>
@@ -21,6 +22,20 @@
 
 namespace Tavbase::Tavlog
 {
+
+/// Gives errno back the value that it had.
+class KeptErrno
+{
+public:
+    KeptErrno() = default;
+    KeptErrno(const KeptErrno&) = delete;
+    KeptErrno& operator=(const KeptErrno&) = delete;
+
+    ~KeptErrno() { errno = value; }
+
+private:
+    int value = errno;
+};
 
 /**
  * One sink of the log: builds a line and hands it to the sink's writer thread.
@@ -51,7 +66,9 @@ public:
 
     bool IsEnabled() const { return enabled.load(); }
 
-    void WriteHeader(LogType type); ///< begins a line: date and time, temperature, tag of the type
+    /// Begins a line: date and time, temperature, tag of the type. It leaves errno as it was, so that the
+    /// line can go on with std::strerror(errno).
+    void WriteHeader(LogType type);
 
     void CheckEndOfStream(); ///< hands the line over when its text ends in a new line
 
@@ -130,6 +147,7 @@ private:
 template <class Policy>
 void LoggerBase<Policy>::WriteHeader(LogType type)
 {
+    const KeptErrno kept;
     if (!enabled.load())
     {
         return;

@@ -23,7 +23,9 @@ struct LastDate
 
 static_assert(std::is_trivially_destructible_v<LastDate>);
 
-thread_local constinit LastDate last{};
+// Found at a fixed distance from the thread's own register: no call, and no allocation at a thread's first
+// line.
+[[gnu::tls_model("initial-exec")]] thread_local constinit LastDate last{};
 
 bool IsKept(const std::string& format, std::time_t second)
 {

@@ -5,11 +5,15 @@
 #include "tests/kit/Program.h"
 
 #include <array>
+#include <atomic>
 #include <climits>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
+#include <string>
+#include <thread>
 #include <type_traits>
+#include <vector>
 
 using Tavbase::Tavlog::EnumString;
 using Tavbase::Tavlog::EnumStringBase;
@@ -74,6 +78,37 @@ TEST_F(LogModuleLineTest, AnUnregisteredModuleIsAnEmptyTag)
     Tests::Log() << Tests::LogType::Error << static_cast<LogModule>(15) << "text" << std::endl;
     EXPECT_THAT(log.File(), ElementsAre("[ERROR][#]text"));
     EXPECT_THAT(log.Console(), ElementsAre("[ERROR][#]text"));
+}
+
+KIT_PROGRAM(FirstLinesOfManyThreadsAtOnce)
+{
+    constexpr int THREADS = 8;
+    std::atomic<int> ready{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < THREADS; ++thread)
+    {
+        threads.emplace_back([&ready] {
+            ++ready;
+            while (ready < THREADS)
+            {
+                std::this_thread::yield();
+            }
+            Tests::Log() << Tests::LogType::Info << LogModule::EventRecovery << std::endl;
+        });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    return 0;
+}
+
+TEST(LogModuleTest, ManyThreadsMayWriteTheVeryFirstLinesAtOnce)
+{
+    const Kit::ChildResult result = Kit::RunProgram("FirstLinesOfManyThreadsAtOnce");
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_THAT(Kit::LogLines(result.output),
+                testing::AllOf(testing::SizeIs(8), testing::Each("[#EventRecovery]")));
 }
 
 class Failing : public Tavbase::Interfaces::IThread

@@ -6,6 +6,8 @@
 #include "tests/kit/TempDir.h"
 
 #include <array>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -50,6 +52,22 @@ protected:
 };
 
 // The line ---------------------------------------------------------------------------------------------
+
+TEST_F(LoggerTest, AHeaderLeavesErrnoAsItWasEvenWhenItHasToWait)
+{
+    std::atomic<bool> open{false};
+    std::thread other([&] {
+        Logger::GetInstance() << LogType::Info << "other";
+        open = true;
+        std::this_thread::sleep_for(1s);
+        Logger::GetInstance() << std::endl;
+    });
+    ASSERT_TRUE(Kit::Clock::WaitUntil([&] { return open.load(); }));
+    errno = EXDEV;
+    Logger::GetInstance() << LogType::Error << errno << std::endl;
+    other.join();
+    EXPECT_THAT(log.File(), testing::ElementsAre("other", "[ERROR]" + std::to_string(EXDEV)));
+}
 
 TEST_F(LoggerTest, IsOneForTheProcess)
 {

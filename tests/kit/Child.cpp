@@ -10,6 +10,22 @@
 namespace Kit
 {
 
+ChildResult AwaitChild(pid_t child, int output)
+{
+    ChildResult result;
+    std::array<char, 4096> part{};
+    for (ssize_t count = 0; (count = read(output, part.data(), part.size())) > 0;)
+    {
+        result.output.append(part.data(), static_cast<std::size_t>(count));
+    }
+    close(output);
+    int status = 0;
+    waitpid(child, &status, 0);
+    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    return result;
+}
+
 ChildResult RunInChild(const std::function<int()>& work)
 {
     constexpr unsigned int LONGEST_SECONDS = 10;
@@ -30,18 +46,7 @@ ChildResult RunInChild(const std::function<int()>& work)
         std::exit(work());
     }
     close(ends[1]);
-    ChildResult result;
-    std::array<char, 4096> part{};
-    for (ssize_t count = 0; (count = read(ends[0], part.data(), part.size())) > 0;)
-    {
-        result.output.append(part.data(), static_cast<std::size_t>(count));
-    }
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    return result;
+    return AwaitChild(child, ends[0]);
 }
 
 }

@@ -3,6 +3,7 @@
 
 #include <functional>
 #include <string>
+#include <sys/types.h>
 
 namespace Kit
 {
@@ -14,6 +15,9 @@ struct ChildResult
     int signal = 0;      ///< 0 when it ended by itself
     std::string output;  ///< what it wrote to standard output and standard error
 };
+
+/// Reads a child's output to its end, closes it and waits for the child.
+ChildResult AwaitChild(pid_t child, int output);
 
 /// Runs `work` in a forked child and waits for it, ten real seconds at most (then it is killed). The child
 /// ends by exit() with what `work` returns, so that its static destructors run.

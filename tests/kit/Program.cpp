@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <map>
 #include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace Kit
@@ -117,18 +116,7 @@ ChildResult RunProgram(const std::string& name, const ProgramSetting& setting)
     {
         std::abort();
     }
-    ChildResult result;
-    std::array<char, 4096> part{};
-    for (ssize_t count = 0; (count = read(ends[0], part.data(), part.size())) > 0;)
-    {
-        result.output.append(part.data(), static_cast<std::size_t>(count));
-    }
-    close(ends[0]);
-    int status = 0;
-    waitpid(child, &status, 0);
-    result.exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    result.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-    return result;
+    return AwaitChild(child, ends[0]);
 }
 
 }

@@ -1,6 +1,7 @@
 #include "tests/kit/Child.h"
 #include "tests/kit/Clock.h"
 #include "tests/kit/DeviceTest.h"
+#include "tests/kit/MessageDevice.h"
 #include "tests/kit/System.h"
 #include "tests/kit/TempDir.h"
 #include "tests/kit/Terminal.h"
@@ -11,6 +12,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/select.h>
 #include <thread>
@@ -125,6 +127,37 @@ TEST_F(KitTest, ReportedSettingsAreFoundUntilOthersAreMade)
     EXPECT_EQ(Kit::System::LastSettings().c_cflag, real.c_cflag);
     EXPECT_EQ(tcgetattr(fd, &settings), 0);
     EXPECT_EQ(settings.c_cflag, real.c_cflag);
+    close(fd);
+}
+
+TEST_F(KitTest, AMessageDeviceCarriesMessagesAndAnswersIoctls)
+{
+    Kit::MessageDevice device("/dev/tav_event", [](unsigned long request, void* argument) {
+        *static_cast<int*>(argument) = 7;
+        return request == 100 ? 3 : -EPERM;
+    });
+    EXPECT_EQ(access("/dev/tav_event", F_OK), 0);
+    const int fd = open("/dev/tav_event", O_RDWR | O_NONBLOCK);
+    ASSERT_GT(fd, 0);
+    int value = 0;
+    EXPECT_EQ(ioctl(fd, 100, &value), 3);
+    EXPECT_EQ(value, 7);
+    EXPECT_EQ(ioctl(fd, 101, &value), -1);
+    EXPECT_EQ(errno, EPERM);
+    Kit::System::Fail("ioctl", EIO);
+    EXPECT_EQ(ioctl(fd, 100, &value), -1);
+    EXPECT_EQ(errno, EIO);
+
+    std::array<char, 8> bytes{};
+    EXPECT_EQ(read(fd, bytes.data(), bytes.size()), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    device.Send("one");
+    device.Send("second");
+    EXPECT_EQ(read(fd, bytes.data(), bytes.size()), 3);
+    EXPECT_EQ(read(fd, bytes.data(), bytes.size()), 6);
+    EXPECT_EQ(write(fd, "ab", 2), 2);
+    EXPECT_EQ(write(fd, "c", 1), 1);
+    EXPECT_THAT(device.Received(), testing::ElementsAre("ab", "c"));
     close(fd);
 }
 

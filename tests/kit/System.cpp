@@ -4,6 +4,7 @@
 #include "tests/kit/System.h"
 
 #include "tests/kit/ClockCore.h"
+#include "tests/kit/MessageDevice.h"
 #include "tests/kit/Output.h"
 #include "tests/kit/Real.h"
 
@@ -195,6 +196,18 @@ void SetDescriptor(int fd, const char* path)
     }
 }
 
+/// The message device that a descriptor was opened on, if it was one.
+const MessageDevice* DeviceOf(int fd)
+{
+    PathText path{};
+    if (fd >= 0 && fd < MOST_DESCRIPTORS)
+    {
+        const Spin lock;
+        path = descriptorPaths[static_cast<std::size_t>(fd)];
+    }
+    return path[0] == '\0' ? nullptr : MessageDevice::At(path.data());
+}
+
 /// True when a call of this function is to fail now; `result` is what it returns.
 bool FailsByOrder(const char* function, long& result)
 {
@@ -274,8 +287,10 @@ long OnDescriptor(const char* function, int fd, long argument, Call call)
 
 int OpenWith(const char* path, int flags, mode_t mode, auto real)
 {
-    const auto fd = static_cast<int>(
-        OnPath("open", path, flags, [&](const char* where) { return real(where, flags, mode); }));
+    const auto fd = static_cast<int>(OnPath("open", path, flags, [&](const char* where) {
+        const MessageDevice* const device = path == nullptr ? nullptr : MessageDevice::At(path);
+        return device != nullptr ? device->Open(flags) : real(where, flags, mode);
+    }));
     PathText redirected;
     if (fd >= 0 && Resolve(path, redirected) == Place::Kit)
     {
@@ -795,8 +810,10 @@ STAND_IN int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
-    return static_cast<int>(OnDescriptor("ioctl", fd, static_cast<long>(request),
-                                         [&] { return KIT_REAL(ioctl)(fd, request, argument); }));
+    return static_cast<int>(OnDescriptor("ioctl", fd, static_cast<long>(request), [&] {
+        const MessageDevice* const device = DeviceOf(fd);
+        return device != nullptr ? device->Ioctl(request, argument) : KIT_REAL(ioctl)(fd, request, argument);
+    }));
 }
 
 STAND_IN int tcgetattr(int fd, struct termios* settings) noexcept

@@ -1,6 +1,7 @@
 #include "tests/kit/Terminal.h"
 
 #include "tests/kit/Clock.h"
+#include "tests/kit/HighDescriptor.h"
 #include "tests/kit/System.h"
 
 #include <array>
@@ -13,20 +14,6 @@
 
 namespace Kit
 {
-
-namespace
-{
-
-constexpr int HIGH_DESCRIPTOR = 600; // out of the way of tests that count on low numbers
-
-int MoveUp(int fd)
-{
-    const int high = fcntl(fd, F_DUPFD_CLOEXEC, HIGH_DESCRIPTOR);
-    close(fd);
-    return high;
-}
-
-}
 
 Terminal::Terminal(const std::string& device) : path(device)
 {

@@ -54,12 +54,15 @@ public:
         return *this;
     }
 
+    // Beside the template, which would be compiled anew for each length of a literal.
+    Logger& operator<<(const char* text) { return Add(text); }
+
+    Logger& operator<<(const std::string& text) { return Add(text); }
+
     template <class Piece>
     Logger& operator<<(const Piece& piece) ///< whatever an output stream takes
     {
-        *file << piece;
-        *console << piece;
-        return *this;
+        return Add(piece);
     }
 
     Logger& operator<<(std::ostream& (*manipulator)(std::ostream&)) ///< std::endl completes the line
@@ -96,6 +99,14 @@ private:
     friend class LoggerBase;
 
     Logger();
+
+    template <class Piece>
+    Logger& Add(const Piece& piece)
+    {
+        *file << piece;
+        *console << piece;
+        return *this;
+    }
 
     static void CompleteLinesAtThreadEnd(); ///< for the calling thread, which opens a line
     /// At the end of the process, after the destructors of all static objects that use this library.

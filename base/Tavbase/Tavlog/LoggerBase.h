@@ -85,14 +85,15 @@ public:
 
     LoggerBase& operator<<(std::ostream& (*manipulator)(std::ostream&));
 
+    // Beside the template, which would be compiled anew for each length of a literal.
+    LoggerBase& operator<<(const char* text) { return Add(text); } ///< null sets the stream's bad bit
+
+    LoggerBase& operator<<(const std::string& text) { return Add(text); }
+
     template <class Piece>
     LoggerBase& operator<<(const Piece& piece)
     {
-        if (MayWrite())
-        {
-            stream << piece;
-        }
-        return *this;
+        return Add(piece);
     }
 
     void Flush();            ///< waits until every line completed so far is out
@@ -124,6 +125,16 @@ private:
     void BeforeFork();
     void AfterForkInParent();
     void AfterForkInChild();
+
+    template <class Piece>
+    LoggerBase& Add(const Piece& piece)
+    {
+        if (MayWrite())
+        {
+            stream << piece;
+        }
+        return *this;
+    }
 
     void Lock();     ///< for a thread that does not hold the lock
     bool MayWrite(); ///< true when the calling thread may add to the stream, with the lock held

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -142,66 +143,65 @@ std::vector<pid_t> OwnChildren()
 
 Application::Application(const std::vector<std::string>& command, const SystemCallFilter& filter,
                          const sigset_t& signals)
+    : program(command.front())
 {
-    std::array<int, 2> channel = {};
+    std::array<int, 2> ends = {};
     if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0)
     {
         Fail(errno, "child subreaper");
     }
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, channel.data()) != 0)
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
     {
         Fail(errno, "socket pair");
     }
+    channel = Descriptor(ends[0]);
+    Descriptor otherEnd(ends[1]);
     const pid_t parent = getpid();
     pid = fork();
     if (pid == 0)
     {
-        BecomeProgram(command, filter, signals, channel[1], parent);
+        BecomeProgram(command, filter, signals, otherEnd.Get(), parent);
     }
-    const int forkError = errno;
-    close(channel[1]);
-    try
+    if (pid < 0)
     {
-        if (pid < 0)
-        {
-            Fail(forkError, "fork");
-        }
-        AwaitStart(channel[0], command.front());
-        close(channel[0]);
+        Fail(errno, "fork");
     }
-    catch (...)
+    otherEnd = Descriptor();
+
+    int error = 0;
+    const bool began = Hear(channel.Get(), error, notifications);
+    if (!began || error != 0 || notifications < 0)
     {
-        close(channel[0]);
-        if (pid > 0)
-        {
-            kill(pid, SIGKILL);
-            waitpid(pid, nullptr, 0);
-        }
-        if (notifications >= 0)
-        {
-            close(notifications);
-        }
-        throw;
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+        Fail(began ? error : ECHILD, began
+                                         ? "the kernel does not take a seccomp filter with user notification"
+                                         : "the new process ended before the program began");
     }
 }
 
-void Application::AwaitStart(int channel, const std::string& program)
+void Application::AwaitStart(const std::function<void()>& answer)
 {
+    std::array<pollfd, 2> events = {{{channel.Get(), POLLIN, 0}, {notifications, POLLIN, 0}}};
+    do
+    {
+        events[0].revents = 0;
+        events[1].revents = 0;
+        poll(events.data(), events.size(), -1);
+        if ((events[1].revents & POLLIN) != 0)
+        {
+            answer(); // the execution of the program is a call that is held up, too
+        }
+    } while (events[0].revents == 0);
+
     int error = 0;
-    if (!Hear(channel, error, notifications))
-    {
-        Fail(ECHILD, "the new process ended before the program began");
-    }
-    if (error != 0 || notifications < 0)
-    {
-        Fail(error, "the kernel does not take a seccomp filter with user notification");
-    }
     int none = -1;
-    if (Hear(channel, error, none))
+    if (Hear(channel.Get(), error, none))
     {
         throw NotStarted(program + ": " + std::generic_category().message(error),
                          error == ENOENT || error == ENOTDIR ? NOT_FOUND : NOT_EXECUTABLE);
     }
+    channel = Descriptor();
 }
 
 Application::~Application()

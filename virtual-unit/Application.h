@@ -1,9 +1,11 @@
 #ifndef VIRTUAL_UNIT_APPLICATION_H
 #define VIRTUAL_UNIT_APPLICATION_H
 
+#include "virtual-unit/Descriptor.h"
 #include "virtual-unit/SystemCallFilter.h"
 
 #include <csignal>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -37,7 +39,7 @@ public:
      * Starts the program under the filter. The calling process has one thread, and ends no sooner than it.
      * @param command the program, searched for in PATH, and its arguments
      * @param signals the signal mask that the program is to have
-     * @throws NotStarted, std::system_error when the kernel does not take the filter
+     * @throws std::system_error when the kernel does not take the filter
      */
     Application(const std::vector<std::string>& command, const SystemCallFilter& filter,
                 const sigset_t& signals);
@@ -49,6 +51,10 @@ public:
     {
         return notifications;
     } ///< where the filter's calls arrive; closed by this object
+
+    /// Waits until the new process has become the program. @param answer answers a call that has arrived
+    /// @throws NotStarted
+    void AwaitStart(const std::function<void()>& answer);
 
     void Signal(int signal) const; ///< to the program itself; nothing when it has ended
 
@@ -64,9 +70,11 @@ public:
     std::optional<int> EndingSignal() const { return endingSignal; } ///< the signal that ended it
 
 private:
-    void AwaitStart(int channel, const std::string& program);
+    void AwaitFilter();
 
+    std::string program;
     pid_t pid = -1;
+    Descriptor channel; ///< to the new process, until it has become the program
     int notifications = -1;
     std::optional<int> exitStatus;
     std::optional<int> endingSignal;

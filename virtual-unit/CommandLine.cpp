@@ -1,7 +1,11 @@
 #include "virtual-unit/CommandLine.h"
 
+#include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <iterator>
+#include <optional>
+#include <string_view>
 
 namespace VirtualUnit
 {
@@ -11,26 +15,97 @@ namespace
 
 constexpr std::string_view PROGRAM_FOLLOWS = "--";
 
-std::chrono::seconds Seconds(const std::string& text, const std::string& option)
+/// An option of the command line and its value.
+struct Setting
 {
-    constexpr unsigned int LONGEST = 24 * 60 * 60;
-    unsigned int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size() || value > LONGEST)
-    {
-        throw CommandLine::Wrong(option + ": \"" + text + "\" is not a number of seconds from 0 to " +
-                                 std::to_string(LONGEST));
-    }
-    return std::chrono::seconds(value);
+    const std::string& option;
+    const std::string& value;
+};
+
+[[noreturn]] void Refuse(const Setting& setting, const std::string& reason)
+{
+    throw CommandLine::Wrong(setting.option + ": \"" + setting.value + "\" is " + reason);
 }
 
-GpsReceiver::Model Model(const std::string& text)
+std::optional<unsigned int> Number(const std::string& text)
 {
-    if (text != "l26" && text != "skm53")
+    unsigned int value = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+    return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
+}
+
+std::chrono::seconds Seconds(const Setting& setting)
+{
+    constexpr unsigned int LONGEST = 24 * 60 * 60;
+    const std::optional<unsigned int> value = Number(setting.value);
+    if (!value || *value > LONGEST)
     {
-        throw CommandLine::Wrong("--gps: \"" + text + "\" is neither l26 nor skm53");
+        Refuse(setting, "not a number of seconds from 0 to " + std::to_string(LONGEST));
     }
-    return text == "l26" ? GpsReceiver::Model::L26 : GpsReceiver::Model::SKM53;
+    return std::chrono::seconds(*value);
+}
+
+GpsReceiver::Model Model(const Setting& setting)
+{
+    if (setting.value != "l26" && setting.value != "skm53")
+    {
+        Refuse(setting, "neither l26 nor skm53");
+    }
+    return setting.value == "l26" ? GpsReceiver::Model::L26 : GpsReceiver::Model::SKM53;
+}
+
+std::string Key(const Setting& setting)
+{
+    if (setting.value == "none")
+    {
+        return {};
+    }
+    if (!KeyReader::IsKey(setting.value))
+    {
+        Refuse(setting, "neither 12 hexadecimal digits nor none");
+    }
+    return setting.value;
+}
+
+void FitModem(CommandLine& line, const Setting& setting)
+{
+    if (setting.value != "present" && setting.value != "absent" && setting.value != "no-sim")
+    {
+        Refuse(setting, "neither present nor absent nor no-sim");
+    }
+    line.modemOnBus = setting.value != "absent";
+    line.modem.sim = setting.value != "no-sim";
+}
+
+int Signal(const Setting& setting)
+{
+    constexpr unsigned int STRONGEST = 31;
+    constexpr unsigned int NOT_KNOWN = 99;
+    const std::optional<unsigned int> value = Number(setting.value);
+    if (!value || (*value > STRONGEST && *value != NOT_KNOWN))
+    {
+        Refuse(setting, "neither a number from 0 to 31 nor 99");
+    }
+    return static_cast<int>(*value);
+}
+
+CellularState::Registration Registration(const Setting& setting)
+{
+    const auto found = std::ranges::find(CellularState::REGISTRATIONS, setting.value);
+    if (found == std::end(CellularState::REGISTRATIONS))
+    {
+        Refuse(setting, "not none, home, searching, denied, unknown or roaming");
+    }
+    return static_cast<CellularState::Registration>(found - std::begin(CellularState::REGISTRATIONS));
+}
+
+std::string Directory(const Setting& setting)
+{
+    if (setting.value.empty())
+    {
+        Refuse(setting, "no directory");
+    }
+    return setting.value;
 }
 
 CommandLine::Command Command(const std::string& text)
@@ -54,6 +129,27 @@ CommandLine::Command Command(const std::string& text)
     throw CommandLine::Wrong("\"" + text + "\" is not a command");
 }
 
+struct Option
+{
+    std::string_view name;
+    void (*take)(CommandLine& line, const Setting& setting);
+};
+
+constexpr Option OPTIONS[] = {
+    {"--gps", [](CommandLine& line, const Setting& setting) { line.gps.model = Model(setting); }},
+    {"--gps-fix-after",
+     [](CommandLine& line, const Setting& setting) { line.gps.fixAfter = Seconds(setting); }},
+    {"--nmea", [](CommandLine& line, const Setting& setting) { line.nmeaFile = setting.value; }},
+    {"--key", [](CommandLine& line, const Setting& setting) { line.keyReader.key = Key(setting); }},
+    {"--key-after",
+     [](CommandLine& line, const Setting& setting) { line.keyReader.keyAfter = Seconds(setting); }},
+    {"--modem", FitModem},
+    {"--modem-signal", [](CommandLine& line, const Setting& setting) { line.modem.rssi = Signal(setting); }},
+    {"--modem-registration",
+     [](CommandLine& line, const Setting& setting) { line.modem.registration = Registration(setting); }},
+    {"--sdcard", [](CommandLine& line, const Setting& setting) { line.sdcard = Directory(setting); }},
+};
+
 }
 
 const char* const CommandLine::USAGE =
@@ -69,6 +165,16 @@ const char* const CommandLine::USAGE =
     "  --gps l26|skm53          the GPS receiver that is fitted (l26)\n"
     "  --gps-fix-after SECONDS  it has no fix for so long after the port is first opened (0)\n"
     "  --nmea FILE              it plays a recording, one second a second, again and again\n"
+    "  --key ID|none            the key at the driver-ID reader, 12 hexadecimal digits (none)\n"
+    "  --key-after SECONDS      it is presented so long after the reader's port is first opened (0)\n"
+    "  --modem present|absent|no-sim\n"
+    "                           the cellular module: with a SIM, not on the USB bus, without a SIM "
+    "(present)\n"
+    "  --modem-signal RSSI      it receives so well, 0 to 31; 99: not known (20)\n"
+    "  --modem-registration none|searching|home|roaming|denied|unknown\n"
+    "                           it is registered so (home)\n"
+    "  --sdcard DIR             keeps the content of the storage card; without it the card is empty at "
+    "first\n"
     "\n"
     "Exit status: that of PROGRAM, 128+N when signal N ended it; 2 for a wrong command line, 3 when this\n"
     "machine cannot run the virtual unit, 126 or 127 when PROGRAM cannot be executed or found.\n";
@@ -85,28 +191,18 @@ CommandLine CommandLine::Parse(const std::vector<std::string>& arguments)
     auto argument = arguments.begin() + 1;
     for (; argument != arguments.end() && *argument != PROGRAM_FOLLOWS; ++argument)
     {
-        const std::string& option = *argument;
-        if (option != "--gps" && option != "--nmea" && option != "--gps-fix-after")
+        const std::string& name = *argument;
+        const auto option = std::ranges::find(OPTIONS, name, &Option::name);
+        if (option == std::end(OPTIONS))
         {
-            throw Wrong("\"" + option + "\" is not an option" +
+            throw Wrong("\"" + name + "\" is not an option" +
                         (line.command == Command::Run ? "; the program stands behind \"--\"" : ""));
         }
         if (++argument == arguments.end() || *argument == PROGRAM_FOLLOWS)
         {
-            throw Wrong(option + ": the value is missing");
+            throw Wrong(name + ": the value is missing");
         }
-        if (option == "--gps")
-        {
-            line.gps.model = Model(*argument);
-        }
-        else if (option == "--nmea")
-        {
-            line.nmeaFile = *argument;
-        }
-        else
-        {
-            line.gps.fixAfter = Seconds(*argument, option);
-        }
+        option->take(line, {name, *argument});
     }
     if (argument != arguments.end())
     {

@@ -1,7 +1,9 @@
 #ifndef VIRTUAL_UNIT_COMMANDLINE_H
 #define VIRTUAL_UNIT_COMMANDLINE_H
 
+#include "virtual-unit/peripherals/CellularState.h"
 #include "virtual-unit/peripherals/GpsReceiver.h"
+#include "virtual-unit/peripherals/KeyReader.h"
 
 #include <stdexcept>
 #include <string>
@@ -35,7 +37,11 @@ struct CommandLine
 
     Command command = Command::Help;
     GpsReceiver::Options gps;
+    KeyReader::Options keyReader;
+    CellularState modem;
+    bool modemOnBus = true;
     std::string nmeaFile;             ///< a recording to play; empty: none
+    std::string sdcard;               ///< directory with the storage card's content; empty: a private one
     std::vector<std::string> program; ///< and its arguments; not empty for Command::Run
 };
 

@@ -1,13 +1,11 @@
 #include "virtual-unit/Responder.h"
 
-#include "virtual-unit/ApplicationMemory.h"
-
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <linux/openat2.h>
 #include <linux/seccomp.h>
+#include <optional>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -24,31 +22,23 @@ using Kind = InterceptedCall::Kind;
 
 constexpr std::uint64_t CREATING_FLAGS = O_CREAT | O_EXCL | O_TRUNC;
 
+/// @return the descriptor, as an answer, or the errno
+Answer Open(ServedDevice& device, std::uint64_t flags)
+{
+    if ((flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL))
+    {
+        return Answer::Error(EEXIST);
+    }
+    const int descriptor = device.Open(static_cast<int>(flags & ~CREATING_FLAGS) | O_CLOEXEC);
+    return descriptor < 0 ? Answer::Error(errno) : Answer::Opened(descriptor, (flags & O_CLOEXEC) != 0);
 }
 
-struct Responder::Answer
-{
-    enum class Type
-    {
-        GoOn,       ///< the kernel carries the call out
-        Result,     ///< `error`, 0 or an errno
-        Descriptor, ///< `descriptor` is given to the application, and closed here
-        None        ///< the caller is gone
-    };
-
-    Type type = Type::GoOn;
-    int error = 0;
-    int descriptor = -1;
-    bool closeOnExec = false;
-
-    static Answer Error(int error) { return {Type::Result, error}; }
-
-    static Answer Success() { return {Type::Result}; }
-};
+}
 
 Responder::Responder(int notifications, const SystemCallFilter& filter, const DeviceTable& devices,
-                     Report report)
-    : fd(notifications), systemCalls(filter), table(devices), reportLine(std::move(report))
+                     const StorageCard& theCard, Report report)
+    : fd(notifications), systemCalls(filter), table(devices), card(theCard),
+      cardCalls(theCard, [this](const std::string& line) { ReportOnce(line); }), reportLine(std::move(report))
 {
     if (const int result = seccomp_notify_alloc(&request, &response); result < 0)
     {
@@ -71,12 +61,12 @@ void Responder::AnswerNext()
     }
 }
 
-Responder::Answer Responder::Find()
+Answer Responder::Find()
 {
     const InterceptedCall* call = systemCalls.Find(request->data.nr);
     if (call == nullptr)
     {
-        return {};
+        return Answer::GoOn();
     }
     if (call->kind == Kind::Forbidden)
     {
@@ -84,29 +74,49 @@ Responder::Answer Responder::Find()
         return Answer::Error(EPERM);
     }
 
+    const HeldCall held(*request, *call);
     std::string path;
-    switch (ApplicationMemory::ReadPath(Thread(), Argument(call->path), path))
+    std::string otherPath;
+    int error = held.ReadPath(held.Path(), path);
+    error = error != 0 ? error : held.ReadPath(held.OtherPath(), otherPath);
+    return error != 0 ? RefuseUnreadable(held, error)
+                      : FindForPaths(held, Absolute(held, held.Path(), path),
+                                     Absolute(held, held.OtherPath(), otherPath));
+}
+
+Answer Responder::RefuseUnreadable(const HeldCall& held, int error)
+{
+    switch (error)
     {
-    case 0:
-        break;
     case EFAULT:
     case ENAMETOOLONG:
-        return {}; // the kernel says the same
+        return Answer::GoOn(); // the kernel says the same
     case ESRCH:
-        return {Answer::Type::None};
+        return Answer::None();
     default:
-        ReportOnce(std::string(call->name) + " of process " + std::to_string(Thread()) +
+        ReportOnce(std::string(held.Name()) + " of process " + std::to_string(held.Thread()) +
                    " is refused: its memory cannot be read (a program without read permission?)");
         return Answer::Error(EACCES);
     }
-    if (path.empty() || !table.BelongsToUnit(path = AbsolutePath(*call, path)))
-    {
-        return {};
-    }
-    return StillWaits() ? FindForDevice(*call, path) : Answer{Answer::Type::None};
 }
 
-Responder::Answer Responder::FindForDevice(const InterceptedCall& call, const std::string& path)
+Answer Responder::FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath)
+{
+    const bool onCard =
+        path.IsOnCard() || path.LeavesCard() || otherPath.IsOnCard() || otherPath.LeavesCard();
+    const UnitPath& devicePath = table.BelongsToUnit(path.Text()) ? path : otherPath;
+    if (!onCard && !table.BelongsToUnit(devicePath.Text()))
+    {
+        return Answer::GoOn();
+    }
+    if (!StillWaits()) // what was read may have been another process' by then
+    {
+        return Answer::None();
+    }
+    return onCard ? cardCalls.Find(held, path, otherPath) : FindForDevice(held, devicePath.Text());
+}
+
+Answer Responder::FindForDevice(const HeldCall& held, const std::string& path)
 {
     ServedDevice* device = table.Find(path);
     if (device == nullptr)
@@ -114,64 +124,49 @@ Responder::Answer Responder::FindForDevice(const InterceptedCall& call, const st
         ReportOnce(path + " is not served by the virtual unit: no such file for the application");
         return Answer::Error(ENOENT);
     }
-    switch (call.kind)
+    if (!device->Exists())
+    {
+        ReportOnce(path + " is not there: its device is off the bus");
+        return Answer::Error(ENOENT);
+    }
+    switch (held.Kind())
     {
     case Kind::Open:
-        return Open(*device, Argument(call.argument));
+        return Open(*device, held.OwnArgument());
     case Kind::Create:
         return Open(*device, O_CREAT | O_WRONLY | O_TRUNC);
     case Kind::OpenHow: {
         open_how how = {};
-        if (Argument(call.argument + 1) < sizeof(how))
-        {
-            return Answer::Error(EINVAL);
-        }
-        const int error = ApplicationMemory::Read(Thread(), Argument(call.argument), &how, sizeof(how));
+        const int error = held.ReadOpenHow(how);
         return error == 0 ? Open(*device, how.flags) : Answer::Error(error);
     }
     case Kind::Access:
-        return (Argument(call.argument) & X_OK) != 0 ? Answer::Error(EACCES) : Answer::Success();
+        return (held.OwnArgument() & X_OK) != 0 ? Answer::Error(EACCES) : Answer::Success();
     case Kind::Status: {
         struct stat status = {};
         return fstat(device->Descriptor(), &status) == 0
-                   ? Store(&status, sizeof(status), Argument(call.argument))
+                   ? held.Store(&status, sizeof(status), held.OwnArgument())
                    : Answer::Error(errno);
     }
     case Kind::StatusX: {
         struct statx status = {};
-        const auto mask = static_cast<unsigned int>(Argument(call.argument));
+        const auto mask = static_cast<unsigned int>(held.OwnArgument());
         return statx(device->Descriptor(), "", AT_EMPTY_PATH, mask, &status) == 0
-                   ? Store(&status, sizeof(status), Argument(call.argument + 1))
+                   ? held.Store(&status, sizeof(status), held.OwnArgument(1))
                    : Answer::Error(errno);
     }
     case Kind::ReadLink:
         return Answer::Error(EINVAL); // not a symbolic link
     case Kind::Attribute:
         return Answer::Error(EOPNOTSUPP);
-    case Kind::Change:
-        ReportOnce(std::string(call.name) + " of " + path + " is refused");
+    case Kind::ChangeDirectory:
+        return Answer::Error(ENOTDIR);
+    case Kind::Execute:
+        return Answer::Error(EACCES);
+    default:
+        ReportOnce(std::string(held.Name()) + " of " + path + " is refused");
         return Answer::Error(EPERM);
-    case Kind::Forbidden:
-        break;
     }
-    return Answer::Error(EPERM);
-}
-
-Responder::Answer Responder::Open(ServedDevice& device, std::uint64_t flags)
-{
-    if ((flags & (O_CREAT | O_EXCL)) == (O_CREAT | O_EXCL))
-    {
-        return Answer::Error(EEXIST);
-    }
-    Answer answer = {Answer::Type::Descriptor};
-    answer.descriptor = device.Open(static_cast<int>(flags & ~CREATING_FLAGS) | O_CLOEXEC);
-    answer.closeOnExec = (flags & O_CLOEXEC) != 0;
-    return answer.descriptor < 0 ? Answer::Error(errno) : answer;
-}
-
-Responder::Answer Responder::Store(const void* data, std::size_t size, std::uint64_t address)
-{
-    return Answer::Error(ApplicationMemory::Write(Thread(), address, data, size));
 }
 
 void Responder::Send(const Answer& answer)
@@ -222,29 +217,29 @@ bool Responder::StillWaits() const
     return seccomp_notify_id_valid(fd, request->id) == 0;
 }
 
-pid_t Responder::Thread() const
+UnitPath Responder::Absolute(const HeldCall& held, const InterceptedCall::NamedPath& where,
+                             const std::string& path) const
 {
-    return static_cast<pid_t>(request->pid);
-}
-
-std::uint64_t Responder::Argument(int index) const
-{
-    return request->data.args[index];
-}
-
-std::string Responder::AbsolutePath(const InterceptedCall& call, const std::string& path) const
-{
-    if (path.starts_with('/'))
+    if (path.empty() || path.starts_with('/'))
     {
-        return std::filesystem::path(path).lexically_normal();
+        return UnitPath(path);
     }
-    const int directory =
-        call.directory == InterceptedCall::NONE ? AT_FDCWD : static_cast<int>(Argument(call.directory));
-    const std::string link = "/proc/" + std::to_string(Thread()) +
+    const int directory = where.directory == InterceptedCall::NONE
+                              ? AT_FDCWD
+                              : static_cast<int>(held.Argument(where.directory));
+    const std::string link = "/proc/" + std::to_string(held.Thread()) +
                              (directory == AT_FDCWD ? "/cwd" : "/fd/" + std::to_string(directory));
     std::error_code error;
     const std::filesystem::path start = std::filesystem::read_symlink(link, error);
-    return error ? std::string() : (start / path).lexically_normal().string();
+    if (error)
+    {
+        return {};
+    }
+    const std::optional<std::string> below = card.Find(start);
+    return below ? UnitPath(std::filesystem::path(UnitPath::CARD) / *below / path,
+                            directory == AT_FDCWD ? UnitPath::Start::CardWorkingDirectory
+                                                  : UnitPath::Start::CardDescriptor)
+                 : UnitPath(start / path);
 }
 
 }

@@ -1,8 +1,13 @@
 #ifndef VIRTUAL_UNIT_RESPONDER_H
 #define VIRTUAL_UNIT_RESPONDER_H
 
+#include "virtual-unit/Answer.h"
+#include "virtual-unit/CardCalls.h"
 #include "virtual-unit/DeviceTable.h"
+#include "virtual-unit/HeldCall.h"
+#include "virtual-unit/StorageCard.h"
 #include "virtual-unit/SystemCallFilter.h"
+#include "virtual-unit/UnitPath.h"
 
 #include <cstdint>
 #include <functional>
@@ -14,8 +19,8 @@ namespace VirtualUnit
 {
 
 /**
- * Answers the system calls that the filter holds up: those on the unit's paths from the device table, the
- * forbidden ones with EPERM; all others go on to the kernel.
+ * Answers the system calls that the filter holds up: those on the unit's paths from the device table or the
+ * storage card, the forbidden ones with EPERM; all others go on to the kernel.
  *
  * It sees a path as it is written, made absolute, with "." and ".." and doubled slashes taken out; symbolic
  * links are not followed. It keeps a program from reaching this machine's devices by accident, not by intent.
@@ -25,8 +30,9 @@ class Responder
 public:
     using Report = std::function<void(const std::string& line)>;
 
-    /// @param notifications the filter's descriptor; stays the caller's, as do table and filter
-    Responder(int notifications, const SystemCallFilter& filter, const DeviceTable& devices, Report report);
+    /// @param notifications the filter's descriptor; stays the caller's, as do filter, devices and card
+    Responder(int notifications, const SystemCallFilter& filter, const DeviceTable& devices,
+              const StorageCard& theCard, Report report);
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;
     ~Responder();
@@ -35,22 +41,21 @@ public:
     void AnswerNext();
 
 private:
-    struct Answer;
-
     Answer Find();
-    Answer FindForDevice(const InterceptedCall& call, const std::string& path);
-    Answer Open(ServedDevice& device, std::uint64_t flags);
-    Answer Store(const void* data, std::size_t size, std::uint64_t address);
+    Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
+    Answer FindForDevice(const HeldCall& held, const std::string& path);
+    Answer RefuseUnreadable(const HeldCall& held, int error);
     void Send(const Answer& answer);
     void ReportOnce(const std::string& line);
     bool StillWaits() const;
-    pid_t Thread() const;
-    std::uint64_t Argument(int index) const;
-    std::string AbsolutePath(const InterceptedCall& call, const std::string& path) const;
+    UnitPath Absolute(const HeldCall& held, const InterceptedCall::NamedPath& where,
+                      const std::string& path) const;
 
     int fd;
     const SystemCallFilter& systemCalls;
     const DeviceTable& table;
+    const StorageCard& card;
+    CardCalls cardCalls;
     Report reportLine;
     std::set<std::string> reported;
     seccomp_notif* request = nullptr;

@@ -67,6 +67,7 @@ SerialLine::SerialLine(SerialPeripheral& device) : peripheral(device)
         Checked(tcsetattr(slave, TCSANOW, &settings), "tcsetattr");
 
         wake = Checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
+        peripheral.Attach([this] { Wake(); });
     }
     catch (...)
     {
@@ -80,6 +81,7 @@ SerialLine::SerialLine(SerialPeripheral& device) : peripheral(device)
 SerialLine::~SerialLine()
 {
     HangUp();
+    peripheral.Attach({});
     CloseIfOpen(slave);
     CloseIfOpen(wake);
 }
@@ -107,6 +109,17 @@ void SerialLine::HangUp()
     Stop();
     const std::lock_guard lock(access);
     CloseIfOpen(master);
+}
+
+bool SerialLine::HungUp() const
+{
+    return DeviceEnd() < 0;
+}
+
+int SerialLine::DeviceEnd() const
+{
+    const std::lock_guard lock(access);
+    return master;
 }
 
 int SerialLine::Open(int flags) const
@@ -149,6 +162,11 @@ void SerialLine::Carry()
             for (const std::string& piece : peripheral.TakeOutput())
             {
                 Write(piece);
+            }
+            if (!peripheral.IsConnected())
+            {
+                CloseIfOpen(master);
+                return;
             }
             events = {{{master, static_cast<short>(waiting.empty() ? POLLIN : POLLIN | POLLOUT), 0},
                        {wake, POLLIN, 0}}};

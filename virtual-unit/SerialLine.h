@@ -45,8 +45,11 @@ public:
     void Start(); ///< begins to carry bytes and time; nothing when it runs, or after HangUp()
     void Stop();  ///< the device stands still, its time does not go on
 
-    /// Stops and pulls the plug: reads of the application return 0 from now on. It cannot be undone.
+    /// Stops and pulls the plug: reads of the application return 0 from now on. It cannot be undone. A line
+    /// that runs does the same by itself when its device is not connected any more.
     void HangUp();
+
+    bool HungUp() const;
 
     /**
      * Opens the application's end anew.
@@ -61,7 +64,7 @@ public:
     /// what is on its way between them. Each belongs to the line; -1 for the device's end after HangUp().
     int ApplicationEnd() const { return slave; }
 
-    int DeviceEnd() const { return master; }
+    int DeviceEnd() const;
 
     /// Runs `function` while the device stands still, for example to change its faults or to restart it.
     /// The device's deadlines are looked at anew afterwards.

@@ -20,6 +20,8 @@ public:
      */
     virtual int Open(int flags) = 0;
 
+    virtual bool Exists() const { return true; } ///< false: it has been pulled out, there is no such file
+
     /// The supervisor's own descriptor of the device; its status (fstat) is what stat() of the path tells.
     virtual int Descriptor() const = 0;
 

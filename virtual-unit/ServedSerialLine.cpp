@@ -5,7 +5,7 @@
 namespace VirtualUnit
 {
 
-ServedSerialLine::ServedSerialLine(std::unique_ptr<SerialPeripheral> device, std::string theDescription)
+ServedSerialLine::ServedSerialLine(std::shared_ptr<SerialPeripheral> device, std::string theDescription)
     : peripheral(std::move(device)), line(*peripheral), description(std::move(theDescription))
 {
 }

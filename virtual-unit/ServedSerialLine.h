@@ -11,20 +11,23 @@
 namespace VirtualUnit
 {
 
-/// A serial port with an emulated device behind it, which is switched on when the port is first opened.
+/// A serial port with an emulated device behind it, which is switched on when the port is first opened. The
+/// port is there as long as the device is connected.
 class ServedSerialLine : public ServedDevice
 {
 public:
-    ServedSerialLine(std::unique_ptr<SerialPeripheral> device, std::string description);
+    ServedSerialLine(std::shared_ptr<SerialPeripheral> device, std::string description);
 
     int Open(int flags) override;
+
+    bool Exists() const override { return peripheral->IsConnected(); }
 
     int Descriptor() const override { return line.ApplicationEnd(); }
 
     std::string Description() const override { return description; }
 
 private:
-    std::unique_ptr<SerialPeripheral> peripheral;
+    std::shared_ptr<SerialPeripheral> peripheral;
     SerialLine line;
     std::string description;
 };

@@ -1,7 +1,10 @@
 #include "virtual-unit/Supervisor.h"
 
 #include "virtual-unit/Application.h"
+#include "virtual-unit/PrivateDirectory.h"
+#include "virtual-unit/StorageCard.h"
 #include "virtual-unit/SystemCallFilter.h"
+#include "virtual-unit/UsbBus.h"
 
 #include <algorithm>
 #include <array>
@@ -90,13 +93,21 @@ int MillisecondsUntil(std::optional<Clock::time_point> deadline)
 }
 
 int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable& devices,
-                     const Responder::Report& report)
+                     CellularModule& module, const std::string& sdcard, const Responder::Report& report)
 {
     const SystemCallFilter filter;
-    const Signals signals;
+    const Signals signals; // from here on no signal but SIGKILL ends this process before it has cleaned up
+    std::optional<PrivateDirectory> temporary;
+    if (sdcard.empty())
+    {
+        temporary.emplace();
+    }
+    const StorageCard card(temporary ? temporary->Path() : sdcard);
+    const UsbBus bus(module);
     Application application(command, filter, signals.FormerMask());
     std::signal(SIGPIPE, SIG_IGN); // a closed standard error must not end the unit
-    Responder responder(application.Notifications(), filter, devices, report);
+    Responder responder(application.Notifications(), filter, devices, card, report);
+    application.AwaitStart([&responder] { responder.AnswerNext(); });
 
     std::optional<Clock::time_point> killAt; // the program, then the orphans
     bool programEnded = false;

@@ -3,6 +3,7 @@
 
 #include "virtual-unit/DeviceTable.h"
 #include "virtual-unit/Responder.h"
+#include "virtual-unit/peripherals/CellularModule.h"
 
 #include <string>
 #include <vector>
@@ -17,16 +18,21 @@ namespace VirtualUnit
  * seconds later, or at the second of them, it is killed. Ctrl-C on a terminal reaches the program by itself.
  * What the program leaves running when it ends is ended too.
  *
- * It changes the calling process: signal mask, and the adoption of orphans. Call it from the only thread.
+ * It changes the calling process: signal mask, PATH, and the adoption of orphans. Call it from the only
+ * thread.
  *
  * @param command the program and its arguments
  * @param devices what is served; must not have been started
+ * @param module  the cellular module, which is among them: it shows on the USB bus
+ * @param sdcard  the directory that holds the storage card's content; empty: a private one, which is empty at
+ *                first and removed at the end
  * @param report  takes lines for people: what was refused, and why the program ended
  * @return the program's exit status; 128 and the signal's number when a signal ended it
- * @throws Application::NotStarted, std::system_error when this kernel or machine cannot do it
+ * @throws StorageCard::Unusable, Application::NotStarted, std::system_error when this kernel or machine
+ * cannot do it
  */
 int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable& devices,
-                     const Responder::Report& report);
+                     CellularModule& module, const std::string& sdcard, const Responder::Report& report);
 
 }
 

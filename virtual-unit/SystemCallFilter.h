@@ -12,25 +12,45 @@ struct InterceptedCall
 {
     enum class Kind
     {
-        Open,    ///< `argument`: the flags
-        OpenHow, ///< `argument`: address of a struct open_how
-        Create,  ///< creat()
-        Access,  ///< `argument`: the mode
-        Status,  ///< `argument`: address of the struct stat
-        StatusX, ///< `argument`: the mask; the address of the struct statx follows it
+        Open,         ///< `argument`: the flags; the mode follows them
+        OpenHow,      ///< `argument`: address of a struct open_how; its size follows
+        Create,       ///< `argument`: the mode
+        Access,       ///< `argument`: the mode
+        Status,       ///< `argument`: address of the struct stat
+        StatusX,      ///< `argument`: the mask; the address of the struct statx follows it
+        VolumeStatus, ///< `argument`: address of the struct statfs
         ReadLink,
-        Attribute, ///< asks for extended attributes
-        Change,    ///< would remove, rename or alter the file
-        Forbidden  ///< never carried out, whatever its arguments
+        Attribute,       ///< reads or changes extended attributes
+        MakeDirectory,   ///< `argument`: the mode
+        RemoveDirectory, ///< rmdir()
+        Remove,          ///< `argument`: the flags, if it has any
+        Rename,          ///< two paths; `argument`: the flags, if it has any
+        Truncate,        ///< `argument`: the size
+        ChangeMode,      ///< `argument`: the mode
+        ChangeOwner,     ///< `argument`: the user; the group follows
+        ChangeTimes,     ///< `argument`: address of two struct timespec
+        MakeNode,        ///< a hard link, a symbolic link or a device node
+        ChangeDirectory, ///< of the process
+        Execute,
+        Socket,   ///< the path stands in a socket's address, whose size follows
+        Other,    ///< does something else with the file that the path names
+        Forbidden ///< never carried out, whatever its arguments
     };
 
     static constexpr int NONE = -1;
 
+    /// Where a path stands among the arguments.
+    struct NamedPath
+    {
+        int directory = NONE; ///< index of the descriptor that a relative path starts from
+        int index = NONE;
+    };
+
     const char* name;
     Kind kind;
-    int directory = NONE; ///< index of the descriptor that a relative path starts from
-    int path = NONE;      ///< index of the path
+    NamedPath path = {};
     int argument = NONE;
+    NamedPath otherPath = {}; ///< of a call that names two
 };
 
 /**
@@ -49,7 +69,9 @@ public:
     ~SystemCallFilter();
 
     /**
-     * Puts the calling process and all that it starts under the filter, for good.
+     * Puts the calling process and all that it starts under the filter, for good. Where the kernel is able to
+     * (Linux 5.19), a call that has begun to be answered is not interrupted by a signal that the application
+     * handles, and so never carried out twice.
      * @return the descriptor on which calls arrive, the caller's to close; a negative errno on failure
      */
     int Load() const;
@@ -57,6 +79,8 @@ public:
     const InterceptedCall* Find(int number) const; ///< null for a call that is not intercepted
 
 private:
+    int LoadUninterrupted() const;
+
     struct Numbered
     {
         int number;

@@ -4,8 +4,12 @@
 #include "virtual-unit/CommandLine.h"
 #include "virtual-unit/DeviceTable.h"
 #include "virtual-unit/ServedSerialLine.h"
+#include "virtual-unit/StorageCard.h"
 #include "virtual-unit/Supervisor.h"
+#include "virtual-unit/UnitPath.h"
+#include "virtual-unit/peripherals/CellularModule.h"
 #include "virtual-unit/peripherals/GpsReceiver.h"
+#include "virtual-unit/peripherals/KeyReader.h"
 #include "virtual-unit/peripherals/Nmea.h"
 
 #include <cerrno>
@@ -31,6 +35,10 @@ constexpr int WRONG_COMMAND_LINE = 2;
 constexpr int CANNOT_RUN = 3;
 
 constexpr const char* GPS_PORT = "/dev/ttymxc0";
+constexpr const char* KEY_READER_PORT = "/dev/ttymxc2";
+constexpr const char* MODEM_PORT = "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0";
+constexpr const char* MODEM_ALTERNATE_PORT =
+    "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if02-port0";
 
 void Report(const std::string& line)
 {
@@ -56,9 +64,9 @@ std::vector<Nmea::Epoch> ReadRecording(const std::string& path, GpsReceiver::Mod
     return recording;
 }
 
-DeviceTable BuildUnit(CommandLine& line)
+std::unique_ptr<ServedDevice> BuildGpsReceiver(const CommandLine& line)
 {
-    GpsReceiver::Options& gps = line.gps;
+    GpsReceiver::Options gps = line.gps;
     std::string description =
         gps.model == GpsReceiver::Model::L26 ? "GPS receiver L26" : "GPS receiver SKM53";
     gps.start = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
@@ -67,18 +75,68 @@ DeviceTable BuildUnit(CommandLine& line)
         gps.recording = ReadRecording(line.nmeaFile, gps.model);
         description += ", playing " + line.nmeaFile;
     }
+    return std::make_unique<ServedSerialLine>(std::make_unique<GpsReceiver>(gps), description);
+}
+
+std::unique_ptr<ServedDevice> BuildKeyReader(const KeyReader::Options& options)
+{
+    std::string description = "driver-ID reader, " + (options.key.empty() ? "no key" : "key " + options.key);
+    if (!options.key.empty() && options.keyAfter.count() > 0)
+    {
+        description += " after " + std::to_string(options.keyAfter.count()) + " s";
+    }
+    return std::make_unique<ServedSerialLine>(std::make_unique<KeyReader>(options), description);
+}
+
+std::shared_ptr<CellularModule> BuildModem(const CommandLine& line)
+{
+    CellularState state = line.modem;
+    state.clock = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    const auto modem = std::make_shared<CellularModule>(state);
+    if (!line.modemOnBus)
+    {
+        modem->Unplug();
+    }
+    return modem;
+}
+
+std::unique_ptr<ServedDevice> BuildModemPort(const std::shared_ptr<CellularModule>& modem,
+                                             CellularModule::Port port)
+{
+    const CellularState state = modem->State();
+    const std::string condition =
+        !modem->OnBus() ? "off the bus"
+        : !state.sim    ? "no SIM"
+                        : "registration " +
+                           std::string(CellularState::REGISTRATIONS[static_cast<int>(state.registration)]) +
+                           ", signal " + std::to_string(state.rssi);
+    // The port keeps the whole module.
+    return std::make_unique<ServedSerialLine>(std::shared_ptr<SerialPeripheral>(modem, &modem->At(port)),
+                                              "cellular module UC15, " + condition);
+}
+
+DeviceTable BuildUnit(const CommandLine& line, const std::shared_ptr<CellularModule>& modem)
+{
     DeviceTable devices;
-    devices.Serve(GPS_PORT,
-                  std::make_unique<ServedSerialLine>(std::make_unique<GpsReceiver>(gps), description));
+    devices.Serve(GPS_PORT, BuildGpsReceiver(line));
+    devices.Serve(KEY_READER_PORT, BuildKeyReader(line.keyReader));
+    devices.Serve(MODEM_PORT, BuildModemPort(modem, CellularModule::Port::Main));
+    devices.Serve(MODEM_ALTERNATE_PORT, BuildModemPort(modem, CellularModule::Port::Alternate));
     return devices;
 }
 
-int ListDevices(const DeviceTable& devices)
+int ListDevices(const DeviceTable& devices, const std::string& sdcard)
 {
+    if (!sdcard.empty())
+    {
+        const StorageCard usable(sdcard);
+    }
     for (const auto& [path, device] : devices.Served())
     {
         std::printf("%-22s %s\n", path.c_str(), device->Description().c_str());
     }
+    const std::string card = sdcard.empty() ? "empty at first, gone after the run" : "kept in " + sdcard;
+    std::printf("%-22s storage card, %s\n", UnitPath::CARD, card.c_str());
     for (const std::string& pattern : DeviceTable::UnitPaths())
     {
         std::printf("%-22s refused, but for what is served above\n", pattern.c_str());
@@ -86,7 +144,7 @@ int ListDevices(const DeviceTable& devices)
     return 0;
 }
 
-int Check(const DeviceTable& devices)
+int Check(const DeviceTable& devices, CellularModule& modem)
 {
     constexpr unsigned int API_WITH_NOTIFICATION = 5; // of seccomp_api_get()
     utsname system = {};
@@ -95,33 +153,36 @@ int Check(const DeviceTable& devices)
     const bool notification = seccomp_api_get() >= API_WITH_NOTIFICATION;
     std::printf("seccomp user notification: %s\n", notification ? "yes" : "no");
 
-    // The whole of it, once: a shell that looks for the port and opens it.
+    // The whole of it, once: a shell that looks for the port and opens it, and writes to the card.
     const std::string port = GPS_PORT;
     const std::vector<std::string> trial = {"/bin/sh", "-c",
-                                            "test -c " + port + " && exec 3<>" + port + " && test -t 3"};
-    const bool works = RunOnVirtualUnit(trial, devices, Report) == 0;
-    std::printf("an application opens %s: %s\n", GPS_PORT, works ? "yes" : "no");
+                                            "test -c " + port + " && exec 3<>" + port +
+                                                " && test -t 3 && echo > " + UnitPath::CARD + "/trial"};
+    const bool works = RunOnVirtualUnit(trial, devices, modem, {}, Report) == 0;
+    std::printf("an application opens %s and writes to %s: %s\n", GPS_PORT, UnitPath::CARD,
+                works ? "yes" : "no");
     std::printf(works ? "This machine can run the virtual unit.\n"
                       : "This machine cannot run the virtual unit.\n");
     return works ? 0 : CANNOT_RUN;
 }
 
-int Do(CommandLine& line)
+int Do(const CommandLine& line)
 {
     if (line.command == CommandLine::Command::Help)
     {
         std::fputs(CommandLine::USAGE, stdout);
         return 0;
     }
-    const DeviceTable devices = BuildUnit(line);
+    const std::shared_ptr<CellularModule> modem = BuildModem(line);
+    const DeviceTable devices = BuildUnit(line, modem);
     switch (line.command)
     {
     case CommandLine::Command::Devices:
-        return ListDevices(devices);
+        return ListDevices(devices, line.sdcard);
     case CommandLine::Command::Check:
-        return Check(devices);
+        return Check(devices, *modem);
     default:
-        return RunOnVirtualUnit(line.program, devices, Report);
+        return RunOnVirtualUnit(line.program, devices, *modem, line.sdcard, Report);
     }
 }
 
@@ -131,12 +192,17 @@ int main(int argc, char** argv)
 {
     try
     {
-        CommandLine line = CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc));
+        const CommandLine line = CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc));
         return Do(line);
     }
     catch (const CommandLine::Wrong& wrong)
     {
         Report(std::string(wrong.what()) + " (see virtual-unit --help)");
+        return WRONG_COMMAND_LINE;
+    }
+    catch (const StorageCard::Unusable& failure)
+    {
+        Report(std::string("--sdcard: ") + failure.what());
         return WRONG_COMMAND_LINE;
     }
     catch (const Application::NotStarted& failure)

@@ -16,9 +16,14 @@
 #include <poll.h>
 #include <string>
 #include <string_view>
+#include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
 #include <sys/syscall.h>
+#include <sys/time.h>
+#include <sys/un.h>
 #include <termios.h>
 #include <thread>
 #include <unistd.h>
@@ -36,13 +41,13 @@ void Print(const std::string& what, long result)
     std::printf("%s %s\n", what.c_str(), result < 0 ? strerrorname_np(errno) : "ok");
 }
 
-int OpenRaw()
+int OpenRaw(const char* path = PORT)
 {
-    const int fd = open(PORT, O_RDWR | O_NOCTTY);
+    const int fd = open(path, O_RDWR | O_NOCTTY);
     termios settings = {};
     if (fd < 0 || tcgetattr(fd, &settings) != 0)
     {
-        std::perror(PORT);
+        std::perror(path);
         _exit(1);
     }
     cfmakeraw(&settings);
@@ -167,6 +172,33 @@ int Release(const Arguments&)
     return 0;
 }
 
+/// One command frame to a path, in hexadecimal digits, and the frame that comes back.
+int Ask(const Arguments& arguments)
+{
+    const std::string& digits = arguments.at(1);
+    std::string command;
+    for (std::size_t at = 0; at < digits.size(); at += 2)
+    {
+        command += static_cast<char>(std::stoi(digits.substr(at, 2), nullptr, 16));
+    }
+    const int fd = OpenRaw(arguments.at(0).c_str());
+    std::string reply;
+    char c = 0;
+    if (write(fd, command.data(), command.size()) > 0)
+    {
+        while (!reply.ends_with("\xEF\x0D") && ReadByte(fd, c, 3000))
+        {
+            reply += c;
+        }
+    }
+    for (const char byte : reply)
+    {
+        std::printf("%02X", static_cast<unsigned char>(byte));
+    }
+    std::printf("\n");
+    return 0;
+}
+
 int Threads(const Arguments&)
 {
     std::atomic<int> opened = 0;
@@ -255,6 +287,145 @@ int Fill(const Arguments&)
     return 0;
 }
 
+constexpr const char* CARD = "/mnt/sdcard";
+
+/// Calls on the storage card, which is empty at first, by whole paths.
+int Card(const Arguments&)
+{
+    constexpr const char* DIRECTORY = "/mnt/sdcard/db";
+    constexpr const char* FILE = "/mnt/sdcard/db/file";
+    constexpr const char* OTHER = "/mnt/sdcard/db/other";
+    constexpr const char* OUTSIDE = "/tmp/no-such-directory/file";
+    constexpr long FCHMODAT2 = 452;
+    constexpr long SETXATTRAT = 463;
+    const std::intptr_t nowhere = 8;
+    struct stat status = {};
+    struct statx statusX = {};
+    struct statfs volume = {};
+    open_how how = {O_RDWR, 0, 0};
+    open_how bounded = {O_RDWR, 0, RESOLVE_BENEATH};
+    std::array<char, 64> text = {};
+    const std::array<timespec, 2> times = {{{1'000'000'000, 0}, {1'000'000'000, 0}}};
+
+    Print("mkdirat", syscall(SYS_mkdirat, AT_FDCWD, DIRECTORY, 0755));
+    Print("mkdirat again", syscall(SYS_mkdirat, AT_FDCWD, DIRECTORY, 0755));
+    Print("mkdirat of the root", syscall(SYS_mkdirat, AT_FDCWD, CARD, 0755));
+    Print("mkdirat without parent", syscall(SYS_mkdirat, AT_FDCWD, "/mnt/sdcard/no/db", 0755));
+    Print("openat that creates", syscall(SYS_openat, AT_FDCWD, FILE, O_RDWR | O_CREAT | O_EXCL, 0644));
+    Print("openat that creates again", syscall(SYS_openat, AT_FDCWD, FILE, O_RDWR | O_CREAT | O_EXCL, 0644));
+    Print("openat of a file as a directory", syscall(SYS_openat, AT_FDCWD, FILE, O_RDONLY | O_DIRECTORY));
+    Print("openat of a directory to write", syscall(SYS_openat, AT_FDCWD, DIRECTORY, O_RDWR));
+    Print("openat without a name", syscall(SYS_openat, AT_FDCWD, DIRECTORY, O_RDWR | O_TMPFILE, 0600));
+    Print("openat for reference", syscall(SYS_openat, AT_FDCWD, FILE, O_PATH));
+    Print("openat of what is not there", syscall(SYS_openat, AT_FDCWD, OTHER, O_RDONLY));
+    Print("openat2", syscall(SYS_openat2, AT_FDCWD, FILE, &how, sizeof(how)));
+    Print("openat2 bounded", syscall(SYS_openat2, AT_FDCWD, FILE, &bounded, sizeof(bounded)));
+    Print("faccessat", syscall(SYS_faccessat, AT_FDCWD, FILE, R_OK | W_OK));
+    Print("faccessat2", syscall(SYS_faccessat2, AT_FDCWD, OTHER, F_OK, 0));
+    Print("newfstatat", syscall(SYS_newfstatat, AT_FDCWD, DIRECTORY, &status, 0));
+    Print("newfstatat to nowhere", syscall(SYS_newfstatat, AT_FDCWD, DIRECTORY, nowhere, 0));
+    Print("newfstatat of a file as a directory",
+          syscall(SYS_newfstatat, AT_FDCWD, "/mnt/sdcard/db/file/", &status, 0));
+    Print("statx", syscall(SYS_statx, AT_FDCWD, FILE, 0, STATX_BASIC_STATS, &statusX));
+    Print("statfs", syscall(SYS_statfs, FILE, &volume));
+    Print("readlinkat", syscall(SYS_readlinkat, AT_FDCWD, FILE, text.data(), text.size()));
+    Print("readlinkat of nothing", syscall(SYS_readlinkat, AT_FDCWD, OTHER, text.data(), text.size()));
+    Print("getxattr", syscall(SYS_getxattr, FILE, "user.x", text.data(), text.size()));
+    Print("setxattr", syscall(SYS_setxattr, FILE, "user.x", "1", 1, 0));
+    Print("setxattrat", syscall(SETXATTRAT, AT_FDCWD, FILE, 0, "user.x", nullptr, 0));
+    Print("truncate", syscall(SYS_truncate, FILE, 5));
+    Print("truncate to less than nothing", syscall(SYS_truncate, FILE, -1L));
+    Print("fchmodat", syscall(SYS_fchmodat, AT_FDCWD, FILE, 0600));
+    Print("fchmodat2", syscall(FCHMODAT2, AT_FDCWD, FILE, 0640, 0));
+    Print("fchownat to the same", syscall(SYS_fchownat, AT_FDCWD, FILE, getuid(), -1, 0));
+    Print("fchownat to another", syscall(SYS_fchownat, AT_FDCWD, FILE, getuid() + 1, -1, 0));
+    Print("utimensat", syscall(SYS_utimensat, AT_FDCWD, FILE, times.data(), 0));
+    Print("stat", stat(FILE, &status));
+    std::printf("size %ld, mode %o, modified %ld\n", static_cast<long>(status.st_size),
+                status.st_mode & ~static_cast<unsigned int>(S_IFMT), static_cast<long>(status.st_mtime));
+    Print("utimensat to the present", syscall(SYS_utimensat, AT_FDCWD, FILE, nullptr, 0));
+    Print("renameat2", syscall(SYS_renameat2, AT_FDCWD, FILE, AT_FDCWD, OTHER, 0));
+    Print("creat", creat(FILE, 0644));
+    Print("renameat2 that replaces not", syscall(SYS_renameat2, AT_FDCWD, FILE, AT_FDCWD, OTHER, 1));
+    Print("renameat2 that exchanges", syscall(SYS_renameat2, AT_FDCWD, FILE, AT_FDCWD, OTHER, 2));
+    Print("renameat2 with a whiteout", syscall(SYS_renameat2, AT_FDCWD, FILE, AT_FDCWD, OTHER, 4));
+    Print("renameat2 of a file to a directory's name",
+          syscall(SYS_renameat2, AT_FDCWD, FILE, AT_FDCWD, "/mnt/sdcard/db/third/", 0));
+    Print("renameat2 out", syscall(SYS_renameat2, AT_FDCWD, FILE, AT_FDCWD, OUTSIDE, 0));
+    Print("renameat2 in", syscall(SYS_renameat2, AT_FDCWD, OUTSIDE, AT_FDCWD, OTHER, 0));
+    Print("linkat", syscall(SYS_linkat, AT_FDCWD, FILE, AT_FDCWD, "/mnt/sdcard/link", 0));
+    Print("linkat in", syscall(SYS_linkat, AT_FDCWD, OUTSIDE, AT_FDCWD, "/mnt/sdcard/link", 0));
+    Print("symlinkat", syscall(SYS_symlinkat, "file", AT_FDCWD, "/mnt/sdcard/link"));
+    Print("mknodat", syscall(SYS_mknodat, AT_FDCWD, "/mnt/sdcard/fifo", S_IFIFO | 0600, 0));
+    Print("unlinkat", syscall(SYS_unlinkat, AT_FDCWD, FILE, 0));
+    Print("unlinkat of a directory", syscall(SYS_unlinkat, AT_FDCWD, DIRECTORY, 0));
+    Print("unlinkat of a full directory", syscall(SYS_unlinkat, AT_FDCWD, DIRECTORY, AT_REMOVEDIR));
+    Print("unlink", unlink(OTHER));
+    Print("rmdir", rmdir(DIRECTORY));
+    Print("rmdir of the root", rmdir(CARD));
+    Print("rmdir of the root with a slash", rmdir("/mnt/sdcard/"));
+    Print("unlink of the root", unlink(CARD));
+    Print("rename of the root", rename(CARD, "/mnt/sdcard/x"));
+    return 0;
+}
+
+/// Calls that the storage card does not carry out, each with its errno.
+int CardRefusals(const Arguments&)
+{
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    std::strcpy(address.sun_path, "/mnt/sdcard/socket");
+    const auto* socketAddress = reinterpret_cast<const sockaddr*>(&address);
+    const int socketFd = socket(AF_UNIX, SOCK_STREAM, 0);
+    Print("chdir", chdir(CARD));
+    Print("chdir to nothing", chdir("/mnt/sdcard/nothing"));
+    Print("execve", execl("/mnt/sdcard/program", "program", nullptr));
+    Print("bind", bind(socketFd, socketAddress, sizeof(address)));
+    Print("connect", connect(socketFd, socketAddress, sizeof(address)));
+    Print("inotify_add_watch", inotify_add_watch(inotify_init1(0), CARD, IN_CREATE));
+    Print("chroot", chroot(CARD));
+    return 0;
+}
+
+/// Calls relative to a directory of the card.
+int CardRelative(const Arguments&)
+{
+    mkdir("/mnt/sdcard/db", 0755);
+    const int directory = open("/mnt/sdcard/db", O_RDONLY | O_DIRECTORY);
+    Print("openat", openat(directory, "file", O_RDWR | O_CREAT, 0644));
+    Print("mkdirat", mkdirat(directory, "sub", 0755));
+    Print("renameat", renameat(directory, "file", directory, "sub/file"));
+    Print("symlinkat", symlinkat("file", directory, "link"));
+    Print("back and forth", faccessat(directory, "../db/sub/file", F_OK, 0));
+    Print("out", openat(directory, "../../../etc/passwd", O_RDONLY));
+    Print("fchdir", fchdir(directory));
+    Print("chdir", chdir("sub"));
+    Print("open", open("file", O_RDWR));
+    Print("symlink", symlink("file", "link"));
+    Print("unlink", unlink("file"));
+    Print("unlinkat", unlinkat(directory, "sub", AT_REMOVEDIR));
+    return 0;
+}
+
+/// Calls that must not be carried out twice, while signals arrive all the time.
+int CardInterrupted(const Arguments&)
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval interval = {{0, 20}, {0, 20}};
+    setitimer(ITIMER_REAL, &interval, nullptr);
+    int failed = 0;
+    for (int i = 0; i < 1000; ++i)
+    {
+        failed += mkdir("/mnt/sdcard/db", 0755) != 0;
+        failed += rmdir("/mnt/sdcard/db") != 0;
+    }
+    std::printf("failed %d\n", failed);
+    return 0;
+}
+
 void End(int)
 {
     constexpr std::string_view TEXT = "ended by a signal\n";
@@ -296,19 +467,25 @@ int Crash(const Arguments&)
 
 int main(int argc, char** argv)
 {
-    const std::map<std::string, std::function<int(const Arguments&)>> probes = {{"calls", Calls},
-                                                                                {"flags", Flags},
-                                                                                {"terminal", Terminal},
-                                                                                {"lines", Lines},
-                                                                                {"release", Release},
-                                                                                {"threads", Threads},
-                                                                                {"bad-pointers", BadPointers},
-                                                                                {"relative", Relative},
-                                                                                {"forbidden", Forbidden},
-                                                                                {"fill", Fill},
-                                                                                {"wait", Wait},
-                                                                                {"ignore", Ignore},
-                                                                                {"crash", Crash}};
+    const std::map<std::string, std::function<int(const Arguments&)>> probes = {
+        {"calls", Calls},
+        {"flags", Flags},
+        {"terminal", Terminal},
+        {"lines", Lines},
+        {"release", Release},
+        {"ask", Ask},
+        {"threads", Threads},
+        {"bad-pointers", BadPointers},
+        {"relative", Relative},
+        {"forbidden", Forbidden},
+        {"fill", Fill},
+        {"wait", Wait},
+        {"ignore", Ignore},
+        {"crash", Crash},
+        {"card", Card},
+        {"card-refusals", CardRefusals},
+        {"card-relative", CardRelative},
+        {"card-interrupted", CardInterrupted}};
     const Arguments arguments(argv + 1, argv + argc);
     return probes.at(arguments.at(0))(Arguments(arguments.begin() + 1, arguments.end()));
 }

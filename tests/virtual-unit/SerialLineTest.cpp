@@ -2,6 +2,7 @@
 
 #include "tests/kit/DeviceTest.h"
 #include "tests/virtual-unit/EmulatedLine.h"
+#include "virtual-unit/peripherals/CellularModule.h"
 #include "virtual-unit/peripherals/GpsReceiver.h"
 
 #include <array>
@@ -168,6 +169,62 @@ TEST_F(SerialLineTest, AHangUpIsTheEndOfTheInput)
     EXPECT_NE(event.revents & POLLHUP, 0);
     line.Start(); // stays without effect
     EXPECT_EQ(write(application.fd, "x", 1), -1);
+}
+
+TEST_F(SerialLineTest, ADeviceThatLeavesHangsTheLineUp)
+{
+    CellularModule module;
+    EmulatedLine line(module.At(CellularModule::Port::Main));
+    const Application application(line);
+    line.Start();
+    module.UnplugAt(std::chrono::steady_clock::now() + 5s);
+    EXPECT_EQ(application.Read(4), "");
+    EXPECT_FALSE(line.HungUp());
+    EXPECT_EQ(application.Read(4), "<end>");
+    EXPECT_TRUE(line.HungUp());
+    line.Start(); // stays without effect
+    EXPECT_EQ(write(application.fd, "x", 1), -1);
+    line.Stop();
+}
+
+TEST_F(SerialLineTest, ADeviceThatHasLeftHangsTheLineUpAtItsStart)
+{
+    CellularModule module;
+    module.Unplug();
+    EmulatedLine line(module.At(CellularModule::Port::Main));
+    const Application application(line);
+    EXPECT_FALSE(line.HungUp());
+    line.Start();
+    EXPECT_EQ(application.Read(1), "<end>");
+}
+
+TEST_F(SerialLineTest, WhatHappensOnOneLineOfADeviceWakesItsOther)
+{
+    CellularModule module;
+    EmulatedLine mainLine(module.At(CellularModule::Port::Main));
+    EmulatedLine alternateLine(module.At(CellularModule::Port::Alternate));
+    const Application mainEnd(mainLine);
+    const Application alternateEnd(alternateLine);
+    mainLine.Start();
+    alternateLine.Start();
+    mainEnd.Write("AT+QPOWD=1\r");
+    EXPECT_EQ(alternateEnd.Read(3), "\r\nPOWERED DOWN\r\n<end>");
+}
+
+TEST_F(SerialLineTest, ADeviceMayOutliveItsLine)
+{
+    CellularModule module;
+    {
+        EmulatedLine line(module.At(CellularModule::Port::Main));
+        line.Start();
+    }
+    module.Unplug(); // wakes nobody
+    module.PlugIn();
+    EmulatedLine line(module.At(CellularModule::Port::Main));
+    const Application application(line);
+    line.Start();
+    application.Write("AT\r");
+    EXPECT_EQ(application.Read(1), "AT\r\r\nOK\r\n");
 }
 
 TEST_F(SerialLineTest, AStoppedLineGoesOnWhereItStopped)

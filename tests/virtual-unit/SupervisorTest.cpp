@@ -2,15 +2,16 @@
 
 #include "tests/kit/TempDir.h"
 #include "tests/virtual-unit/RunningUnit.h"
+#include "tests/virtual-unit/VirtualUnitTest.h"
 #include "virtual-unit/peripherals/Nmea.h"
 
 #include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sstream>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -26,51 +27,12 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr int CANNOT_RUN = 3;
 constexpr const char* PORT = "/dev/ttymxc0";
+constexpr const char* KEY_READER_PORT = "/dev/ttymxc2";
 
 const std::vector<std::string> UNSERVED_PATHS = {
-    "/dev/ttymxc1", "/dev/ttymxc2",   "/dev/i2c-0",
+    "/dev/ttymxc1", "/dev/ttymxc3",   "/dev/i2c-0",
     "/dev/hidraw0", "/dev/tav_event", "/dev/serial/by-id/usb-1a86_USB2.0-Serial-if00-port0"};
-
-class VirtualUnitTest : public testing::Test
-{
-protected:
-    static void SetUpTestSuite() { check = RunUnit({"check"}); }
-
-    static void TearDownTestSuite() { check = {}; }
-
-    void SetUp() override
-    {
-        if (check.status == CANNOT_RUN)
-        {
-            GTEST_SKIP() << "this machine cannot run the virtual unit:\n" << check.output << check.errors;
-        }
-    }
-
-    static inline Outcome check;
-};
-
-std::vector<std::string> Lines(const std::string& text)
-{
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);)
-    {
-        lines.push_back(line);
-    }
-    return lines;
-}
-
-Outcome Probe(std::vector<std::string> arguments, const std::vector<std::string>& options = {},
-              RunningUnit::Options how = {}, const char* program = PROBE)
-{
-    std::vector<std::string> all = {"run"};
-    all.insert(all.end(), options.begin(), options.end());
-    all.insert(all.end(), {"--", program});
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return RunUnit(all, how);
-}
 
 bool IsSentence(std::string line)
 {
@@ -126,6 +88,10 @@ TEST_F(VirtualUnitTest, ABadCommandLineIsRefusedInOneLine)
         {"run", "--gps-fix-after", "soon", "--", "/bin/true"},
         {"run", "--gps-fix-after", "-1", "--", "/bin/true"},
         {"run", "--gps-fix-after", "99999999999", "--", "/bin/true"},
+        {"run", "--key", "--", "/bin/true"},
+        {"run", "--key", "00A1B2C3D4E", "--", "/bin/true"},
+        {"run", "--key", "00A1B2C3D4EG", "--", "/bin/true"},
+        {"run", "--key-after", "soon", "--", "/bin/true"},
         {"run", "--nmea", "/no/such/file", "--", "/bin/true"},
         {"run", "--nmea", "/dev/null", "--", "/bin/true"},
         {"run", "--nmea", "/", "--", "/bin/true"},
@@ -146,6 +112,9 @@ TEST_F(VirtualUnitTest, ItTellsAboutItself)
     EXPECT_THAT(RunUnit({"check"}).output, HasSubstr("This machine can run the virtual unit."));
     EXPECT_THAT(RunUnit({"devices", "--gps", "skm53"}).output,
                 HasSubstr("/dev/ttymxc0           GPS receiver SKM53\n"));
+    EXPECT_THAT(RunUnit({"devices"}).output, HasSubstr("/dev/ttymxc2           driver-ID reader, no key\n"));
+    EXPECT_THAT(RunUnit({"devices", "--key", "00A1B2C3D4E5", "--key-after", "7"}).output,
+                HasSubstr("/dev/ttymxc2           driver-ID reader, key 00A1B2C3D4E5 after 7 s\n"));
 }
 
 TEST_F(VirtualUnitTest, WhatIsNotServedDoesNotExist)
@@ -227,6 +196,20 @@ TEST_F(VirtualUnitTest, TheReceiverHearsTheProgram)
 {
     EXPECT_THAT(Lines(Probe({"release"}).output), ElementsAre("write ok", HasSubstr("Quectel-L26")));
     EXPECT_THAT(Lines(Probe({"release"}, {"--gps", "skm53"}).output), ElementsAre("write ok", "no answer"));
+}
+
+TEST_F(VirtualUnitTest, TheKeyReaderAnswersOnItsPort)
+{
+    const std::string presence = "AA550201010086AFEF0D";
+    const std::string request = "AA550201010386A5EF0D";
+    const std::string noKey = "AA550501080000000000000000F965EF0D\n";
+    EXPECT_EQ(Probe({"ask", KEY_READER_PORT, presence}).output, "AA5501010100BAAFEF0D\n");
+    EXPECT_EQ(Probe({"ask", KEY_READER_PORT, request}).output, noKey);
+    EXPECT_EQ(Probe({"ask", KEY_READER_PORT, request}, {"--key", "none"}).output, noKey);
+    EXPECT_EQ(Probe({"ask", KEY_READER_PORT, request}, {"--key", "00A1B2C3D4E5"}).output,
+              "AA5505010801E5D4C3B2A100D62236EF0D\n");
+    EXPECT_EQ(Probe({"ask", KEY_READER_PORT, request}, {"--key", "00A1B2C3D4E5", "--key-after", "60"}).output,
+              noKey);
 }
 
 TEST_F(VirtualUnitTest, ARecordingIsPlayed)
@@ -383,7 +366,8 @@ TEST_F(VirtualUnitTest, WhatIsLeftBehindDeafIsKilled)
 
 TEST_F(VirtualUnitTest, TheProgramDoesNotOutliveTheUnit)
 {
-    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0); // the orphan is handed to this process
+    setenv("TMPDIR", Kit::TempDir::Path().c_str(), 1); // killed, it cannot remove its storage card
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);    // the orphan is handed to this process
     RunningUnit unit({"run", "--", PROBE, "wait"});
     ASSERT_TRUE(unit.WaitForOutput("ready"));
     unit.Signal(SIGKILL);

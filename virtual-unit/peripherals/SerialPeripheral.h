@@ -2,6 +2,7 @@
 #define VIRTUAL_UNIT_PERIPHERALS_SERIALPERIPHERAL_H
 
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +36,16 @@ public:
 
     /// What the device has sent since the last call, in the pieces that reach the application separately.
     virtual std::vector<std::string> TakeOutput() = 0;
+
+    /// false: it has been pulled out, and its host hangs the line up.
+    virtual bool IsConnected() const { return true; }
+
+    /**
+     * For a device in which something can happen otherwise than by its host's calls.
+     * @param wake makes the host look at the device anew, from any thread and without waiting; empty: the
+     *             host is gone. One host at a time.
+     */
+    virtual void Attach(std::function<void()> wake) { static_cast<void>(wake); }
 };
 
 }

@@ -1,0 +1,53 @@
+#ifndef TESTS_VIRTUAL_UNIT_VIRTUALUNITTEST_H
+#define TESTS_VIRTUAL_UNIT_VIRTUALUNITTEST_H
+
+#include "tests/virtual-unit/RunningUnit.h"
+
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <vector>
+
+/// A test that runs programs on the virtual unit, where this machine can.
+class VirtualUnitTest : public testing::Test
+{
+protected:
+    static void SetUpTestSuite() { check = RunUnit({"check"}); }
+
+    static void TearDownTestSuite() { check = {}; }
+
+    static constexpr int CANNOT_RUN = 3;
+
+    void SetUp() override
+    {
+        if (check.status == CANNOT_RUN)
+        {
+            GTEST_SKIP() << "this machine cannot run the virtual unit:\n" << check.output << check.errors;
+        }
+    }
+
+    static inline Outcome check;
+};
+
+inline std::vector<std::string> Lines(const std::string& text)
+{
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);)
+    {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+inline Outcome Probe(std::vector<std::string> arguments, const std::vector<std::string>& options = {},
+                     RunningUnit::Options how = {}, const char* program = PROBE)
+{
+    std::vector<std::string> all = {"run"};
+    all.insert(all.end(), options.begin(), options.end());
+    all.insert(all.end(), {"--", program});
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    return RunUnit(all, how);
+}
+
+#endif

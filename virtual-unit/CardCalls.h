@@ -1,0 +1,42 @@
+#ifndef VIRTUAL_UNIT_CARDCALLS_H
+#define VIRTUAL_UNIT_CARDCALLS_H
+
+#include "virtual-unit/Answer.h"
+#include "virtual-unit/HeldCall.h"
+#include "virtual-unit/StorageCard.h"
+#include "virtual-unit/UnitPath.h"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace VirtualUnit
+{
+
+/// Answers the system calls that name a path on the storage card.
+class CardCalls
+{
+public:
+    /// @param theCard stays the caller's
+    CardCalls(const StorageCard& theCard, std::function<void(const std::string& line)> report);
+
+    /// For a call of which one path at least is on the card or leads over it.
+    /// @param otherPath empty for a call that names one path only
+    Answer Find(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
+
+private:
+    Answer FindForPath(const HeldCall& held, const UnitPath& path);
+    Answer FindBeyond(const HeldCall& held, const UnitPath& path);
+    Answer Open(const HeldCall& held, const std::string& path, std::uint64_t flags, std::uint64_t mode);
+    Answer OpenHow(const HeldCall& held, const UnitPath& path);
+    Answer ChangeTimes(const HeldCall& held, const std::string& path);
+    Answer ChangeDirectory(const UnitPath& path);
+    Answer Refuse(const HeldCall& held, const UnitPath& path, int error, const char* reason);
+
+    const StorageCard& card;
+    std::function<void(const std::string& line)> reportLine;
+};
+
+}
+
+#endif

@@ -1,0 +1,27 @@
+#ifndef VIRTUAL_UNIT_PRIVATEDIRECTORY_H
+#define VIRTUAL_UNIT_PRIVATEDIRECTORY_H
+
+#include <string>
+
+namespace VirtualUnit
+{
+
+/// A new, empty directory for temporary files (in TMPDIR, or "/tmp"), which only this user can enter. It is
+/// removed, with all that it holds, at the end of this object.
+class PrivateDirectory
+{
+public:
+    PrivateDirectory(); ///< @throws std::system_error
+    PrivateDirectory(const PrivateDirectory&) = delete;
+    PrivateDirectory& operator=(const PrivateDirectory&) = delete;
+    ~PrivateDirectory();
+
+    const std::string& Path() const { return path; }
+
+private:
+    std::string path;
+};
+
+}
+
+#endif

@@ -1,0 +1,105 @@
+#include "virtual-unit/peripherals/EventDriver.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace VirtualUnit
+{
+
+EventDriver::EventDriver(std::vector<Event> theScript)
+{
+    std::ranges::stable_sort(theScript, {}, &Event::after);
+    script.assign(theScript.begin(), theScript.end());
+}
+
+void EventDriver::Trigger(unsigned char code, std::size_t times)
+{
+    for (std::size_t i = 0; i < times; ++i)
+    {
+        Send(code);
+    }
+    WakeHost();
+}
+
+void EventDriver::HangUp()
+{
+    connected = false;
+    WakeHost();
+}
+
+std::optional<unsigned int> EventDriver::Pin(unsigned int pin) const
+{
+    const auto found = pins.find(pin);
+    return found == pins.end() ? std::nullopt : std::optional(found->second);
+}
+
+int EventDriver::Receive(std::string_view /*message*/, TimePoint now)
+{
+    Advance(now);
+    return EINVAL;
+}
+
+int EventDriver::Answer(const Ioctl& call, TimePoint now)
+{
+    Advance(now);
+    if (call.request < FIRST_PIN || call.request > LAST_PIN)
+    {
+        return -ENOTTY;
+    }
+    const auto pin = static_cast<unsigned int>(call.request);
+    const auto value = static_cast<unsigned int>(call.argument); // the callers pass 32 bits
+    if (value > 1)
+    {
+        return -EINVAL;
+    }
+    if (const auto fault = faults.pins.find(pin); fault != faults.pins.end() && fault->second != 0)
+    {
+        return -fault->second;
+    }
+    pins[pin] = value;
+    history.push_back({now, pin, value});
+    if (history.size() > LONGEST_HISTORY)
+    {
+        history.pop_front();
+    }
+    return 0;
+}
+
+std::optional<EventDriver::TimePoint> EventDriver::NextDeadline() const
+{
+    return switchedOn && !script.empty() ? std::optional(*switchedOn + script.front().after) : std::nullopt;
+}
+
+void EventDriver::Advance(TimePoint now)
+{
+    switchedOn = switchedOn.value_or(now);
+    while (!script.empty() && *switchedOn + script.front().after <= now)
+    {
+        Send(script.front().code);
+        script.pop_front();
+    }
+}
+
+std::vector<std::string> EventDriver::TakeOutput()
+{
+    return std::exchange(output, {});
+}
+
+void EventDriver::Send(unsigned char code)
+{
+    std::string message(1, static_cast<char>(code));
+    message.append(rest.begin(), rest.end());
+    message.resize(std::clamp<std::size_t>(faults.messageBytes, 1, MESSAGE_BYTES));
+    output.push_back(std::move(message));
+}
+
+void EventDriver::WakeHost() const
+{
+    if (wake)
+    {
+        wake();
+    }
+}
+
+}

@@ -1,84 +1,34 @@
 // gps-monitor: an application of the device library that shows what the GPS receiver reports.
 
 #include "GpsDevice/GpsDevice.h"
-#include "base/Tavbase/Tavlog/Logger.h"
+#include "examples/common/EndingSignals.h"
+#include "examples/common/Options.h"
 #include "examples/gps-monitor/Monitor.h"
-#include "examples/gps-monitor/Options.h"
 
-#include <cerrno>
-#include <chrono>
-#include <csignal>
 #include <cstdio>
-#include <ctime>
-#include <optional>
 
 namespace
 {
 
-using Clock = std::chrono::steady_clock;
+constexpr const char* USAGE =
+    "usage: gps-monitor [--seconds N] [--log FILE]\n"
+    "\n"
+    "Prints each position that the GPS receiver reports, until Ctrl-C, and a summary at the end.\n"
+    "\n"
+    "  --seconds N  end after N seconds\n"
+    "  --log FILE   append the device library's log to FILE\n"
+    "\n"
+    "Exit status: 0 when something was received, 1 when not, 2 for a wrong command line.\n";
 
-/// The signals that end the program, taken by the main thread only. To be made before any other thread,
-/// which then never gets them.
-class EndingSignals
-{
-public:
-    EndingSignals()
-    {
-        sigemptyset(&set);
-        sigaddset(&set, SIGINT);
-        sigaddset(&set, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &set, nullptr);
-    }
-
-    /// Returns when one has come, or when the time is over.
-    void Await(const std::optional<std::chrono::seconds>& longest) const
-    {
-        if (!longest)
-        {
-            int signal = 0;
-            sigwait(&set, &signal);
-            return;
-        }
-        const auto end = Clock::now() + *longest;
-        for (auto rest = *longest + Clock::duration::zero(); rest > Clock::duration::zero();
-             rest = end - Clock::now())
-        {
-            const auto seconds = std::chrono::floor<std::chrono::seconds>(rest);
-            const timespec limit = {static_cast<std::time_t>(seconds.count()),
-                                    static_cast<long>((rest - seconds).count())};
-            if (sigtimedwait(&set, nullptr, &limit) > 0)
-            {
-                return;
-            }
-        }
-    }
-
-private:
-    sigset_t set;
-};
+constexpr int NOTHING_RECEIVED = 1;
 
 }
 
 int main(int argc, char** argv)
 {
-    using Tavbase::Tavlog::Logger;
-
-    constexpr int NOTHING_RECEIVED = 1;
-    constexpr int WRONG_COMMAND_LINE = 2;
-
-    const std::optional<GpsMonitor::Options> options = GpsMonitor::Options::Parse(argc, argv);
-    if (!options || options->help)
-    {
-        std::fputs(GpsMonitor::Options::USAGE, options ? stdout : stderr);
-        return options ? 0 : WRONG_COMMAND_LINE;
-    }
-
-    const EndingSignals endingSignals;
-    Logger::GetInstance().EnableConsole(false); // the console belongs to the positions
-    if (!options->logFile.empty() && !Logger::GetInstance().OpenFile(options->logFile))
-    {
-        std::perror(options->logFile.c_str());
-    }
+    const Examples::Options options = Examples::Options::ParseOrExit(argc, argv, USAGE);
+    const Examples::EndingSignals endingSignals;
+    options.SetUpLog();
 
     GpsMonitor::Monitor monitor;
     Tavbase::Interfaces::IThread::IThreadDelegate* receiver = &monitor;
@@ -97,7 +47,7 @@ int main(int argc, char** argv)
 
     std::printf("Asking the GPS receiver what it is; this takes up to six seconds.\n");
     std::fflush(stdout);
-    endingSignals.Await(options->seconds);
+    endingSignals.Await(options.seconds);
     gps.Stop();
 
     monitor.PrintSummary();

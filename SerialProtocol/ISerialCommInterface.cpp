@@ -1,0 +1,8 @@
+#include "SerialProtocol/ISerialCommInterface.h"
+
+namespace SerialProtocol
+{
+
+ISerialCommInterface::~ISerialCommInterface() = default;
+
+}

@@ -1,0 +1,58 @@
+#include "examples/common/Options.h"
+
+#include "base/Tavbase/Tavlog/Logger.h"
+
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+namespace Examples
+{
+
+Options Options::ParseOrExit(int argc, const char* const* argv, const char* usage)
+{
+    Options options;
+    for (int i = 1; i < argc; ++i)
+    {
+        const std::string_view option = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (option == "--help" || option == "-h")
+        {
+            std::fputs(usage, stdout);
+            std::exit(EXIT_SUCCESS);
+        }
+        unsigned int number = 0;
+        if (option == "--seconds" && hasValue)
+        {
+            const std::string_view text = argv[++i];
+            const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+            if (error == std::errc() && end == text.data() + text.size())
+            {
+                options.seconds = std::chrono::seconds(number);
+                continue;
+            }
+        }
+        else if (option == "--log" && hasValue)
+        {
+            options.logFile = argv[++i];
+            continue;
+        }
+        std::fputs(usage, stderr);
+        std::exit(WRONG_COMMAND_LINE);
+    }
+    return options;
+}
+
+void Options::SetUpLog() const
+{
+    using Tavbase::Tavlog::Logger;
+
+    Logger::GetInstance().EnableConsole(false);
+    if (!logFile.empty() && !Logger::GetInstance().OpenFile(logFile))
+    {
+        std::perror(logFile.c_str());
+    }
+}
+
+}

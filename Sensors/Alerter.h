@@ -1,0 +1,47 @@
+#ifndef SENSORS_ALERTER_H
+#define SENSORS_ALERTER_H
+
+#include "base/Export.h"
+
+namespace Tavdevice
+{
+
+/**
+ * A device that warns the driver audibly: Beeper or BuzzerSerial.
+ *
+ *     alerter->level = 2;
+ *     alerter->Alert();
+ *
+ * Threads: no lock; one alerter is driven by one thread, which an alert blocks for its whole length.
+ */
+class TAVDEVICE_API Alerter
+{
+public:
+    Alerter();
+    Alerter(const Alerter&) = delete;
+    Alerter& operator=(const Alerter&) = delete;
+    virtual ~Alerter();
+
+    // In this order: it is that of the table of virtual operations.
+    virtual bool Open() = 0;  ///< opens the device, for as long as until Close() @return false on failure
+    virtual bool Close() = 0; ///< @return false on failure
+    virtual bool Alert() = 0; ///< opens the device, plays the alert of the present level, closes the device
+    virtual bool CheckPresence() = 0; ///< opens and closes the device @return `isPresent` afterwards
+
+    /// True once an alert device has been opened, until a search for one finds nothing. One flag for all
+    /// alerters of the process.
+    static bool isPresent;
+
+protected:
+    bool busy = false; ///< an alert is being played
+
+public:
+    int level = 0; ///< which alert is played; each device tells its own. Set before Alert().
+
+private:
+    struct Layout; ///< checks the order of the fields
+};
+
+}
+
+#endif

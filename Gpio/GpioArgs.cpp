@@ -1,0 +1,8 @@
+#include "Gpio/GpioArgs.h"
+
+namespace Tavdevice::Gpio
+{
+
+GpioArgs::~GpioArgs() = default;
+
+}

@@ -1,0 +1,154 @@
+#include "Gpio/GpioCore.h"
+
+#include "base/Tavbase/Tavlog/Logger.h"
+#include "base/Tavsystem/System/UnmountAll.h"
+
+#include <chrono>
+#include <fcntl.h>
+#include <iostream>
+#include <sys/ioctl.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Tavdevice::Gpio
+{
+
+namespace
+{
+
+using Tavbase::Tavlog::Logger;
+using Tavbase::Tavlog::LogType;
+
+constexpr const char* DEVICE = "/dev/tav_event";
+
+// Request codes of the driver.
+constexpr unsigned int INFRARED_LEDS = 104;
+constexpr unsigned int POWER_LINE = 105;
+constexpr unsigned int USB_HUB_RESET = 106;
+
+constexpr std::size_t MESSAGE_BYTES = 5; // the trigger, and four that are not used
+constexpr int WITHOUT_LIMIT = -1;
+
+constexpr std::chrono::milliseconds POWER_PULSE{100};
+constexpr std::chrono::milliseconds HUB_RESET_TIME{20};
+constexpr std::chrono::seconds HUB_ENUMERATION_TIME{8};
+
+}
+
+std::mutex GpioCore::mGpio;
+bool GpioCore::initialized = false;
+std::array<pollfd, 2> GpioCore::fds = {};
+
+GpioCore::GpioCore()
+{
+    SetErrorSource("Tavdevice::Gpio", "GpioCore");
+}
+
+GpioCore::~GpioCore() = default;
+
+bool GpioCore::Initialize()
+{
+    const std::scoped_lock lock(mGpio);
+    if (initialized)
+    {
+        return true;
+    }
+    fds[0].fd = open(DEVICE, O_RDWR);
+    initialized = fds[0].fd >= 0;
+    if (initialized)
+    {
+        fds[0].events = POLLIN;
+    }
+    return initialized;
+}
+
+void GpioCore::Close()
+{
+    const std::scoped_lock lock(mGpio);
+    if (initialized)
+    {
+        // True after a successful close, deliberately: who closes the device has done with it for good.
+        initialized = close(fds[0].fd) >= 0;
+    }
+}
+
+bool GpioCore::SetPin(unsigned int pin, unsigned int value)
+{
+    if (!Initialize())
+    {
+        return false;
+    }
+    const std::scoped_lock lock(mGpio);
+    ioctl(fds[0].fd, pin, value);
+    return true;
+}
+
+bool GpioCore::ShutDown()
+{
+    Tavsystem::System::UnmountAll();
+    std::cout << "POWER OFF, Bye." << std::endl;
+    return SetPin(POWER_LINE, 0);
+}
+
+bool GpioCore::ShutDownIfIgnitionOff()
+{
+    SetPin(POWER_LINE, 0); // the line is driven back, whatever became of this
+    std::this_thread::sleep_for(POWER_PULSE);
+    return SetPin(POWER_LINE, 1);
+}
+
+bool GpioCore::TurnOffIRLEDs()
+{
+    return SetPin(INFRARED_LEDS, 0);
+}
+
+bool GpioCore::HWResetUsbHub()
+{
+    if (!SetPin(USB_HUB_RESET, 0))
+    {
+        return false;
+    }
+    std::this_thread::sleep_for(HUB_RESET_TIME);
+    if (!SetPin(USB_HUB_RESET, 1))
+    {
+        return false;
+    }
+    std::this_thread::sleep_for(HUB_ENUMERATION_TIME);
+    return true;
+}
+
+bool GpioCore::Pool(int& trigger)
+{
+    trigger = 0;
+    if (!Initialize())
+    {
+        std::cout << "Event module driver could not be open." << std::endl;
+        return false;
+    }
+    pollfd device = fds[0]; // its own: several threads may wait
+    const int ready = poll(&device, 1, WITHOUT_LIMIT);
+    if (ready < 1)
+    {
+        std::cout << "---- BAD POLL (" << ready << ") ----" << std::endl;
+        return false;
+    }
+    if ((device.revents & POLLIN) == 0)
+    {
+        return false;
+    }
+    std::array<unsigned char, MESSAGE_BYTES> message{};
+    if (read(device.fd, message.data(), message.size()) < 0)
+    {
+        std::cout << "Error while trying to read trigger." << std::endl;
+        return false;
+    }
+    trigger = message[0];
+    if (trigger == 0)
+    {
+        return false;
+    }
+    Logger::GetInstance() << LogType::Info << "[GPIO] ===> Got trigger [" << trigger << "]" << std::endl;
+    return true;
+}
+
+}

@@ -1,0 +1,76 @@
+#ifndef GPIO_GPIOCORE_H
+#define GPIO_GPIOCORE_H
+
+#include "base/Export.h"
+#include "base/Tavbase/Interfaces/IError.h"
+
+#include <array>
+#include <mutex>
+#include <poll.h>
+
+namespace Tavdevice::Gpio
+{
+
+/**
+ * The board's event driver, "/dev/tav_event": its output lines (pins) and its triggers.
+ *
+ * All state is the class's: the process has one descriptor of the device, opened by whichever operation comes
+ * first. Objects carry nothing; destroying one changes nothing.
+ *
+ * A pin's number is the driver's request code: 100 and 101 the red and the green element of the right LED,
+ * 102 and 103 those of the left one, 104 the infrared LEDs, 105 the power line, 106 the USB hub's reset.
+ *
+ * Threads: any thread may drive pins while another waits in Pool().
+ */
+class TAVDEVICE_API GpioCore : public Tavbase::Interfaces::IError
+{
+public:
+    GpioCore();           ///< does not touch the device
+    ~GpioCore() override; ///< leaves the device open for the others
+
+    static bool Initialize(); ///< opens the device once @return false when it cannot be opened
+
+    /**
+     * Closes the device. It is not opened again afterwards: after a successful close the device still counts
+     * as initialised, and pins and triggers fail in silence until the process ends.
+     */
+    static void Close();
+
+    /**
+     * Drives an output line; opens the device where that is still to be done.
+     * @param pin   100 to 106
+     * @param value 0 or 1
+     * @return false when the device cannot be opened; true otherwise, whatever the driver said
+     */
+    static bool SetPin(unsigned int pin, unsigned int value);
+
+    /// Switches the unit off: unmounts all volumes, says so on standard output, cuts the power. It returns
+    /// when the power is still there. @return as SetPin()
+    static bool ShutDown();
+
+    /// Pulses the power line for 100 ms, so that the power controller cuts the supply unless the ignition is
+    /// on. @return as SetPin()
+    static bool ShutDownIfIgnitionOff();
+
+    static bool TurnOffIRLEDs(); ///< @return as SetPin()
+
+    /// Holds the USB hub in reset for 20 ms, then waits 8 s for the devices behind it. @return as SetPin()
+    static bool HWResetUsbHub();
+
+    /**
+     * Waits for a trigger, without a limit; a signal ends the wait as a failure.
+     * @param trigger receives it, 1 to 255; 0 on failure
+     * @return false when the device cannot be opened or read, which is told on standard output, and for a
+     *         trigger of 0
+     */
+    bool Pool(int& trigger);
+
+private:
+    static std::mutex mGpio; ///< held around opening, closing and each pin write, never across a wait
+    static bool initialized;
+    static std::array<pollfd, 2> fds; ///< the first is the device
+};
+
+}
+
+#endif

@@ -10,13 +10,14 @@ struct Answer
     enum class Type
     {
         GoOn,       ///< the kernel carries the call out
-        Result,     ///< `error`, 0 or an errno
+        Result,     ///< `error`, or `value` when that is 0
         Descriptor, ///< `descriptor` is given to the application, and closed here
         None        ///< the caller is gone
     };
 
     Type type = Type::GoOn;
     int error = 0;
+    int value = 0; ///< what the call returns
     int descriptor = -1;
     bool closeOnExec = false;
 
@@ -26,11 +27,17 @@ struct Answer
 
     static Answer Success() { return {Type::Result}; }
 
+    /// @param result what the call returns; below 0: a negated errno
+    static Answer Returned(int result)
+    {
+        return result < 0 ? Error(-result) : Answer{Type::Result, 0, result};
+    }
+
     static Answer None() { return {Type::None}; }
 
     static Answer Opened(int descriptor, bool closeOnExec)
     {
-        return {Type::Descriptor, 0, descriptor, closeOnExec};
+        return {Type::Descriptor, 0, 0, descriptor, closeOnExec};
     }
 };
 

@@ -147,6 +147,10 @@ constexpr Option OPTIONS[] = {
     {"--modem-signal", [](CommandLine& line, const Setting& setting) { line.modem.rssi = Signal(setting); }},
     {"--modem-registration",
      [](CommandLine& line, const Setting& setting) { line.modem.registration = Registration(setting); }},
+    {"--crash-after", [](CommandLine& line, const Setting& setting) { line.crashAfter = Seconds(setting); }},
+    {"--ignition-after",
+     [](CommandLine& line, const Setting& setting) { line.ignitionAfter = Seconds(setting); }},
+    {"--journal", [](CommandLine& line, const Setting& setting) { line.journal = setting.value; }},
     {"--sdcard", [](CommandLine& line, const Setting& setting) { line.sdcard = Directory(setting); }},
 };
 
@@ -173,6 +177,10 @@ const char* const CommandLine::USAGE =
     "  --modem-signal RSSI      it receives so well, 0 to 31; 99: not known (20)\n"
     "  --modem-registration none|searching|home|roaming|denied|unknown\n"
     "                           it is registered so (home)\n"
+    "  --crash-after SECONDS    the unit is in a crash so long after the run begins (never)\n"
+    "  --ignition-after SECONDS the ignition is switched on so long after the event driver is first used "
+    "(never)\n"
+    "  --journal FILE           tells what pins, sound chips and buzzer did, at the end of the run\n"
     "  --sdcard DIR             keeps the content of the storage card; without it the card is empty at "
     "first\n"
     "\n"

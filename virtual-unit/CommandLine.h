@@ -5,6 +5,8 @@
 #include "virtual-unit/peripherals/GpsReceiver.h"
 #include "virtual-unit/peripherals/KeyReader.h"
 
+#include <chrono>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -40,7 +42,10 @@ struct CommandLine
     KeyReader::Options keyReader;
     CellularState modem;
     bool modemOnBus = true;
-    std::string nmeaFile;             ///< a recording to play; empty: none
+    std::optional<std::chrono::seconds> crashAfter;    ///< from the begin of the run; none: no crash
+    std::optional<std::chrono::seconds> ignitionAfter; ///< from the first use of the event driver; none: off
+    std::string journal;                               ///< file that tells what the outputs did; empty: none
+    std::string nmeaFile;                              ///< a recording to play; empty: none
     std::string sdcard;               ///< directory with the storage card's content; empty: a private one
     std::vector<std::string> program; ///< and its arguments; not empty for Command::Run
 };

@@ -25,6 +25,21 @@ ServedDevice* DeviceTable::Find(const std::string& path) const
     return found == served.end() ? nullptr : found->second.get();
 }
 
+ServedDevice* DeviceTable::FindOpened(const std::string& link) const
+{
+    struct stat opened = {};
+    if (stat(link.c_str(), &opened) != 0)
+    {
+        return nullptr;
+    }
+    const auto found = std::ranges::find_if(served, [&opened](const auto& entry) {
+        struct stat own = {};
+        return fstat(entry.second->Descriptor(), &own) == 0 && own.st_dev == opened.st_dev &&
+               own.st_ino == opened.st_ino;
+    });
+    return found == served.end() ? nullptr : found->second.get();
+}
+
 bool DeviceTable::BelongsToUnit(const std::string& path) const
 {
     // All of them lie in one directory: most paths are told by that alone.

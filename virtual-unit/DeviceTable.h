@@ -22,6 +22,10 @@ public:
     void Serve(const std::string& path, std::unique_ptr<ServedDevice> device);
 
     ServedDevice* Find(const std::string& path) const; ///< null when nothing is served there
+
+    /// The device that a process has open. @param link "/proc/PID/fd/N" @return null when it is none of these
+    ServedDevice* FindOpened(const std::string& link) const;
+
     bool BelongsToUnit(const std::string& path) const; ///< served, or one of UnitPaths()
 
     const std::map<std::string, std::unique_ptr<ServedDevice>>& Served() const { return served; }

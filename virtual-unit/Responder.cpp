@@ -1,5 +1,7 @@
 #include "virtual-unit/Responder.h"
 
+#include "virtual-unit/ApplicationMemory.h"
+
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
@@ -31,6 +33,37 @@ Answer Open(ServedDevice& device, std::uint64_t flags)
     }
     const int descriptor = device.Open(static_cast<int>(flags & ~CREATING_FLAGS) | O_CLOEXEC);
     return descriptor < 0 ? Answer::Error(errno) : Answer::Opened(descriptor, (flags & O_CLOEXEC) != 0);
+}
+
+/// The memory of the process whose call is held.
+class HeldMemory : public CallerMemory
+{
+public:
+    explicit HeldMemory(pid_t holder) : thread(holder) {}
+
+    int Read(std::uint64_t address, void* data, std::size_t size) override
+    {
+        return ApplicationMemory::Read(thread, address, data, size);
+    }
+
+    int Write(std::uint64_t address, const void* data, std::size_t size) override
+    {
+        return ApplicationMemory::Write(thread, address, data, size);
+    }
+
+private:
+    pid_t thread;
+};
+
+/// Served by a socket, the device shows as the character device that it stands for.
+template <class Mode>
+void ShowAsDevice(Mode& mode)
+{
+    constexpr Mode EVERYBODY = 0666;
+    if (S_ISSOCK(mode))
+    {
+        mode = S_IFCHR | EVERYBODY;
+    }
 }
 
 }
@@ -75,6 +108,10 @@ Answer Responder::Find()
     }
 
     const HeldCall held(*request, *call);
+    if (call->kind == Kind::Ioctl)
+    {
+        return FindForIoctl(held);
+    }
     std::string path;
     std::string otherPath;
     int error = held.ReadPath(held.Path(), path);
@@ -116,6 +153,19 @@ Answer Responder::FindForPaths(const HeldCall& held, const UnitPath& path, const
     return onCard ? cardCalls.Find(held, path, otherPath) : FindForDevice(held, devicePath.Text());
 }
 
+Answer Responder::FindForIoctl(const HeldCall& held)
+{
+    ServedDevice* device = table.FindOpened("/proc/" + std::to_string(held.Thread()) + "/fd/" +
+                                            std::to_string(static_cast<int>(held.OwnArgument())));
+    if (device == nullptr || !StillWaits())
+    {
+        return device == nullptr ? Answer::GoOn() : Answer::None();
+    }
+    HeldMemory memory(held.Thread());
+    const std::optional<int> result = device->Ioctl(held.OwnArgument(1), held.OwnArgument(2), memory);
+    return result ? Answer::Returned(*result) : Answer::GoOn();
+}
+
 Answer Responder::FindForDevice(const HeldCall& held, const std::string& path)
 {
     ServedDevice* device = table.Find(path);
@@ -144,16 +194,22 @@ Answer Responder::FindForDevice(const HeldCall& held, const std::string& path)
         return (held.OwnArgument() & X_OK) != 0 ? Answer::Error(EACCES) : Answer::Success();
     case Kind::Status: {
         struct stat status = {};
-        return fstat(device->Descriptor(), &status) == 0
-                   ? held.Store(&status, sizeof(status), held.OwnArgument())
-                   : Answer::Error(errno);
+        if (fstat(device->Descriptor(), &status) != 0)
+        {
+            return Answer::Error(errno);
+        }
+        ShowAsDevice(status.st_mode);
+        return held.Store(&status, sizeof(status), held.OwnArgument());
     }
     case Kind::StatusX: {
         struct statx status = {};
         const auto mask = static_cast<unsigned int>(held.OwnArgument());
-        return statx(device->Descriptor(), "", AT_EMPTY_PATH, mask, &status) == 0
-                   ? held.Store(&status, sizeof(status), held.OwnArgument(1))
-                   : Answer::Error(errno);
+        if (statx(device->Descriptor(), "", AT_EMPTY_PATH, mask, &status) != 0)
+        {
+            return Answer::Error(errno);
+        }
+        ShowAsDevice(status.stx_mode);
+        return held.Store(&status, sizeof(status), held.OwnArgument(1));
     }
     case Kind::ReadLink:
         return Answer::Error(EINVAL); // not a symbolic link
@@ -200,6 +256,7 @@ void Responder::Send(const Answer& answer)
     *response = {};
     response->id = request->id;
     response->error = -error;
+    response->val = answer.value;
     response->flags = answer.type == Answer::Type::GoOn ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
     seccomp_notify_respond(fd, response); // fails when the caller is gone
 }

@@ -44,6 +44,7 @@ private:
     Answer Find();
     Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     Answer FindForDevice(const HeldCall& held, const std::string& path);
+    Answer FindForIoctl(const HeldCall& held);
     Answer RefuseUnreadable(const HeldCall& held, int error);
     void Send(const Answer& answer);
     void ReportOnce(const std::string& line);

@@ -1,5 +1,7 @@
 #include "virtual-unit/SerialLine.h"
 
+#include "virtual-unit/Deadline.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -170,7 +172,7 @@ void SerialLine::Carry()
             }
             events = {{{master, static_cast<short>(waiting.empty() ? POLLIN : POLLIN | POLLOUT), 0},
                        {wake, POLLIN, 0}}};
-            milliseconds = MillisecondsToWait();
+            milliseconds = MillisecondsUntil(peripheral.NextDeadline());
         }
         poll(events.data(), events.size(), milliseconds);
         std::uint64_t ignored = 0;
@@ -220,18 +222,6 @@ void SerialLine::Wake() const
     const std::uint64_t one = 1;
     // It fails only when the counter is full, and then the thread is being woken anyway.
     [[maybe_unused]] const ssize_t ignored = write(wake, &one, sizeof(one));
-}
-
-int SerialLine::MillisecondsToWait() const
-{
-    const auto deadline = peripheral.NextDeadline();
-    if (!deadline)
-    {
-        return -1;
-    }
-    const auto rest =
-        std::chrono::ceil<std::chrono::milliseconds>(*deadline - std::chrono::steady_clock::now());
-    return static_cast<int>(std::clamp<std::int64_t>(rest.count(), 0, std::numeric_limits<int>::max()));
 }
 
 }

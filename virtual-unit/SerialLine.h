@@ -96,7 +96,6 @@ private:
     void Write(std::string_view bytes);
     void FlushWaiting();
     void Wake() const;
-    int MillisecondsToWait() const;
 
     SerialPeripheral& peripheral;
     int master = -1; ///< the device's end

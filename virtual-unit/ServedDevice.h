@@ -1,6 +1,10 @@
 #ifndef VIRTUAL_UNIT_SERVEDDEVICE_H
 #define VIRTUAL_UNIT_SERVEDDEVICE_H
 
+#include "virtual-unit/peripherals/CallerMemory.h"
+
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <sys/stat.h>
 
@@ -19,6 +23,19 @@ public:
      * @return a descriptor, the caller's to close; -1 and errno on failure
      */
     virtual int Open(int flags) = 0;
+
+    /**
+     * Answers an ioctl on a descriptor of the device.
+     * @param memory of the process that makes it
+     * @return what it returns, or below 0 a negated errno; none: the kernel carries it out
+     */
+    virtual std::optional<int> Ioctl(unsigned long request, std::uint64_t argument, CallerMemory& memory)
+    {
+        static_cast<void>(request);
+        static_cast<void>(argument);
+        static_cast<void>(memory);
+        return std::nullopt;
+    }
 
     virtual bool Exists() const { return true; } ///< false: it has been pulled out, there is no such file
 

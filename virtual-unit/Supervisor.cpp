@@ -1,6 +1,7 @@
 #include "virtual-unit/Supervisor.h"
 
 #include "virtual-unit/Application.h"
+#include "virtual-unit/Deadline.h"
 #include "virtual-unit/PrivateDirectory.h"
 #include "virtual-unit/StorageCard.h"
 #include "virtual-unit/SystemCallFilter.h"
@@ -80,15 +81,6 @@ private:
     sigset_t former;
     int fd;
 };
-
-int MillisecondsUntil(std::optional<Clock::time_point> deadline)
-{
-    constexpr int WITHOUT_END = -1;
-    return deadline ? static_cast<int>(std::chrono::ceil<milliseconds>(
-                                           std::max(*deadline - Clock::now(), Clock::duration::zero()))
-                                           .count())
-                    : WITHOUT_END;
-}
 
 }
 

@@ -102,6 +102,7 @@ constexpr InterceptedCall CALLS[] = {
     {"swapoff", Kind::Other, {NONE, 0}},
     {"acct", Kind::Other, {NONE, 0}},
     {"uselib", Kind::Other, {NONE, 0}},
+    {"ioctl", Kind::Ioctl, {}, 0},
     {"umount", Kind::Forbidden},
     {"umount2", Kind::Forbidden},
     {"reboot", Kind::Forbidden},
@@ -111,6 +112,20 @@ constexpr InterceptedCall CALLS[] = {
 constexpr std::pair<std::string_view, int> NEWER_CALLS[] = {
     {"fchmodat2", 452},     {"setxattrat", 463},     {"getxattrat", 464},   {"listxattrat", 465},
     {"removexattrat", 466}, {"open_tree_attr", 467}, {"file_getattr", 468}, {"file_setattr", 469}};
+
+/// The requests of the unit's drivers, as a mask and what it leaves. All other ioctls are not held up.
+struct Requests
+{
+    scmp_datum_t mask;
+    scmp_datum_t value;
+};
+
+constexpr scmp_datum_t LOW_WORD = 0xFFFFFFFF;
+constexpr Requests IOCTL_REQUESTS[] = {{0xFFFFFF00, 0x0700},   // i2c-dev
+                                       {0x0000FF00, 'H' << 8}, // hidraw
+                                       {LOW_WORD, 100},        {LOW_WORD, 101}, {LOW_WORD, 102},
+                                       {LOW_WORD, 103}, // event driver: its pins
+                                       {LOW_WORD, 104},        {LOW_WORD, 105}, {LOW_WORD, 106}};
 
 int NumberOf(const char* name)
 {
@@ -143,7 +158,7 @@ SystemCallFilter::SystemCallFilter() : context(seccomp_init(SCMP_ACT_ALLOW))
             const int number = NumberOf(call.name);
             if (number >= 0)
             {
-                Check(seccomp_rule_add(context, SCMP_ACT_NOTIFY, number, 0), call.name);
+                AddRules(number, call);
                 calls.push_back({number, &call});
             }
         }
@@ -154,6 +169,21 @@ SystemCallFilter::SystemCallFilter() : context(seccomp_init(SCMP_ACT_ALLOW))
     {
         seccomp_release(context);
         throw;
+    }
+}
+
+void SystemCallFilter::AddRules(int number, const InterceptedCall& call)
+{
+    if (call.kind != Kind::Ioctl)
+    {
+        Check(seccomp_rule_add(context, SCMP_ACT_NOTIFY, number, 0), call.name);
+        return;
+    }
+    for (const Requests& requests : IOCTL_REQUESTS)
+    {
+        Check(seccomp_rule_add(context, SCMP_ACT_NOTIFY, number, 1,
+                               SCMP_A1(SCMP_CMP_MASKED_EQ, requests.mask, requests.value)),
+              call.name);
     }
 }
 

@@ -32,6 +32,7 @@ struct InterceptedCall
         MakeNode,        ///< a hard link, a symbolic link or a device node
         ChangeDirectory, ///< of the process
         Execute,
+        Ioctl,    ///< `argument`: the descriptor; the request and its argument follow
         Socket,   ///< the path stands in a socket's address, whose size follows
         Other,    ///< does something else with the file that the path names
         Forbidden ///< never carried out, whatever its arguments
@@ -79,6 +80,7 @@ public:
     const InterceptedCall* Find(int number) const; ///< null for a call that is not intercepted
 
 private:
+    void AddRules(int number, const InterceptedCall& call);
     int LoadUninterrupted() const;
 
     struct Numbered

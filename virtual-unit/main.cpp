@@ -3,12 +3,19 @@
 #include "virtual-unit/Application.h"
 #include "virtual-unit/CommandLine.h"
 #include "virtual-unit/DeviceTable.h"
+#include "virtual-unit/Journal.h"
+#include "virtual-unit/ServedDriver.h"
 #include "virtual-unit/ServedSerialLine.h"
 #include "virtual-unit/StorageCard.h"
 #include "virtual-unit/Supervisor.h"
 #include "virtual-unit/UnitPath.h"
+#include "virtual-unit/peripherals/Accelerometer.h"
+#include "virtual-unit/peripherals/BuzzerBoard.h"
 #include "virtual-unit/peripherals/CellularModule.h"
+#include "virtual-unit/peripherals/EventDriver.h"
 #include "virtual-unit/peripherals/GpsReceiver.h"
+#include "virtual-unit/peripherals/HidBridge.h"
+#include "virtual-unit/peripherals/I2cAdapter.h"
 #include "virtual-unit/peripherals/KeyReader.h"
 #include "virtual-unit/peripherals/Nmea.h"
 
@@ -39,6 +46,12 @@ constexpr const char* KEY_READER_PORT = "/dev/ttymxc2";
 constexpr const char* MODEM_PORT = "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0";
 constexpr const char* MODEM_ALTERNATE_PORT =
     "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if02-port0";
+constexpr const char* BUZZER_PORT = "/dev/serial/by-id/usb-1a86_USB2.0-Serial-if00-port0";
+constexpr const char* I2C_ADAPTER = "/dev/i2c-1";
+constexpr const char* HID_BRIDGE = "/dev/hidraw0";
+constexpr const char* EVENT_DRIVER = "/dev/tav_event";
+
+constexpr unsigned char IGNITION_ON = 1; // of the event driver's triggers
 
 void Report(const std::string& line)
 {
@@ -115,14 +128,87 @@ std::unique_ptr<ServedDevice> BuildModemPort(const std::shared_ptr<CellularModul
                                               "cellular module UC15, " + condition);
 }
 
-DeviceTable BuildUnit(const CommandLine& line, const std::shared_ptr<CellularModule>& modem)
+/// An I2C adapter and the accelerometer on it.
+struct AccelerometerBus
 {
+    AccelerometerBus() { adapter.Add(accelerometer); }
+
+    Accelerometer accelerometer;
+    I2cAdapter adapter;
+};
+
+/// The devices whose state is asked for besides what is served of them.
+struct Unit
+{
+    explicit Unit(const CommandLine& line)
+        : start(std::chrono::steady_clock::now()), modem(BuildModem(line)),
+          events(std::make_shared<EventDriver>(
+              line.ignitionAfter ? std::vector<EventDriver::Event>{{*line.ignitionAfter, IGNITION_ON}}
+                                 : std::vector<EventDriver::Event>()))
+    {
+        if (line.crashAfter)
+        {
+            bus->accelerometer.motion.Crash(start + *line.crashAfter);
+        }
+    }
+
+    std::chrono::steady_clock::time_point start;
+    std::shared_ptr<CellularModule> modem;
+    std::shared_ptr<EventDriver> events;
+    std::shared_ptr<AccelerometerBus> bus = std::make_shared<AccelerometerBus>();
+    std::shared_ptr<HidBridge> bridge = std::make_shared<HidBridge>();
+    std::shared_ptr<BuzzerBoard> buzzer = std::make_shared<BuzzerBoard>();
+};
+
+DeviceTable BuildTable(const CommandLine& line, const Unit& unit)
+{
+    const std::shared_ptr<CellularModule>& modem = unit.modem;
     DeviceTable devices;
     devices.Serve(GPS_PORT, BuildGpsReceiver(line));
     devices.Serve(KEY_READER_PORT, BuildKeyReader(line.keyReader));
     devices.Serve(MODEM_PORT, BuildModemPort(modem, CellularModule::Port::Main));
     devices.Serve(MODEM_ALTERNATE_PORT, BuildModemPort(modem, CellularModule::Port::Alternate));
+    devices.Serve(BUZZER_PORT, std::make_unique<ServedSerialLine>(unit.buzzer, "buzzer board"));
+    // The adapter keeps its slave.
+    devices.Serve(I2C_ADAPTER, std::make_unique<ServedDriver>(
+                                   std::shared_ptr<IoctlPeripheral>(unit.bus, &unit.bus->adapter),
+                                   "I2C adapter, accelerometer MMA8451Q at 0x1C"));
+    devices.Serve(HID_BRIDGE,
+                  std::make_unique<ServedDriver>(std::shared_ptr<MessagePeripheral>(unit.bridge),
+                                                 "HID bridge FT260, sound chips at 0x5A and 0x62"));
+    devices.Serve(EVENT_DRIVER,
+                  std::make_unique<ServedDriver>(std::shared_ptr<MessagePeripheral>(unit.events),
+                                                 "event driver, pins 100 to 106"));
     return devices;
+}
+
+int WriteJournal(const Unit& unit, const std::string& path)
+{
+    Journal journal(unit.start);
+    journal.Add(*unit.events);
+    journal.Add("sound chip 0x5A", unit.bridge->first);
+    journal.Add("sound chip 0x62", unit.bridge->second);
+    journal.Add(*unit.buzzer);
+    return journal.Write(path);
+}
+
+int Run(const CommandLine& line, const Unit& unit)
+{
+    int status = 0;
+    {
+        // Ended before the journal is written, so that what is under way has arrived.
+        const DeviceTable devices = BuildTable(line, unit);
+        status = RunOnVirtualUnit(line.program, devices, *unit.modem, line.sdcard, Report);
+    }
+    if (!line.journal.empty())
+    {
+        if (const int error = WriteJournal(unit, line.journal); error != 0)
+        {
+            Report("--journal: " + line.journal +
+                   " cannot be written: " + std::generic_category().message(error));
+        }
+    }
+    return status;
 }
 
 int ListDevices(const DeviceTable& devices, const std::string& sdcard)
@@ -173,16 +259,15 @@ int Do(const CommandLine& line)
         std::fputs(CommandLine::USAGE, stdout);
         return 0;
     }
-    const std::shared_ptr<CellularModule> modem = BuildModem(line);
-    const DeviceTable devices = BuildUnit(line, modem);
+    const Unit unit(line);
     switch (line.command)
     {
     case CommandLine::Command::Devices:
-        return ListDevices(devices, line.sdcard);
+        return ListDevices(BuildTable(line, unit), line.sdcard);
     case CommandLine::Command::Check:
-        return Check(devices, *modem);
+        return Check(BuildTable(line, unit), *unit.modem);
     default:
-        return RunOnVirtualUnit(line.program, devices, *modem, line.sdcard, Report);
+        return Run(line, unit);
     }
 }
 

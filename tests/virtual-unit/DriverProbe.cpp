@@ -1,0 +1,120 @@
+// What DriverPortsTest runs on the virtual unit: talks to the devices that are driven by ioctls and messages,
+// and prints what they answered.
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <linux/hidraw.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+#include <map>
+#include <poll.h>
+#include <string>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+
+constexpr int PATIENCE_MILLISECONDS = 5000;
+
+int OpenOrEnd(const char* path, int flags = O_RDWR)
+{
+    const int fd = open(path, flags);
+    if (fd < 0)
+    {
+        std::perror(path);
+        _exit(1);
+    }
+    return fd;
+}
+
+void Print(const char* what, long result)
+{
+    if (result < 0)
+    {
+        std::printf("%s %s\n", what, strerrorname_np(errno));
+    }
+    else
+    {
+        std::printf("%s %ld\n", what, result);
+    }
+}
+
+int ReadRegister(int fd, unsigned char reg)
+{
+    i2c_smbus_data data = {};
+    i2c_smbus_ioctl_data transfer = {I2C_SMBUS_READ, reg, I2C_SMBUS_BYTE_DATA, &data};
+    return ioctl(fd, I2C_SMBUS, &transfer) < 0 ? -1 : data.byte;
+}
+
+int Pins()
+{
+    const int fd = OpenOrEnd("/dev/tav_event");
+    Print("pin", ioctl(fd, 103, 1));
+    Print("another value", ioctl(fd, 103, 7));
+    Print("no pin", ioctl(fd, 99, 1));
+    Print("a file's ioctl", ioctl(OpenOrEnd("/dev/null"), 103, 1));
+    return 0;
+}
+
+int Trigger()
+{
+    pollfd device = {OpenOrEnd("/dev/tav_event"), POLLIN, 0};
+    Print("poll", poll(&device, 1, PATIENCE_MILLISECONDS));
+    std::array<unsigned char, 16> message{};
+    Print("read", read(device.fd, message.data(), message.size()));
+    std::printf("trigger %d\n", message[0]);
+    return 0;
+}
+
+int Chip()
+{
+    const int fd = OpenOrEnd("/dev/i2c-1", O_RDWR | O_NONBLOCK);
+    Print("select", ioctl(fd, I2C_SLAVE, 0x1C));
+    Print("who am i", ReadRegister(fd, 0x0D));
+    Print("nothing there", ioctl(fd, I2C_SLAVE, 0x1D));
+    Print("read", ReadRegister(fd, 0x0D));
+    Print("bad address", ioctl(fd, I2C_SMBUS, nullptr));
+    Print("another adapter", open("/dev/i2c-0", O_RDWR));
+    return 0;
+}
+
+int Bridge()
+{
+    const int fd = OpenOrEnd("/dev/hidraw0", O_RDWR | O_NONBLOCK);
+    std::array<char, 256> name{};
+    Print("name", ioctl(fd, HIDIOCGRAWNAME(256), name.data()));
+    hidraw_devinfo info = {};
+    Print("info", ioctl(fd, HIDIOCGRAWINFO, &info));
+    std::printf("%s %d %04hx %04hx\n", name.data(), static_cast<int>(info.bustype),
+                static_cast<unsigned short>(info.vendor), static_cast<unsigned short>(info.product));
+    Print("nothing to read", read(fd, name.data(), name.size()));
+    const std::array<unsigned char, 6> sound = {0xD0, 0x5A, 0x06, 2, 0x01, 0x3F};
+    Print("write", write(fd, sound.data(), sound.size()));
+    return 0;
+}
+
+int Kinds()
+{
+    for (const char* path : {"/dev/tav_event", "/dev/i2c-1", "/dev/hidraw0"})
+    {
+        struct stat status = {};
+        std::printf("%s %s\n", path,
+                    stat(path, &status) == 0 && S_ISCHR(status.st_mode) ? "device" : "other");
+    }
+    return 0;
+}
+
+}
+
+int main(int, char** argv)
+{
+    const std::map<std::string, std::function<int()>> probes = {
+        {"pins", Pins}, {"trigger", Trigger}, {"chip", Chip}, {"bridge", Bridge}, {"kinds", Kinds}};
+    return probes.at(argv[1])();
+}

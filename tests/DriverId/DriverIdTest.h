@@ -78,16 +78,6 @@ private:
 class DriverIdLogTest : public Kit::DeviceTest
 {
 protected:
-    void ForgetLog()
-    {
-        fileSeen = log.File().size();
-        consoleSeen = log.Console().size();
-    }
-
-    Texts FileLines() const { return Behind(log.File(), fileSeen); }
-
-    Texts ConsoleLines() const { return Behind(log.Console(), consoleSeen); }
-
     /// The lines, each of them in both sinks.
     void ExpectLines(const Texts& lines) const
     {
@@ -116,16 +106,6 @@ protected:
         const auto sleeps = System::Sleeps();
         return std::count(sleeps.begin(), sleeps.end(), duration);
     }
-
-private:
-    static Texts Behind(Texts lines, std::size_t seen)
-    {
-        lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(seen));
-        return lines;
-    }
-
-    std::size_t fileSeen = 0;
-    std::size_t consoleSeen = 0;
 };
 
 /// The library on a terminal whose other end the test holds, and a card.

@@ -3,6 +3,7 @@
 
 #include "GpsDevice/GpsDevice.h"
 #include "tests/kit/DeviceTest.h"
+#include "tests/kit/Peer.h"
 #include "tests/kit/Terminal.h"
 
 #include <chrono>
@@ -82,16 +83,6 @@ private:
 class GpsLogTest : public Kit::DeviceTest
 {
 protected:
-    void ForgetLog()
-    {
-        fileSeen = log.File().size();
-        consoleSeen = log.ConsoleOnly().size();
-    }
-
-    Texts FileLines() const { return Behind(log.File(), fileSeen); }
-
-    Texts ConsoleOnlyLines() const { return Behind(log.ConsoleOnly(), consoleSeen); }
-
     /// Names of the calls made on the device and of its sleeps, in order. The test's own sleep otherwise.
     static Texts Functions()
     {
@@ -105,16 +96,6 @@ protected:
         }
         return names;
     }
-
-private:
-    static Texts Behind(Texts lines, std::size_t seen)
-    {
-        lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(seen));
-        return lines;
-    }
-
-    std::size_t fileSeen = 0;
-    std::size_t consoleSeen = 0;
 };
 
 /// A device on a terminal whose other end the test holds.
@@ -187,31 +168,7 @@ private:
     bool cutAnywhere = false;
 };
 
-/// The module at the other end: sends each text at its (virtual) time.
-class Module
-{
-public:
-    using Script = std::vector<std::pair<std::chrono::milliseconds, std::string>>;
-
-    Module(Kit::Terminal& line, Script script)
-        : thread([&line, texts = std::move(script), begin = Kit::Clock::Elapsed()] {
-              for (const auto& [at, text] : texts)
-              {
-                  std::this_thread::sleep_for(begin + at - Kit::Clock::Elapsed());
-                  line.Send(text);
-              }
-          })
-    {
-    }
-
-    ~Module() { thread.join(); }
-
-    Module(const Module&) = delete;
-    Module& operator=(const Module&) = delete;
-
-private:
-    std::thread thread;
-};
+using Module = Kit::Peer; ///< the module at the other end
 
 }
 

@@ -82,7 +82,7 @@ protected:
     }
 
     const std::string realCard = RealCard();
-    const fs::path work = Kit::TempDir::Path() + "/work";
+    const fs::path work = Kit::TempDir::Path() + "/bench";
     const fs::path temporary = Kit::TempDir::Path() + "/temporary";
     const fs::path card = work / "card";
     std::string formerTmpdir;
@@ -231,7 +231,7 @@ TEST_F(StorageCardTest, WhatTheCardDoesNotDoIsRefusedWithALine)
 
 TEST_F(StorageCardTest, PathsMayStartAtADirectoryOfTheCard)
 {
-    const std::vector<std::vector<std::string>> options = {{}, {"--sdcard", work / "../work/card"}};
+    const std::vector<std::vector<std::string>> options = {{}, {"--sdcard", work / "../bench/card"}};
     for (const std::vector<std::string>& each : options)
     {
         const Outcome outcome = Probe({"card-relative"}, each);

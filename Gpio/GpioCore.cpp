@@ -79,7 +79,7 @@ bool GpioCore::SetPin(unsigned int pin, unsigned int value)
         return false;
     }
     const std::scoped_lock lock(mGpio);
-    ioctl(fds[0].fd, pin, value);
+    ioctl(fds[0].fd, pin, static_cast<unsigned long>(value));
     return true;
 }
 

@@ -8,6 +8,7 @@
 #include "base/Tavbase/Interfaces/IgnitionStartMode.h"
 
 #include <concepts>
+#include <cstddef>
 
 namespace Tavdevice::Gpio
 {
@@ -61,7 +62,10 @@ public:
         }
     }
 
-    ~GpioManager() override; ///< ends the thread, also while it waits
+    GpioManager(std::nullptr_t, unsigned int) : GpioManager() {} ///< without a listener
+
+    /// Ends the thread, also while it waits. A derived class ends it in its own destructor, by StopWorker().
+    ~GpioManager() override;
 
     // In this order: it is that of the table of virtual operations.
     void RunIgnitionStart() override;       ///< starts the thread

@@ -116,6 +116,7 @@ int Module3G::GetCarriersList(std::list<Operator>* list)
     return 0;
 }
 
+// By value: the stated interface. NOLINTNEXTLINE(performance-unnecessary-value-param)
 int Module3G::CB_CompareOperator(Operator a, Operator b)
 {
     return a.accessTechnology > b.accessTechnology ? 1 : 0;

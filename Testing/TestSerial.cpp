@@ -51,7 +51,7 @@ int TestSerial()
     settings.controlFlags = (settings.controlFlags & ~SPEED_BITS) | OTHER_SPEED;
     settings.inputSpeed = BAUD;
     settings.outputSpeed = BAUD;
-    if (ioctl(fd, SET_SETTINGS, &settings) != 0)
+    if (ioctl(fd, SET_SETTINGS, &settings) < 0)
     {
         std::perror("ioctl");
     }

@@ -20,7 +20,7 @@ Options Options::ParseOrExit(int argc, const char* const* argv, const char* usag
         if (option == "--help" || option == "-h")
         {
             std::fputs(usage, stdout);
-            std::exit(EXIT_SUCCESS);
+            std::exit(EXIT_SUCCESS); // NOLINT(concurrency-mt-unsafe): before any thread
         }
         unsigned int number = 0;
         if (option == "--seconds" && hasValue)
@@ -39,7 +39,7 @@ Options Options::ParseOrExit(int argc, const char* const* argv, const char* usag
             continue;
         }
         std::fputs(usage, stderr);
-        std::exit(WRONG_COMMAND_LINE);
+        std::exit(WRONG_COMMAND_LINE); // NOLINT(concurrency-mt-unsafe): before any thread
     }
     return options;
 }

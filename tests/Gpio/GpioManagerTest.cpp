@@ -81,7 +81,7 @@ TEST_F(GpioManagerTest, ANewManagerIsNamedAndIdle)
 
 TEST_F(GpioManagerTest, TheBasesStandInTheirOrderAndTheFlagsBehindThem)
 {
-    GpioManager manager(static_cast<GpioOutput**>(nullptr), 0);
+    GpioManager manager(nullptr, 0);
     const auto place = [](const void* part) { return reinterpret_cast<std::uintptr_t>(part); };
     const auto core = place(static_cast<GpioCore*>(&manager));
     const auto signal = place(static_cast<ISignal*>(&manager));

@@ -39,7 +39,7 @@ ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device, std::string 
 {
 }
 
-ServedDriver::ServedDriver(std::shared_ptr<MessagePeripheral> device, std::string theDescription)
+ServedDriver::ServedDriver(const std::shared_ptr<MessagePeripheral>& device, std::string theDescription)
     : ServedDriver(device, device.get(), std::move(theDescription))
 {
     messages->Attach([this] { Wake(); });

@@ -27,7 +27,7 @@ class ServedDriver : public ServedDevice
 public:
     /// @throws std::system_error when the system gives no sockets
     ServedDriver(std::shared_ptr<IoctlPeripheral> device, std::string description);
-    ServedDriver(std::shared_ptr<MessagePeripheral> device, std::string description);
+    ServedDriver(const std::shared_ptr<MessagePeripheral>& device, std::string description);
     ~ServedDriver() override;
 
     int Open(int flags) override;

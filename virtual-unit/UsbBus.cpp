@@ -43,16 +43,19 @@ UsbBus::UsbBus(CellularModule& theModule) : module(theModule)
     {
         throw std::system_error(errno, std::generic_category(), program);
     }
+    // The threads of the devices, where there are any, do not look at the environment.
+    // NOLINTBEGIN(concurrency-mt-unsafe)
     const char* path = std::getenv(PATH_VARIABLE);
     formerPath = path != nullptr ? path : USUAL_PATH;
     setenv(PATH_VARIABLE, (directory.Path() + ":" + formerPath).c_str(), 1);
+    // NOLINTEND(concurrency-mt-unsafe)
     module.TellPresence([this](bool onBus) { List(onBus); });
 }
 
 UsbBus::~UsbBus()
 {
     module.TellPresence({});
-    setenv(PATH_VARIABLE, formerPath.c_str(), 1);
+    setenv(PATH_VARIABLE, formerPath.c_str(), 1); // NOLINT(concurrency-mt-unsafe): as above
 }
 
 void UsbBus::List(bool withModule) const

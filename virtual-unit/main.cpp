@@ -105,7 +105,7 @@ std::shared_ptr<CellularModule> BuildModem(const CommandLine& line)
 {
     CellularState state = line.modem;
     state.clock = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-    const auto modem = std::make_shared<CellularModule>(state);
+    auto modem = std::make_shared<CellularModule>(state);
     if (!line.modemOnBus)
     {
         modem->Unplug();

@@ -78,7 +78,7 @@ public:
 
     bool IsConnected() const override { return connected; }
 
-    void Attach(std::function<void()> wakeHost) override { wake = std::move(wakeHost); }
+    void Attach(const std::function<void()>& wakeHost) override { wake = wakeHost; }
 
 private:
     void Take(char byte, TimePoint now);

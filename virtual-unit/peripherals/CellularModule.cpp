@@ -91,10 +91,10 @@ bool CellularModule::Interface::IsConnected() const
     return module.onBus && !left;
 }
 
-void CellularModule::Interface::Attach(std::function<void()> hostsWake)
+void CellularModule::Interface::Attach(const std::function<void()>& hostsWake)
 {
     const std::lock_guard lock(module.access);
-    wake = std::move(hostsWake);
+    wake = hostsWake;
     left = !module.onBus;
     Reset();
 }

@@ -81,7 +81,7 @@ public:
         void Advance(TimePoint now) override;
         std::vector<std::string> TakeOutput() override;
         bool IsConnected() const override;
-        void Attach(std::function<void()> wake) override;
+        void Attach(const std::function<void()>& wake) override;
 
     private:
         friend class CellularModule;

@@ -77,7 +77,7 @@ public:
 
     bool IsConnected() const override { return connected; }
 
-    void Attach(std::function<void()> wakeHost) override { wake = std::move(wakeHost); }
+    void Attach(const std::function<void()>& wakeHost) override { wake = wakeHost; }
 
 private:
     void Send(unsigned char code);

@@ -45,7 +45,7 @@ public:
      * @param wake makes the host look at the device anew, from any thread and without waiting; empty: the
      *             host is gone. One host at a time.
      */
-    virtual void Attach(std::function<void()> /*wake*/) {}
+    virtual void Attach(const std::function<void()>& /*wake*/) {}
 };
 
 }

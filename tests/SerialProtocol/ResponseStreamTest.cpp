@@ -22,7 +22,7 @@ using Kit::Clock;
 using SerialProtocol::FrameCollector;
 
 constexpr unsigned int SEED = 20260301;
-constexpr int STREAMS = 150;
+constexpr int STREAMS = 60;
 constexpr int PIECES = 40; // of a stream
 constexpr std::size_t LONGEST = 17;
 constexpr std::size_t END = 4; // CRC and trailer

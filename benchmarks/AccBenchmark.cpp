@@ -4,7 +4,7 @@
 
 #include "AccDevice/AccDevice.h"
 #include "benchmarks/Allocations.h"
-#include "benchmarks/Console.h"
+#include "benchmarks/Run.h"
 #include "benchmarks/UnitPath.h"
 
 #include <atomic>
@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
-#include <iostream>
 #include <linux/i2c-dev.h>
 #include <linux/i2c.h>
 #include <string>
@@ -73,13 +72,6 @@ extern "C" __attribute__((visibility("default"))) int ioctl(int fd, unsigned lon
 namespace
 {
 
-double ThreadSeconds()
-{
-    timespec time = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
 class Receiver : public IThread::IThreadDelegate
 {
 public:
@@ -93,9 +85,9 @@ void Measure(benchmark::State& state, Poll poll)
     const std::uint64_t before = Benchmarks::Allocations();
     for (auto _ : state)
     {
-        const double start = ThreadSeconds();
+        const double start = Benchmarks::ThreadSeconds();
         poll();
-        state.SetIterationTime(ThreadSeconds() - start);
+        state.SetIterationTime(Benchmarks::ThreadSeconds() - start);
     }
     state.counters["allocations"] =
         static_cast<double>(Benchmarks::Allocations() - before) / static_cast<double>(state.iterations());
@@ -151,14 +143,5 @@ BENCHMARK(Batch)->UseManualTime();
 
 int main(int argc, char** argv)
 {
-    Benchmarks::SilenceStandardOutput();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-    {
-        return EXIT_FAILURE;
-    }
-    benchmark::ConsoleReporter report(benchmark::ConsoleReporter::OO_Tabular);
-    report.SetOutputStream(&std::cerr);
-    benchmark::RunSpecifiedBenchmarks(&report);
-    return EXIT_SUCCESS;
+    return Benchmarks::Run(argc, argv);
 }

@@ -3,7 +3,7 @@
 
 #include "GpsDevice/GpsDevice.h"
 #include "benchmarks/Allocations.h"
-#include "benchmarks/Console.h"
+#include "benchmarks/Run.h"
 #include "benchmarks/UnitTerminal.h"
 
 #include <algorithm>
@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <iostream>
 #include <string>
 #include <string_view>
 #include <sys/select.h>
@@ -175,14 +174,5 @@ BENCHMARK(GpsRun)->UseManualTime();
 
 int main(int argc, char** argv)
 {
-    Benchmarks::SilenceStandardOutput();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-    {
-        return 1;
-    }
-    benchmark::ConsoleReporter report(benchmark::ConsoleReporter::OO_Tabular);
-    report.SetOutputStream(&std::cerr);
-    benchmark::RunSpecifiedBenchmarks(&report);
-    return 0;
+    return Benchmarks::Run(argc, argv);
 }

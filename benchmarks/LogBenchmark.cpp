@@ -12,7 +12,7 @@
 #include "base/Tavbase/Util/NewDate.h"
 #include "base/Tavbase/Util/TemperatureMonitor.h"
 #include "benchmarks/Allocations.h"
-#include "benchmarks/Console.h"
+#include "benchmarks/Run.h"
 
 #include <atomic>
 #include <benchmark/benchmark.h>
@@ -21,7 +21,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
-#include <iostream>
 #include <memory>
 #include <mutex>
 #include <spdlog/async_logger.h>
@@ -328,17 +327,8 @@ void Register(const std::string& name)
 
 int main(int argc, char** argv)
 {
-    Benchmarks::SilenceStandardOutput();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-    {
-        return 1;
-    }
     Register<Ours>("Tavlog");
     Register<Plain>("PlainHandOver");
     Register<Spdlog>("Spdlog");
-    benchmark::ConsoleReporter report(benchmark::ConsoleReporter::OO_Tabular);
-    report.SetOutputStream(&std::cerr);
-    benchmark::RunSpecifiedBenchmarks(&report);
-    return 0;
+    return Benchmarks::Run(argc, argv);
 }

@@ -4,7 +4,7 @@
 #include "Modem/Module3G.h"
 #include "Modem/Replies.h"
 #include "benchmarks/Allocations.h"
-#include "benchmarks/Console.h"
+#include "benchmarks/Run.h"
 #include "benchmarks/UnitTerminal.h"
 
 #include <array>
@@ -14,7 +14,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
-#include <iostream>
 #include <list>
 #include <poll.h>
 #include <string>
@@ -78,13 +77,6 @@ private:
     std::thread thread;
 };
 
-double ThreadSeconds()
-{
-    timespec time = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
-}
-
 /// Time: what an exchange takes above its first wait, or its processor time.
 template <class Clock>
 void Exchange(benchmark::State& state, Clock measure)
@@ -120,9 +112,9 @@ void ExchangeAboveFirstWait(benchmark::State& state)
 void ExchangeProcessorTime(benchmark::State& state)
 {
     Exchange(state, [](auto exchange) {
-        const double start = ThreadSeconds();
+        const double start = Benchmarks::ThreadSeconds();
         exchange();
-        return ThreadSeconds() - start;
+        return Benchmarks::ThreadSeconds() - start;
     });
 }
 
@@ -155,14 +147,5 @@ BENCHMARK(OperatorScan)->UseRealTime();
 
 int main(int argc, char** argv)
 {
-    Benchmarks::SilenceStandardOutput();
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-    {
-        return EXIT_FAILURE;
-    }
-    benchmark::ConsoleReporter report(benchmark::ConsoleReporter::OO_Tabular);
-    report.SetOutputStream(&std::cerr);
-    benchmark::RunSpecifiedBenchmarks(&report);
-    return EXIT_SUCCESS;
+    return Benchmarks::Run(argc, argv);
 }

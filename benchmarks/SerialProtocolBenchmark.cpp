@@ -4,6 +4,7 @@
 #include "SerialProtocol/Crc16.h"
 #include "SerialProtocol/Frame.h"
 #include "SerialProtocol/FrameCollector.h"
+#include "benchmarks/Run.h"
 
 #include <algorithm>
 #include <array>
@@ -117,11 +118,5 @@ int main(int argc, char** argv)
     {
         return EXIT_FAILURE; // not the same work
     }
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-    {
-        return EXIT_FAILURE;
-    }
-    benchmark::RunSpecifiedBenchmarks();
-    return EXIT_SUCCESS;
+    return Benchmarks::Run(argc, argv);
 }

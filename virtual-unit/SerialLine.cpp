@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
-#include <limits>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <system_error>

@@ -2,15 +2,16 @@
 
 #include "base/Tavbase/Tavlog/Logger.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
 #include <cstdlib>
-#include <string_view>
 
 namespace Examples
 {
 
-Options Options::ParseOrExit(int argc, const char* const* argv, const char* usage)
+Options Options::ParseOrExit(int argc, const char* const* argv, const char* usage,
+                             std::initializer_list<Extra> extras)
 {
     Options options;
     for (int i = 1; i < argc; ++i)
@@ -37,6 +38,20 @@ Options Options::ParseOrExit(int argc, const char* const* argv, const char* usag
         {
             options.logFile = argv[++i];
             continue;
+        }
+        else if (const auto* const extra = std::ranges::find(extras, option, &Extra::name);
+                 extra != extras.end())
+        {
+            if (bool* const* const wanted = std::get_if<bool*>(&extra->target))
+            {
+                **wanted = true;
+                continue;
+            }
+            if (hasValue)
+            {
+                *std::get<std::string*>(extra->target) = argv[++i];
+                continue;
+            }
         }
         std::fputs(usage, stderr);
         std::exit(WRONG_COMMAND_LINE); // NOLINT(concurrency-mt-unsafe): before any thread

@@ -5,6 +5,8 @@
 namespace GpsMonitor
 {
 
+using Examples::Block;
+
 namespace
 {
 
@@ -43,7 +45,7 @@ void Monitor::ThreadCallback(void* value)
     }
     else
     {
-        const Block block = ParseBlock(text);
+        const Block block = Examples::ParseBlock(text);
         PrintLine(block);
         TakeBlock(block);
     }

@@ -2,7 +2,7 @@
 #define EXAMPLES_GPS_MONITOR_MONITOR_H
 
 #include "base/Tavbase/Interfaces/IThread.h"
-#include "examples/gps-monitor/Nmea.h"
+#include "examples/common/Nmea.h"
 
 #include <optional>
 #include <string>
@@ -32,10 +32,10 @@ private:
     struct Seen
     {
         std::string time;
-        Coordinates position;
+        Examples::Coordinates position;
     };
 
-    void TakeBlock(const Block& block);
+    void TakeBlock(const Examples::Block& block);
 
     int blocks = 0;
     int blocksWithFix = 0;

@@ -1,17 +1,20 @@
 // modem-info: an application of the device library that shows what the cellular module and the network say.
 
 #include "Modem/Module3G.h"
+#include "examples/common/ModemAnswers.h"
 #include "examples/common/Options.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <list>
+#include <optional>
 #include <string>
 
 namespace
 {
 
+namespace ModemAnswers = Examples::ModemAnswers;
 using Tavdevice::Modem::Module3G;
 using Tavdevice::Modem::Operator;
 
@@ -33,20 +36,13 @@ void Show(const char* name, const std::string& value)
     std::printf("%-18s%s\n", name, value.empty() ? "unknown" : value.c_str());
 }
 
-bool ModuleAnswers()
-{
-    constexpr int CYCLES = 4;
-    char attention[] = "AT\r\n"; // commands are taken as char*: from a buffer of one's own
-    return Module3G::SendATCommand(attention, CYCLES) == 0;
-}
-
 void ShowIdentity()
 {
     Module3G::StoreModuleIdentityItems();
     Show("IMEI", Module3G::m3gIMEI);
     Show("firmware", Module3G::m3g_fw_version);
     Show("IMSI", Module3G::m3gSimIMSI);
-    Show("ICCID", Module3G::m3gSimICCID.substr(0, Module3G::m3gSimICCID.find('\r')));
+    Show("ICCID", ModemAnswers::Iccid());
     const int millivolts = Module3G::GetVoltageLevel();
     Show("supply", millivolts < 0 ? std::string() : std::to_string(millivolts) + " mV");
 }
@@ -60,30 +56,24 @@ void ShowNetwork()
     Module3G::EnableNetworkRegistration();
     const int state = Module3G::GetRegistrationStatus();
     Show("registration", state < 0 ? std::string() : Module3G::GetRegistrationStatusDescription(state));
-    std::string carrier;
-    Module3G::GetCarrierName(carrier);
-    Show("operator",
-         carrier.substr(0, carrier.rfind(','))); // the library leaves a comma and a digit behind it
+    Show("operator", ModemAnswers::Operator());
 }
 
 void ShowOperators()
 {
     std::printf("\nscanning for operators ...\n");
-    std::list<Operator> operators;
-    if (Module3G::GetCarriersList(&operators) != 0)
+    const std::optional<std::list<Operator>> operators = ModemAnswers::Operators();
+    if (!operators)
     {
         std::printf("the scan failed\n");
         return;
     }
-    for (const Operator& item : operators)
+    for (const Operator& item : *operators)
     {
-        if (!item.numeric.empty()) // the lists of modes and formats behind the operators have none
-        {
-            const char* const states[] = {"unknown", "available", "current", "forbidden"};
-            const bool known = item.status >= 0 && item.status <= 3;
-            std::printf("  %-6s %-24s %-9s %s\n", item.numeric.c_str(), item.longName.c_str(),
-                        states[known ? item.status : 0], item.accessTechnology == 0 ? "GSM" : "UTRAN");
-        }
+        const char* const states[] = {"unknown", "available", "current", "forbidden"};
+        const bool known = item.status >= 0 && item.status <= 3;
+        std::printf("  %-6s %-24s %-9s %s\n", item.numeric.c_str(), item.longName.c_str(),
+                    states[known ? item.status : 0], item.accessTechnology == 0 ? "GSM" : "UTRAN");
     }
 }
 
@@ -98,7 +88,7 @@ int main(int argc, char** argv)
     {
         Module3G module;
         Show("on the USB bus", module.CheckModulePresence(true) ? "yes" : "no");
-        if (!ModuleAnswers())
+        if (!ModemAnswers::IsThere())
         {
             std::fprintf(stderr, "the cellular module does not answer\n");
             return NO_MODULE;

@@ -5,10 +5,9 @@
 #include "base/Tavbase/TavubufferDynamic.h"
 #include "examples/common/EndingSignals.h"
 #include "examples/common/Options.h"
+#include "examples/common/Sample.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <span>
@@ -17,6 +16,7 @@
 namespace
 {
 
+using Examples::Sample;
 using Tavbase::Interfaces::IThread;
 using Tavdevice::ACC::AccDevice;
 
@@ -38,27 +38,7 @@ constexpr unsigned char ADAPTER = 1;
 constexpr unsigned char ADDRESS = 0x1C;
 constexpr AccDevice::GForceScale SCALE = AccDevice::GForceScale::Eight;
 
-constexpr std::size_t AXES = 3;
 constexpr double SHOCK_G = 2.0;
-
-/// A sample of 8 bits in two's complement, in g.
-double InG(unsigned char sample)
-{
-    constexpr double STEPS = 128; // from zero to the full scale
-    return static_cast<std::int8_t>(sample) * static_cast<double>(SCALE) / STEPS;
-}
-
-struct Sample
-{
-    explicit Sample(std::span<const unsigned char, AXES> bytes)
-        : x(InG(bytes[0])), y(InG(bytes[1])), z(InG(bytes[2]))
-    {
-    }
-
-    double Magnitude() const { return std::sqrt(x * x + y * y + z * z); }
-
-    double x, y, z; ///< in g
-};
 
 class Receiver : public IThread::IThreadDelegate
 {
@@ -68,12 +48,11 @@ public:
         const auto& batch = *static_cast<const TavubufferDynamic*>(value);
         const std::span<const unsigned char> bytes(batch.data, static_cast<std::size_t>(batch.length));
         ++batches;
-        std::vector<Sample> samples;
+        const std::vector<Sample> samples = Sample::Of(batch, SCALE);
         double magnitude = 0;
-        for (std::size_t i = 0; i + AXES <= bytes.size(); i += AXES)
+        for (const Sample& sample : samples)
         {
-            samples.emplace_back(bytes.subspan(i).first<AXES>());
-            magnitude = std::max(magnitude, samples.back().Magnitude());
+            magnitude = std::max(magnitude, sample.Magnitude());
         }
         strongest = std::max(strongest, magnitude);
         if (magnitude > SHOCK_G)

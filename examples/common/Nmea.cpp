@@ -1,4 +1,4 @@
-#include "examples/gps-monitor/Nmea.h"
+#include "examples/common/Nmea.h"
 
 #include <array>
 #include <charconv>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <numbers>
 
-namespace GpsMonitor
+namespace Examples
 {
 
 namespace
@@ -81,6 +81,7 @@ std::string Time(std::string_view text)
 
 void ReadRmc(const Fields& fields, Block& block)
 {
+    block.hasRmc = true;
     block.time = Time(fields[Rmc::TIME]);
     block.fix = fields[Rmc::STATUS] == "A";
     const auto latitude = Angle(fields[Rmc::LATITUDE], fields[Rmc::LATITUDE + 1], "S");

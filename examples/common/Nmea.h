@@ -1,12 +1,12 @@
-#ifndef EXAMPLES_GPS_MONITOR_NMEA_H
-#define EXAMPLES_GPS_MONITOR_NMEA_H
+#ifndef EXAMPLES_COMMON_NMEA_H
+#define EXAMPLES_COMMON_NMEA_H
 
 #include <optional>
 #include <string>
 #include <string_view>
 
-/// What the monitor understands of NMEA 0183: the RMC and GGA sentences of any talker.
-namespace GpsMonitor
+/// What the examples understand of NMEA 0183: the RMC and GGA sentences of any talker.
+namespace Examples
 {
 
 struct Coordinates
@@ -19,6 +19,7 @@ struct Coordinates
 struct Block
 {
     std::string time;                        ///< UTC, "08:15:01"
+    bool hasRmc = false;                     ///< it tells whether there is a fix
     bool fix = false;                        ///< the receiver vouches for the position
     std::optional<Coordinates> position;     ///< only with a fix
     std::optional<int> satellites;           ///< used for the position

@@ -2,6 +2,7 @@
 
 #include "Gpio/GpioCore.h"
 #include "tests/Gpio/GpioTest.h"
+#include "tests/kit/Child.h"
 #include "tests/kit/Interruptions.h"
 #include "tests/kit/Leaks.h"
 #include "tests/kit/TempDir.h"
@@ -88,7 +89,7 @@ TEST_F(GpioPinsTest, TheDeviceIsOpenedOnceForReadingAndWriting)
     ASSERT_EQ(Opens(), 1u);
     const System::Call opened = System::CallsOf("open").front();
     EXPECT_EQ(opened.path, "/dev/tav_event");
-    EXPECT_EQ(opened.argument & O_ACCMODE, O_RDWR);
+    EXPECT_EQ(opened.argument, O_RDWR) << "and as a device that waits";
 }
 
 TEST_F(GpioPinsTest, ThreadsThatComeFirstTogetherOpenTheDeviceOnce)
@@ -167,6 +168,28 @@ TEST_F(GpioPinsTest, CloseBeforeTheFirstUseDoesNothing)
     EXPECT_THAT(System::Calls(), IsEmpty());
     EXPECT_TRUE(GpioCore::SetPin(100, 1));
     EXPECT_THAT(driver.Written(), SizeIs(1));
+}
+
+TEST(GpioDescriptorTest, DescriptorZeroCountsAsOpen)
+{
+    const Kit::ChildResult child = Kit::RunInChild([] {
+        EventDriver driver;
+        close(STDIN_FILENO);
+        EXPECT_TRUE(GpioCore::Initialize());
+        EXPECT_EQ(System::CallsOf("open").at(0).result, STDIN_FILENO);
+        EXPECT_TRUE(GpioCore::SetPin(100, 1));
+        driver.Trigger(3);
+        GpioCore core;
+        int trigger = 0;
+        EXPECT_TRUE(core.Pool(trigger));
+        EXPECT_EQ(trigger, 3);
+        EXPECT_THAT(driver.Written(), ElementsAre(Pin(100, 1)));
+        EXPECT_THAT(System::CallsOf("open"), SizeIs(1));
+        GpioCore::Close();
+        EXPECT_THAT(System::CallsOf("close"), SizeIs(1));
+        return testing::Test::HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.output;
 }
 
 // Writing ------------------------------------------------------------------------------------------------

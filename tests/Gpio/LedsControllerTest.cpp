@@ -258,6 +258,30 @@ TEST_F(LedsTest, ALedInTheLitHalfOfASlowBlinkEndsDark)
     EXPECT_THAT(WritesTo(LEFT), ElementsAre(PinWrite{LEFT_GREEN, 1, 600ms}, PinWrite{LEFT_RED, 1, 600ms}));
 }
 
+TEST_F(LedsTest, StopEndsTheLeftThreadBeforeTheRightOne)
+{
+    CreateIdle();
+    leds->SetLedMode(RIGHT, LedController::GreenBlink2000);
+    leds->SetLedMode(LEFT, LedController::GreenBlink2000);
+    Pass(540ms); // lit since 100 ms, both: each ends dark
+    driver.Forget();
+    leds->Stop(LedController::BothOff);
+    EXPECT_THAT(driver.Writes(),
+                ElementsAre(PinWrite{LEFT_GREEN, 0, 750ms}, PinWrite{RIGHT_GREEN, 0, 750ms}));
+}
+
+TEST_F(LedsTest, DestructionEndsTheLeftThreadBeforeTheRightOne)
+{
+    CreateIdle();
+    leds->SetLedMode(RIGHT, LedController::GreenBlink2000);
+    leds->SetLedMode(LEFT, LedController::GreenBlink2000);
+    Pass(540ms); // lit since 100 ms, both: each ends dark
+    driver.Forget();
+    Destroy();
+    EXPECT_THAT(driver.Writes(),
+                ElementsAre(PinWrite{LEFT_GREEN, 0, 550ms}, PinWrite{RIGHT_GREEN, 0, 550ms}));
+}
+
 TEST_F(LedsTest, SignalsDoNotShortenTheWaitOfStop)
 {
     CreateIdle();

@@ -7,8 +7,11 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <fcntl.h>
+#include <list>
 #include <ostream>
 #include <termios.h>
 #include <type_traits>
@@ -377,6 +380,40 @@ static_assert(std::is_same_v<decltype(Module3G::mutexATCommands), std::mutex>);
 static_assert(std::is_same_v<decltype(Module3G::cFds), pollfd>);
 static_assert(std::is_same_v<decltype(Tavdevice::Modem::NR_OF_TRIES), int>);
 static_assert(std::is_same_v<decltype(Tavdevice::Modem::Bus_Module3G), std::string>);
+static_assert(std::is_same_v<decltype(Module3G::registration_status), int>);
+static_assert(std::is_same_v<decltype(Module3G::PreferredOperatorList), std::list<PreferredOperator>>);
+static_assert(std::is_same_v<decltype(Module3G::m3gSimICCID), std::string>);
+static_assert(std::is_same_v<decltype(Module3G::m3gSimIMSI), std::string>);
+static_assert(std::is_same_v<decltype(Module3G::m3gIMEI), std::string>);
+static_assert(std::is_same_v<decltype(Module3G::m3g_fw_version), std::string>);
+static_assert(std::is_same_v<decltype(Module3G::failedRegistrations), int>);
+static_assert(std::is_same_v<decltype(Module3G::autoCarrierSelection), bool>);
+static_assert(std::is_same_v<decltype(Module3G::lastTransmitionTime), std::time_t>);
+static_assert(std::is_same_v<decltype(Module3G::label), std::string>);
+static_assert(std::is_same_v<decltype(Module3G::counter), int>);
+static_assert(std::is_same_v<decltype(Operator::status), std::int32_t>);
+static_assert(std::is_same_v<decltype(Operator::accessTechnology), std::int32_t>);
+static_assert(std::is_same_v<decltype(PreferredOperator::code), std::int32_t>);
+static_assert(std::is_same_v<decltype(PreferredOperator::spare), std::int32_t>);
+static_assert(std::is_same_v<decltype(&Module3G::OpenPort), int (*)(char*)>);
+static_assert(std::is_same_v<decltype(&Module3G::SetLastTransmissionTime), void (*)()>);
+static_assert(std::is_same_v<decltype(&Module3G::CheckModulePresence), bool (Module3G::*)(bool)>);
+static_assert(std::is_same_v<decltype(&Module3G::SaveDateTime), void (*)(char*)>);
+static_assert(std::is_same_v<decltype(&Module3G::IsRegistered), bool (*)()>);
+static_assert(std::is_same_v<decltype(&Module3G::GetRegistrationStatusDescription), std::string (*)(int)>);
+static_assert(std::is_same_v<decltype(&Module3G::GetCarriersList), int (*)(std::list<Operator>*)>);
+static_assert(std::is_same_v<decltype(&Module3G::CB_CompareOperator), int (*)(Operator, Operator)>);
+static_assert(std::is_same_v<decltype(&Module3G::PrintCarriersList), void (*)(std::list<Operator>*)>);
+static_assert(std::is_same_v<decltype(&Module3G::FindPrefferedOperator), bool (*)(PreferredOperator&)>);
+static_assert(std::is_same_v<decltype(&Module3G::RemovePrefferedOperator), bool (*)()>);
+static_assert(std::is_same_v<decltype(&Module3G::SelectNetwork), int (*)()>);
+static_assert(std::is_same_v<decltype(&Module3G::SetOperator), int (*)(int)>);
+static_assert(std::is_same_v<decltype(&Module3G::SwitchToAutoCarrierSelectionMode), int (*)()>);
+static_assert(std::is_same_v<decltype(&Module3G::SwitchToManualCarrierSelectionMode), void (*)()>);
+static_assert(std::is_same_v<decltype(&Module3G::GetCarrierName), bool (*)(std::string&)>);
+static_assert(std::is_same_v<decltype(&Module3G::SetLowVoltageLimit), int (*)(int, bool)>);
+static_assert(std::is_same_v<decltype(&Module3G::SendDisconnectCommands), int (*)()>);
+static_assert(std::is_same_v<decltype(&Module3G::SendPowerDownCommand), void (*)()>);
 static_assert(offsetof(Tavdevice::Modem::Module3GSignalStatus, rssi) == 0);
 static_assert(offsetof(Tavdevice::Modem::Module3GSignalStatus, dBm) == 4);
 static_assert(offsetof(Tavdevice::Modem::Module3GSignalStatus, description) == 8);

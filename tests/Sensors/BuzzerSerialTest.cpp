@@ -449,6 +449,18 @@ TEST_F(BuzzerTest, WhileAnAlertIsPlayedAnotherIsRefused)
     EXPECT_FALSE(own.IsBusy()) << "afterwards";
 }
 
+TEST_F(BuzzerTest, TheBuzzerIsBusyFromItsCommandToTheEndOfThePause)
+{
+    OpenBuzzer own;
+    board.AnswerAt(30ms);
+    std::thread alert([&] { EXPECT_TRUE(own.BuzzDevice(1, 1'000'000)); }); // a second for the host
+    std::this_thread::sleep_for(1029ms);
+    EXPECT_TRUE(own.IsBusy());
+    alert.join();
+    EXPECT_FALSE(own.IsBusy());
+    EXPECT_EQ(Kit::Clock::Elapsed(), 1030ms);
+}
+
 TEST_F(BuzzerTest, AnAlertThatDidNotFindItsBoardLeavesTheBuzzerFree)
 {
     OpenBuzzer own;

@@ -122,7 +122,7 @@ TEST_F(TestSerialUartTest, OpensForReadingAndCloses)
     const std::vector<System::Call> opened = System::CallsOf("open");
     ASSERT_THAT(opened, SizeIs(1));
     EXPECT_EQ(opened[0].path, UART);
-    EXPECT_EQ(opened[0].argument & O_ACCMODE, O_RDONLY);
+    EXPECT_EQ(opened[0].argument, O_RDONLY);
     for (const System::Call& call : System::CallsOf("ioctl"))
     {
         EXPECT_EQ(call.fd, opened[0].result);
@@ -184,6 +184,21 @@ TEST_F(TestSerialUartTest, AUartThatMayNotBeOpenedIsTold)
     EXPECT_EQ(Run(), 1);
     EXPECT_EQ(errors, "Open: Permission denied\n");
     EXPECT_THAT(requests, IsEmpty());
+}
+
+TEST_F(TestSerialTest, DescriptorZeroIsAsGoodAsAnyOther)
+{
+    const Kit::ChildResult child = Kit::RunInChild([this] {
+        const Kit::MessageDevice uart(
+            UART, [this](unsigned long request, void* argument) { return Answer(request, argument); });
+        close(STDIN_FILENO);
+        EXPECT_EQ(TestSerial(), 0);
+        EXPECT_EQ(System::CallsOf("open").at(0).result, STDIN_FILENO);
+        EXPECT_THAT(requests, ElementsAre(GET, SET));
+        EXPECT_EQ(System::CallsOf("close").at(0).fd, STDIN_FILENO);
+        return HasFailure() ? 1 : 0;
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.output;
 }
 
 // The entry that the library carries, which is not this program's own.

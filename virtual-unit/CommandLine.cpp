@@ -1,10 +1,10 @@
 #include "virtual-unit/CommandLine.h"
 
+#include "virtual-unit/Step.h"
+#include "virtual-unit/Values.h"
+
 #include <algorithm>
-#include <charconv>
-#include <chrono>
 #include <iterator>
-#include <optional>
 #include <string_view>
 
 namespace VirtualUnit
@@ -13,158 +13,135 @@ namespace VirtualUnit
 namespace
 {
 
+using Command = CommandLine::Command;
+using Commands = std::initializer_list<Command>;
+
 constexpr std::string_view PROGRAM_FOLLOWS = "--";
 
-/// An option of the command line and its value.
-struct Setting
+struct CommandName
 {
-    const std::string& option;
-    const std::string& value;
+    std::string_view name;
+    Command command;
 };
 
-[[noreturn]] void Refuse(const Setting& setting, const std::string& reason)
-{
-    throw CommandLine::Wrong(setting.option + ": \"" + setting.value + "\" is " + reason);
-}
+constexpr CommandName COMMANDS[] = {{"run", Command::Run},         {"replay", Command::Replay},
+                                    {"do", Command::Do},           {"check", Command::Check},
+                                    {"devices", Command::Devices}, {"help", Command::Help},
+                                    {"--help", Command::Help},     {"-h", Command::Help}};
 
-std::optional<unsigned int> Number(const std::string& text)
-{
-    unsigned int value = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return error == std::errc() && end == text.data() + text.size() ? std::optional(value) : std::nullopt;
-}
-
-std::chrono::seconds Seconds(const Setting& setting)
-{
-    constexpr unsigned int LONGEST = 24 * 60 * 60;
-    const std::optional<unsigned int> value = Number(setting.value);
-    if (!value || *value > LONGEST)
-    {
-        Refuse(setting, "not a number of seconds from 0 to " + std::to_string(LONGEST));
-    }
-    return std::chrono::seconds(*value);
-}
-
-GpsReceiver::Model Model(const Setting& setting)
-{
-    if (setting.value != "l26" && setting.value != "skm53")
-    {
-        Refuse(setting, "neither l26 nor skm53");
-    }
-    return setting.value == "l26" ? GpsReceiver::Model::L26 : GpsReceiver::Model::SKM53;
-}
-
-std::string Key(const Setting& setting)
-{
-    if (setting.value == "none")
-    {
-        return {};
-    }
-    if (!KeyReader::IsKey(setting.value))
-    {
-        Refuse(setting, "neither 12 hexadecimal digits nor none");
-    }
-    return setting.value;
-}
-
-void FitModem(CommandLine& line, const Setting& setting)
-{
-    if (setting.value != "present" && setting.value != "absent" && setting.value != "no-sim")
-    {
-        Refuse(setting, "neither present nor absent nor no-sim");
-    }
-    line.modemOnBus = setting.value != "absent";
-    line.modem.sim = setting.value != "no-sim";
-}
-
-int Signal(const Setting& setting)
-{
-    constexpr unsigned int STRONGEST = 31;
-    constexpr unsigned int NOT_KNOWN = 99;
-    const std::optional<unsigned int> value = Number(setting.value);
-    if (!value || (*value > STRONGEST && *value != NOT_KNOWN))
-    {
-        Refuse(setting, "neither a number from 0 to 31 nor 99");
-    }
-    return static_cast<int>(*value);
-}
-
-CellularState::Registration Registration(const Setting& setting)
-{
-    const auto found = std::ranges::find(CellularState::REGISTRATIONS, setting.value);
-    if (found == std::end(CellularState::REGISTRATIONS))
-    {
-        Refuse(setting, "not none, home, searching, denied, unknown or roaming");
-    }
-    return static_cast<CellularState::Registration>(found - std::begin(CellularState::REGISTRATIONS));
-}
-
-std::string Directory(const Setting& setting)
-{
-    if (setting.value.empty())
-    {
-        Refuse(setting, "no directory");
-    }
-    return setting.value;
-}
-
-CommandLine::Command Command(const std::string& text)
-{
-    if (text == "run")
-    {
-        return CommandLine::Command::Run;
-    }
-    if (text == "check")
-    {
-        return CommandLine::Command::Check;
-    }
-    if (text == "devices")
-    {
-        return CommandLine::Command::Devices;
-    }
-    if (text == "help" || text == "--help" || text == "-h")
-    {
-        return CommandLine::Command::Help;
-    }
-    throw CommandLine::Wrong("\"" + text + "\" is not a command");
-}
-
+/// An option that is not the unit's.
 struct Option
 {
     std::string_view name;
-    void (*take)(CommandLine& line, const Setting& setting);
+    std::string CommandLine::*value;
 };
 
 constexpr Option OPTIONS[] = {
-    {"--gps", [](CommandLine& line, const Setting& setting) { line.gps.model = Model(setting); }},
-    {"--gps-fix-after",
-     [](CommandLine& line, const Setting& setting) { line.gps.fixAfter = Seconds(setting); }},
-    {"--nmea", [](CommandLine& line, const Setting& setting) { line.nmeaFile = setting.value; }},
-    {"--key", [](CommandLine& line, const Setting& setting) { line.keyReader.key = Key(setting); }},
-    {"--key-after",
-     [](CommandLine& line, const Setting& setting) { line.keyReader.keyAfter = Seconds(setting); }},
-    {"--modem", FitModem},
-    {"--modem-signal", [](CommandLine& line, const Setting& setting) { line.modem.rssi = Signal(setting); }},
-    {"--modem-registration",
-     [](CommandLine& line, const Setting& setting) { line.modem.registration = Registration(setting); }},
-    {"--crash-after", [](CommandLine& line, const Setting& setting) { line.crashAfter = Seconds(setting); }},
-    {"--ignition-after",
-     [](CommandLine& line, const Setting& setting) { line.ignitionAfter = Seconds(setting); }},
-    {"--journal", [](CommandLine& line, const Setting& setting) { line.journal = setting.value; }},
-    {"--sdcard", [](CommandLine& line, const Setting& setting) { line.sdcard = Directory(setting); }},
+    {"--script", &CommandLine::script},   {"--record", &CommandLine::record},
+    {"--log", &CommandLine::log},         {"--journal", &CommandLine::journal},
+    {"--control", &CommandLine::control}, {"--sdcard", &CommandLine::sdcard},
 };
 
+using Position = std::vector<std::string>::const_iterator;
+
+void TakeOption(CommandLine& line, Position& argument, Position end)
+{
+    const std::string& name = *argument;
+    if (name == "--mask")
+    {
+        line.mask = true;
+        return;
+    }
+    const auto* const option = std::ranges::find(OPTIONS, name, &Option::name);
+    const bool ofUnit = name.starts_with("--") && UnitOptions::Has(name.substr(2));
+    if (option == std::end(OPTIONS) && !ofUnit)
+    {
+        throw CommandLine::Wrong("\"" + name + "\" is not an option" +
+                                 (line.command == Command::Run ? "; the program stands behind \"--\"" : ""));
+    }
+    if (std::next(argument) == end || *std::next(argument) == PROGRAM_FOLLOWS)
+    {
+        throw CommandLine::Wrong(name + ": the value is missing");
+    }
+    const std::string& value = *++argument;
+    if (ofUnit)
+    {
+        line.unit.emplace_back(name.substr(2), value);
+        return;
+    }
+    if (value.empty())
+    {
+        throw CommandLine::Wrong(name + ": \"\" is no path");
+    }
+    line.*option->value = value;
 }
 
-const char* const CommandLine::USAGE =
+/// The words of a command up to the program.
+void TakeWord(CommandLine& line, const std::string& word)
+{
+    if (line.command == Command::Do)
+    {
+        line.step += (line.step.empty() ? "" : " ") + word;
+    }
+    else if (line.recording.empty())
+    {
+        line.recording = word;
+    }
+    else
+    {
+        throw CommandLine::Wrong("replay: \"" + word + "\" is too much");
+    }
+}
+
+void RefuseIncomplete(const CommandLine& line)
+{
+    const bool runs = line.command == Command::Run || line.command == Command::Replay;
+    if (line.command == Command::Replay && line.recording.empty())
+    {
+        throw CommandLine::Wrong("replay: no recording");
+    }
+    if (runs && line.program.empty())
+    {
+        throw CommandLine::Wrong(std::string(line.command == Command::Run ? "run" : "replay") +
+                                 ": no program; it stands behind \"--\"");
+    }
+    if (line.command == Command::Do && line.step.empty())
+    {
+        throw CommandLine::Wrong("do: no step");
+    }
+    if (line.mask && line.record.empty())
+    {
+        throw CommandLine::Wrong("--mask: there is no --record");
+    }
+}
+
+constexpr const char* USAGE =
     "usage: virtual-unit run [OPTION...] -- PROGRAM [ARGUMENT...]\n"
+    "       virtual-unit replay DIR [--sdcard DIR] [--log FILE] [--record DIR] -- PROGRAM [ARGUMENT...]\n"
+    "       virtual-unit do [--control PATH] STEP\n"
     "       virtual-unit devices [OPTION...]\n"
     "       virtual-unit check\n"
     "       virtual-unit --help\n"
     "\n"
     "run      runs PROGRAM, unmodified, on an emulated unit, and ends with its exit status\n"
-    "devices  lists the device files of the unit and what stands behind them\n"
+    "replay   runs PROGRAM on the ports that --record has recorded, and tells the first difference in what\n"
+    "         it sends\n"
+    "do       has something happen to the unit of a run\n"
+    "devices  lists the device files of the unit, and what stands behind them and how it is: that of the "
+    "run\n"
+    "         with --control PATH, or inside a run\n"
     "check    tells whether this machine can run the virtual unit, and what is missing\n"
+    "\n"
+    "  --script FILE            what happens to the unit in the course of the run\n"
+    "  --record DIR             the traffic of each port goes to a file in DIR, which is new or empty\n"
+    "  --mask                   without the numbers of the module and the SIM: IMEI, IMSI, ICCID\n"
+    "  --log FILE               what happened to the unit, and what the program was refused\n"
+    "  --journal FILE           what pins, sound chips and buzzer did, at the end of the run\n"
+    "  --sdcard DIR             keeps the content of the storage card; without it the card is empty at "
+    "first\n"
+    "  --control PATH           the socket through which virtual-unit do reaches the run\n"
+    "\n"
+    "How the unit is fitted, and what it finds:\n"
     "\n"
     "  --gps l26|skm53          the GPS receiver that is fitted (l26)\n"
     "  --gps-fix-after SECONDS  it has no fix for so long after the port is first opened (0)\n"
@@ -177,15 +154,25 @@ const char* const CommandLine::USAGE =
     "  --modem-signal RSSI      it receives so well, 0 to 31; 99: not known (20)\n"
     "  --modem-registration none|searching|home|roaming|denied|unknown\n"
     "                           it is registered so (home)\n"
+    "  --i2c-adapter N          the adapter with the accelerometer: /dev/i2c-N (1)\n"
     "  --crash-after SECONDS    the unit is in a crash so long after the run begins (never)\n"
     "  --ignition-after SECONDS the ignition is switched on so long after the event driver is first used "
     "(never)\n"
-    "  --journal FILE           tells what pins, sound chips and buzzer did, at the end of the run\n"
-    "  --sdcard DIR             keeps the content of the storage card; without it the card is empty at "
-    "first\n"
     "\n"
-    "Exit status: that of PROGRAM, 128+N when signal N ended it; 2 for a wrong command line, 3 when this\n"
-    "machine cannot run the virtual unit, 126 or 127 when PROGRAM cannot be executed or found.\n";
+    "Exit status: that of PROGRAM, 128+N when signal N ended it; 2 for a wrong command line or script, 3 "
+    "when\n"
+    "this machine cannot run the virtual unit, 4 when a replay differs and PROGRAM ended with 0, 126 or 127\n"
+    "when PROGRAM cannot be executed or found.\n"
+    "\n"
+    "Steps, of do and of a script's lines \"SECONDS STEP\" and \"+SECONDS STEP\":\n"
+    "\n";
+
+}
+
+std::string CommandLine::Usage()
+{
+    return USAGE + Step::List();
+}
 
 CommandLine CommandLine::Parse(const std::vector<std::string>& arguments)
 {
@@ -194,33 +181,47 @@ CommandLine CommandLine::Parse(const std::vector<std::string>& arguments)
     {
         throw Wrong("no command");
     }
-    line.command = ::VirtualUnit::Command(arguments.front());
+    const auto* const named = std::ranges::find(COMMANDS, arguments.front(), &CommandName::name);
+    if (named == std::end(COMMANDS))
+    {
+        throw Wrong("\"" + arguments.front() + "\" is not a command");
+    }
+    line.command = named->command;
 
-    auto argument = arguments.begin() + 1;
+    Position argument = arguments.begin() + 1;
     for (; argument != arguments.end() && *argument != PROGRAM_FOLLOWS; ++argument)
     {
-        const std::string& name = *argument;
-        const auto option = std::ranges::find(OPTIONS, name, &Option::name);
-        if (option == std::end(OPTIONS))
+        const bool takesWords = line.command == Command::Do || line.command == Command::Replay;
+        if (takesWords && !argument->starts_with("--"))
         {
-            throw Wrong("\"" + name + "\" is not an option" +
-                        (line.command == Command::Run ? "; the program stands behind \"--\"" : ""));
+            TakeWord(line, *argument);
         }
-        if (++argument == arguments.end() || *argument == PROGRAM_FOLLOWS)
+        else
         {
-            throw Wrong(name + ": the value is missing");
+            TakeOption(line, argument, arguments.end());
         }
-        option->take(line, {name, *argument});
     }
     if (argument != arguments.end())
     {
         line.program.assign(argument + 1, arguments.end());
     }
-    if (line.command == Command::Run && line.program.empty())
-    {
-        throw Wrong("run: no program; it stands behind \"--\"");
-    }
+    RefuseIncomplete(line);
     return line;
+}
+
+void CommandLine::Overrule(UnitOptions& options) const
+{
+    for (const auto& [name, value] : unit)
+    {
+        try
+        {
+            options.Take(name, value);
+        }
+        catch (const Values::Wrong& wrong)
+        {
+            throw Wrong("--" + name + ": " + wrong.what());
+        }
+    }
 }
 
 }

@@ -1,14 +1,11 @@
 #ifndef VIRTUAL_UNIT_COMMANDLINE_H
 #define VIRTUAL_UNIT_COMMANDLINE_H
 
-#include "virtual-unit/peripherals/CellularState.h"
-#include "virtual-unit/peripherals/GpsReceiver.h"
-#include "virtual-unit/peripherals/KeyReader.h"
+#include "virtual-unit/UnitOptions.h"
 
-#include <chrono>
-#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace VirtualUnit
@@ -20,6 +17,8 @@ struct CommandLine
     enum class Command
     {
         Run,
+        Replay,
+        Do,
         Check,
         Devices,
         Help
@@ -32,22 +31,26 @@ struct CommandLine
         using std::runtime_error::runtime_error;
     };
 
-    static const char* const USAGE;
+    static std::string Usage();
 
     /// @param arguments without the program's own name @throws Wrong
     static CommandLine Parse(const std::vector<std::string>& arguments);
 
+    /// Lets the options of the unit that were given here overrule those of a script. @throws Wrong
+    void Overrule(UnitOptions& unit) const;
+
     Command command = Command::Help;
-    GpsReceiver::Options gps;
-    KeyReader::Options keyReader;
-    CellularState modem;
-    bool modemOnBus = true;
-    std::optional<std::chrono::seconds> crashAfter;    ///< from the begin of the run; none: no crash
-    std::optional<std::chrono::seconds> ignitionAfter; ///< from the first use of the event driver; none: off
-    std::string journal;                               ///< file that tells what the outputs did; empty: none
-    std::string nmeaFile;                              ///< a recording to play; empty: none
+    std::vector<std::pair<std::string, std::string>> unit; ///< its options, by name without dashes
+    std::string script;                                    ///< file; empty: none
+    std::string record;               ///< directory that takes the ports' traffic; empty: none
+    bool mask = false;                ///< without identities
+    std::string log;                  ///< file that tells what happened to the unit; empty: none
+    std::string journal;              ///< file that tells what the outputs did; empty: none
+    std::string control;              ///< path of the control socket; empty: chosen by the program
     std::string sdcard;               ///< directory with the storage card's content; empty: a private one
-    std::vector<std::string> program; ///< and its arguments; not empty for Command::Run
+    std::string recording;            ///< for Command::Replay: directory
+    std::string step;                 ///< for Command::Do
+    std::vector<std::string> program; ///< and its arguments; not empty for Command::Run and Replay
 };
 
 }

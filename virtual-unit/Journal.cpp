@@ -3,15 +3,24 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <map>
 #include <memory>
+#include <utility>
 
 namespace VirtualUnit
 {
 
 void Journal::Add(EventDriver& driver)
 {
+    std::map<unsigned int, unsigned int> values;
     for (const EventDriver::PinWrite& write : driver.History())
     {
+        // An LED's steady mode writes its pins again and again.
+        const auto [known, first] = values.try_emplace(write.pin, write.value);
+        if (!first && std::exchange(known->second, write.value) == write.value)
+        {
+            continue;
+        }
         entries.push_back(
             {write.at, "pin " + std::to_string(write.pin) + " = " + std::to_string(write.value)});
     }

@@ -21,7 +21,7 @@ public:
     /// @param start times are told from there
     explicit Journal(TimePoint start) : begin(start) {}
 
-    void Add(EventDriver& driver);                      ///< each pin that was driven
+    void Add(EventDriver& driver);                      ///< each pin when it changed, and the first write
     void Add(const std::string& name, SoundChip& chip); ///< each note and pause
     void Add(const BuzzerBoard& board);                 ///< each buzz
 

@@ -13,13 +13,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-fs::path Temporary()
-{
-    std::error_code unusable;
-    const fs::path directory = fs::temp_directory_path(unusable);
-    return unusable ? "/tmp" : directory;
-}
-
 /// Makes every directory below `top` one that its owner can empty.
 void Unlock(const fs::path& top)
 {
@@ -38,7 +31,14 @@ void Unlock(const fs::path& top)
 
 }
 
-PrivateDirectory::PrivateDirectory() : path(Temporary() / "virtual-unit-XXXXXX")
+std::string PrivateDirectory::Parent()
+{
+    std::error_code unusable;
+    const fs::path directory = fs::temp_directory_path(unusable);
+    return unusable ? "/tmp" : directory.string();
+}
+
+PrivateDirectory::PrivateDirectory() : path(fs::path(Parent()) / std::string(NAME).append("XXXXXX"))
 {
     if (mkdtemp(path.data()) == nullptr)
     {

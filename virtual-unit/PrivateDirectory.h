@@ -2,6 +2,7 @@
 #define VIRTUAL_UNIT_PRIVATEDIRECTORY_H
 
 #include <string>
+#include <string_view>
 
 namespace VirtualUnit
 {
@@ -11,6 +12,10 @@ namespace VirtualUnit
 class PrivateDirectory
 {
 public:
+    static constexpr std::string_view NAME = "virtual-unit-"; ///< how the directories' names begin
+
+    static std::string Parent(); ///< where they are
+
     PrivateDirectory(); ///< @throws std::system_error
     PrivateDirectory(const PrivateDirectory&) = delete;
     PrivateDirectory& operator=(const PrivateDirectory&) = delete;

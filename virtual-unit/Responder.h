@@ -45,10 +45,11 @@ private:
     Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     Answer FindForDevice(const HeldCall& held, const std::string& path);
     Answer FindForIoctl(const HeldCall& held);
-    Answer RefuseUnreadable(const HeldCall& held, int error);
+    Answer RefuseUnreadable(const HeldCall& held, int error, bool ofUnit);
     void Send(const Answer& answer);
     void ReportOnce(const std::string& line);
     bool StillWaits() const;
+    bool BelongsToUnit(const UnitPath& path) const;
     UnitPath Absolute(const HeldCall& held, const InterceptedCall::NamedPath& where,
                       const std::string& path) const;
 

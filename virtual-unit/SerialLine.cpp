@@ -46,6 +46,29 @@ void CloseIfOpen(int& fd)
 
 SerialLine::SerialLine(SerialPeripheral& device) : peripheral(device)
 {
+    wake = Checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
+    try
+    {
+        OpenTerminal();
+    }
+    catch (...)
+    {
+        CloseIfOpen(wake);
+        throw;
+    }
+    peripheral.Attach([this] { Wake(); });
+}
+
+SerialLine::~SerialLine()
+{
+    HangUp();
+    peripheral.Attach({});
+    CloseIfOpen(slave);
+    CloseIfOpen(wake);
+}
+
+void SerialLine::OpenTerminal()
+{
     try
     {
         master = Checked(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK), "no pseudo terminal");
@@ -66,25 +89,19 @@ SerialLine::SerialLine(SerialPeripheral& device) : peripheral(device)
         cfsetispeed(&settings, B9600);
         cfsetospeed(&settings, B9600);
         Checked(tcsetattr(slave, TCSANOW, &settings), "tcsetattr");
-
-        wake = Checked(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK), "eventfd");
-        peripheral.Attach([this] { Wake(); });
     }
     catch (...)
     {
-        CloseIfOpen(wake);
-        CloseIfOpen(slave);
-        CloseIfOpen(master);
+        CloseTerminal();
         throw;
     }
 }
 
-SerialLine::~SerialLine()
+void SerialLine::CloseTerminal()
 {
-    HangUp();
-    peripheral.Attach({});
     CloseIfOpen(slave);
-    CloseIfOpen(wake);
+    CloseIfOpen(master);
+    path.clear();
 }
 
 void SerialLine::Start()
@@ -110,6 +127,16 @@ void SerialLine::HangUp()
     Stop();
     const std::lock_guard lock(access);
     CloseIfOpen(master);
+}
+
+void SerialLine::Renew()
+{
+    Stop();
+    const std::lock_guard lock(access);
+    CloseTerminal();
+    waiting.clear();
+    OpenTerminal();
+    peripheral.Attach([this] { Wake(); });
 }
 
 bool SerialLine::HungUp() const
@@ -153,11 +180,11 @@ void SerialLine::Carry()
         int milliseconds = 0;
         {
             const std::lock_guard lock(access);
+            ReadMaster(); // what is there arrives, also at the end
             if (ending)
             {
                 return;
             }
-            ReadMaster();
             peripheral.Advance(std::chrono::steady_clock::now());
             FlushWaiting();
             for (const std::string& piece : peripheral.TakeOutput())

@@ -24,7 +24,8 @@ namespace VirtualUnit
  * The thread waits in poll() and takes the time from the steady clock, so that in a process whose C library
  * functions are stood in for it lives in their time. A wait is rounded up to whole milliseconds.
  *
- * Calling threads: any, but for Start(), Stop() and HangUp(), which belong to one thread.
+ * Calling threads: any, but for Start(), Stop(), HangUp(), Renew(), Path() and ApplicationEnd(), which belong
+ * to one thread.
  */
 class SerialLine
 {
@@ -45,9 +46,13 @@ public:
     void Start(); ///< begins to carry bytes and time; nothing when it runs, or after HangUp()
     void Stop();  ///< the device stands still, its time does not go on
 
-    /// Stops and pulls the plug: reads of the application return 0 from now on. It cannot be undone. A line
-    /// that runs does the same by itself when its device is not connected any more.
+    /// Stops and pulls the plug: reads of the application return 0 from now on. A line that runs does the
+    /// same by itself when its device is not connected any more.
     void HangUp();
+
+    /// Hangs up and becomes the host of the device anew, with another terminal: for a device that has been
+    /// away and is back. @throws std::system_error when the system gives none; the line then stays hung up
+    void Renew();
 
     bool HungUp() const;
 
@@ -91,6 +96,8 @@ private:
         ~Relook() { line.Wake(); }
     };
 
+    void OpenTerminal();
+    void CloseTerminal();
     void Carry();
     void ReadMaster();
     void Write(std::string_view bytes);

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <sys/stat.h>
 
 namespace VirtualUnit
@@ -41,8 +40,6 @@ public:
 
     /// The supervisor's own descriptor of the device; its status (fstat) is what stat() of the path tells.
     virtual int Descriptor() const = 0;
-
-    virtual std::string Description() const = 0; ///< for people, for example "GPS receiver L26"
 };
 
 }

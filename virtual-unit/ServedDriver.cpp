@@ -34,21 +34,32 @@ std::array<int, 2> Connected()
 
 }
 
-ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device, std::string theDescription)
-    : ServedDriver(std::move(device), nullptr, std::move(theDescription))
+ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device) : ServedDriver(std::move(device), nullptr)
 {
 }
 
-ServedDriver::ServedDriver(const std::shared_ptr<MessagePeripheral>& device, std::string theDescription)
-    : ServedDriver(device, device.get(), std::move(theDescription))
+ServedDriver::ServedDriver(const std::shared_ptr<MessagePeripheral>& device)
+    : ServedDriver(device, device.get())
 {
     messages->Attach([this] { Wake(); });
 }
 
-ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages,
-                           std::string theDescription)
-    : peripheral(std::move(device)), messages(withMessages), description(std::move(theDescription)),
-      wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages)
+    : peripheral(std::move(device)), messages(withMessages), wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    Connect();
+}
+
+ServedDriver::~ServedDriver()
+{
+    Stop();
+    if (messages != nullptr)
+    {
+        messages->Attach({});
+    }
+}
+
+void ServedDriver::Connect()
 {
     const std::array<int, 2> ends = Connected();
     applicationEnd = VirtualUnit::Descriptor(ends[0]);
@@ -59,25 +70,24 @@ ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePerip
     }
 }
 
-ServedDriver::~ServedDriver()
-{
-    if (thread.joinable())
-    {
-        {
-            const std::scoped_lock lock(access);
-            ending = true;
-        }
-        Wake();
-        thread.join();
-    }
-    if (messages != nullptr)
-    {
-        messages->Attach({});
-    }
-}
-
 int ServedDriver::Open(int flags)
 {
+    bool cameBack = false;
+    Locked([&] { cameBack = messages != nullptr && messages->IsPlugged() && !messages->IsConnected(); });
+    if (cameBack)
+    {
+        try
+        {
+            Stop();
+            Connect();
+        }
+        catch (const std::system_error& failure)
+        {
+            errno = failure.code().value();
+            return -1;
+        }
+        Locked([this] { messages->Attach([this] { Wake(); }); });
+    }
     Start();
     const int fd = fcntl(applicationEnd.Get(), F_DUPFD_CLOEXEC, 0);
     if (fd >= 0)
@@ -87,14 +97,27 @@ int ServedDriver::Open(int flags)
     return fd;
 }
 
+bool ServedDriver::Exists() const
+{
+    const std::lock_guard lock(access);
+    return messages == nullptr || messages->IsPlugged();
+}
+
 std::optional<int> ServedDriver::Ioctl(unsigned long request, std::uint64_t argument, CallerMemory& memory)
 {
+    const auto deadline = [this] { return messages != nullptr ? messages->NextDeadline() : std::nullopt; };
     int result = 0;
+    bool otherDeadline = false;
     {
-        const std::scoped_lock lock(access);
+        const std::lock_guard lock(access);
+        const auto before = deadline();
         result = peripheral->Answer({request, argument, memory}, std::chrono::steady_clock::now());
+        otherDeadline = deadline() != before;
     }
-    Wake();
+    if (otherDeadline) // otherwise the thread has nothing new to see, and a pin is written in half the time
+    {
+        Wake();
+    }
     return result;
 }
 
@@ -102,7 +125,17 @@ void ServedDriver::Start()
 {
     if (messages != nullptr && !thread.joinable())
     {
+        ending = false;
         thread = std::thread(&ServedDriver::Carry, this);
+    }
+}
+
+void ServedDriver::Stop()
+{
+    if (thread.joinable())
+    {
+        Locked([this] { ending = true; });
+        thread.join();
     }
 }
 
@@ -114,11 +147,11 @@ void ServedDriver::Carry()
         int milliseconds = 0;
         {
             const std::scoped_lock lock(access);
+            Receive(); // what is there arrives, also at the end
             if (ending)
             {
                 return;
             }
-            Receive();
             messages->Advance(std::chrono::steady_clock::now());
             for (const std::string& message : messages->TakeOutput())
             {

@@ -8,9 +8,9 @@
 
 #include <memory>
 #include <mutex>
-#include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 namespace VirtualUnit
 {
@@ -20,28 +20,41 @@ namespace VirtualUnit
  * messages, where it has any, go through a socket that keeps them apart.
  *
  * The device is switched on when it is first opened. All who have it open share one queue of messages, and
- * whether they wait: the flags of the latest open() hold for all.
+ * whether they wait: the flags of the latest open() hold for all. The file is there as long as the device is
+ * plugged in; when that comes back, who had it open before stays hung up.
  */
 class ServedDriver : public ServedDevice
 {
 public:
     /// @throws std::system_error when the system gives no sockets
-    ServedDriver(std::shared_ptr<IoctlPeripheral> device, std::string description);
-    ServedDriver(const std::shared_ptr<MessagePeripheral>& device, std::string description);
+    explicit ServedDriver(std::shared_ptr<IoctlPeripheral> device);
+    explicit ServedDriver(const std::shared_ptr<MessagePeripheral>& device);
     ~ServedDriver() override;
 
     int Open(int flags) override;
     std::optional<int> Ioctl(unsigned long request, std::uint64_t argument, CallerMemory& memory) override;
 
+    bool Exists() const override;
+
     int Descriptor() const override { return applicationEnd.Get(); }
 
-    std::string Description() const override { return description; }
+    /// Runs `function` while the device stands still. Calling threads: any.
+    template <class Function>
+    void Locked(Function&& function)
+    {
+        {
+            const std::lock_guard lock(access);
+            std::forward<Function>(function)();
+        }
+        Wake();
+    }
 
 private:
-    ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages,
-                 std::string theDescription);
+    ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages);
 
+    void Connect();
     void Start();
+    void Stop();
     void Carry();
     void Receive();
     void Send(std::string_view message) const;
@@ -49,13 +62,11 @@ private:
 
     std::shared_ptr<IoctlPeripheral> peripheral;
     MessagePeripheral* messages; ///< the same device, or null when it has none
-    std::string description;
-
     VirtualUnit::Descriptor applicationEnd;
     VirtualUnit::Descriptor deviceEnd;
     VirtualUnit::Descriptor wake; ///< an eventfd, readable when the thread has to look anew
 
-    std::mutex access; ///< guards the device and what follows
+    mutable std::mutex access; ///< guards the device and what follows
     bool ending = false;
 
     std::thread thread;

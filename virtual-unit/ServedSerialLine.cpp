@@ -1,19 +1,34 @@
 #include "virtual-unit/ServedSerialLine.h"
 
-#include <utility>
+#include <cerrno>
+#include <system_error>
 
 namespace VirtualUnit
 {
 
-ServedSerialLine::ServedSerialLine(std::shared_ptr<SerialPeripheral> device, std::string theDescription)
-    : peripheral(std::move(device)), line(*peripheral), description(std::move(theDescription))
-{
-}
-
 int ServedSerialLine::Open(int flags)
 {
+    const bool cameBack =
+        line.Locked([this] { return peripheral->IsPlugged() && !peripheral->IsConnected(); });
+    if (cameBack)
+    {
+        try
+        {
+            line.Renew();
+        }
+        catch (const std::system_error& failure)
+        {
+            errno = failure.code().value();
+            return -1;
+        }
+    }
     line.Start();
     return line.Open(flags);
+}
+
+bool ServedSerialLine::Exists() const
+{
+    return line.Locked([this] { return peripheral->IsPlugged(); });
 }
 
 }

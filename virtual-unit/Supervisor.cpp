@@ -61,17 +61,22 @@ public:
 
     const sigset_t& FormerMask() const { return former; }
 
-    /// @return the next signal that is to end the program and that it did not get itself
-    std::optional<int> TakeEnding() const
+    /// A signal that is to end the program.
+    struct Ending
+    {
+        int number;
+        bool fromTerminal; ///< the program has got it itself
+    };
+
+    std::optional<Ending> TakeEnding() const ///< the next one
     {
         signalfd_siginfo info = {};
         while (read(fd, &info, sizeof(info)) == sizeof(info))
         {
-            const int signal = static_cast<int>(info.ssi_signo);
-            const bool fromTerminal = (signal == SIGINT || signal == SIGQUIT) && info.ssi_code == SI_KERNEL;
-            if (signal != SIGCHLD && !fromTerminal)
+            const int number = static_cast<int>(info.ssi_signo);
+            if (number != SIGCHLD)
             {
-                return signal;
+                return Ending{number, (number == SIGINT || number == SIGQUIT) && info.ssi_code == SI_KERNEL};
             }
         }
         return std::nullopt;
@@ -85,7 +90,7 @@ private:
 }
 
 int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable& devices,
-                     CellularModule& module, const std::string& sdcard, const Responder::Report& report)
+                     CellularModule& module, const std::string& sdcard, const RunListener& listener)
 {
     const SystemCallFilter filter;
     const Signals signals; // from here on no signal but SIGKILL ends this process before it has cleaned up
@@ -98,8 +103,9 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
     const UsbBus bus(module);
     Application application(command, filter, signals.FormerMask());
     std::signal(SIGPIPE, SIG_IGN); // a closed standard error must not end the unit
-    Responder responder(application.Notifications(), filter, devices, card, report);
+    Responder responder(application.Notifications(), filter, devices, card, listener.report);
     application.AwaitStart([&responder] { responder.AnswerNext(); });
+    listener.started();
 
     std::optional<Clock::time_point> killAt; // the program, then the orphans
     bool programEnded = false;
@@ -135,22 +141,28 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
         {
             events[1].fd = -1; // no process under the filter is left
         }
-        const std::optional<int> signal = events[0].revents != 0 ? signals.TakeEnding() : std::nullopt;
+        const std::optional<Signals::Ending> signal =
+            events[0].revents != 0 ? signals.TakeEnding() : std::nullopt;
         if (signal && !programEnded)
         {
-            application.Signal(*signal);
-            killAt = killAt ? Clock::now() : Clock::now() + ENDING_GRACE;
+            listener.signalled(signal->number);
+            if (!signal->fromTerminal)
+            {
+                application.Signal(signal->number);
+                killAt = killAt ? Clock::now() : Clock::now() + ENDING_GRACE;
+            }
         }
     }
 
     if (application.EndingSignal() == SIGSYS)
     {
-        report("the program was ended by SIGSYS: programs of another architecture, and 32-bit ones, do not "
-               "run here");
+        listener.report(
+            "the program was ended by SIGSYS: programs of another architecture, and 32-bit ones, do not "
+            "run here");
     }
     else if (application.EndingSignal() && application.EndingSignal() != SIGINT)
     {
-        report("the program was ended by signal " + std::to_string(*application.EndingSignal()));
+        listener.report("the program was ended by signal " + std::to_string(*application.EndingSignal()));
     }
     return application.ExitStatus().value_or(0);
 }

@@ -5,11 +5,20 @@
 #include "virtual-unit/Responder.h"
 #include "virtual-unit/peripherals/CellularModule.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace VirtualUnit
 {
+
+/// Whom a run tells what happens.
+struct RunListener
+{
+    Responder::Report report;              ///< lines for people: refusals, why the program ended
+    std::function<void()> started = [] {}; ///< threads may be started from now on
+    std::function<void(int number)> signalled = [](int) {}; ///< the program got a signal to end it
+};
 
 /**
  * Runs a program on the virtual unit, to its end.
@@ -26,13 +35,13 @@ namespace VirtualUnit
  * @param module  the cellular module, which is among them: it shows on the USB bus
  * @param sdcard  the directory that holds the storage card's content; empty: a private one, which is empty at
  *                first and removed at the end
- * @param report  takes lines for people: what was refused, and why the program ended
+ * @param listener is called on this thread
  * @return the program's exit status; 128 and the signal's number when a signal ended it
  * @throws StorageCard::Unusable, Application::NotStarted, std::system_error when this kernel or machine
  * cannot do it
  */
 int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable& devices,
-                     CellularModule& module, const std::string& sdcard, const Responder::Report& report);
+                     CellularModule& module, const std::string& sdcard, const RunListener& listener);
 
 }
 

@@ -79,15 +79,17 @@ public:
 
     const InterceptedCall* Find(int number) const; ///< null for a call that is not intercepted
 
+    struct Numbered
+    {
+        int number; ///< of the system call, on this architecture
+        const InterceptedCall* call;
+    };
+
+    const std::vector<Numbered>& Calls() const { return calls; } ///< all that are intercepted
+
 private:
     void AddRules(int number, const InterceptedCall& call);
     int LoadUninterrupted() const;
-
-    struct Numbered
-    {
-        int number;
-        const InterceptedCall* call;
-    };
 
     scmp_filter_ctx context;
     std::vector<Numbered> calls;

@@ -2,31 +2,30 @@
 
 #include "virtual-unit/Application.h"
 #include "virtual-unit/CommandLine.h"
-#include "virtual-unit/DeviceTable.h"
+#include "virtual-unit/ControlSocket.h"
+#include "virtual-unit/Director.h"
 #include "virtual-unit/Journal.h"
-#include "virtual-unit/ServedDriver.h"
-#include "virtual-unit/ServedSerialLine.h"
+#include "virtual-unit/ReplayedUnit.h"
+#include "virtual-unit/RunLog.h"
+#include "virtual-unit/Script.h"
+#include "virtual-unit/Step.h"
 #include "virtual-unit/StorageCard.h"
 #include "virtual-unit/Supervisor.h"
+#include "virtual-unit/Unit.h"
 #include "virtual-unit/UnitPath.h"
-#include "virtual-unit/peripherals/Accelerometer.h"
-#include "virtual-unit/peripherals/BuzzerBoard.h"
-#include "virtual-unit/peripherals/CellularModule.h"
-#include "virtual-unit/peripherals/EventDriver.h"
-#include "virtual-unit/peripherals/GpsReceiver.h"
-#include "virtual-unit/peripherals/HidBridge.h"
-#include "virtual-unit/peripherals/I2cAdapter.h"
-#include "virtual-unit/peripherals/KeyReader.h"
-#include "virtual-unit/peripherals/Nmea.h"
+#include "virtual-unit/Values.h"
+#include "virtual-unit/recording/Difference.h"
+#include "virtual-unit/recording/Mask.h"
+#include "virtual-unit/recording/PortEntry.h"
+#include "virtual-unit/recording/PortRecording.h"
+#include "virtual-unit/recording/Recorder.h"
+#include "virtual-unit/recording/Recording.h"
 
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
 #include <exception>
-#include <fstream>
 #include <memory>
+#include <optional>
 #include <seccomp.h>
-#include <sstream>
 #include <string>
 #include <sys/utsname.h>
 #include <system_error>
@@ -40,197 +39,270 @@ using namespace VirtualUnit;
 
 constexpr int WRONG_COMMAND_LINE = 2;
 constexpr int CANNOT_RUN = 3;
-
-constexpr const char* GPS_PORT = "/dev/ttymxc0";
-constexpr const char* KEY_READER_PORT = "/dev/ttymxc2";
-constexpr const char* MODEM_PORT = "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0";
-constexpr const char* MODEM_ALTERNATE_PORT =
-    "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if02-port0";
-constexpr const char* BUZZER_PORT = "/dev/serial/by-id/usb-1a86_USB2.0-Serial-if00-port0";
-constexpr const char* I2C_ADAPTER = "/dev/i2c-1";
-constexpr const char* HID_BRIDGE = "/dev/hidraw0";
-constexpr const char* EVENT_DRIVER = "/dev/tav_event";
-
-constexpr unsigned char IGNITION_ON = 1; // of the event driver's triggers
+constexpr int DIFFERENT = 4;
 
 void Report(const std::string& line)
 {
     std::fprintf(stderr, "virtual-unit: %s\n", line.c_str());
 }
 
-std::vector<Nmea::Epoch> ReadRecording(const std::string& path, GpsReceiver::Model model)
+/// What a run is given to play, and how its unit is fitted.
+struct Plan
 {
-    std::ifstream file(path, std::ios::binary);
-    if (!file)
+    explicit Plan(const CommandLine& line)
     {
-        throw CommandLine::Wrong("--nmea: " + path +
-                                 " cannot be read: " + std::generic_category().message(errno));
-    }
-    std::ostringstream text;
-    text << file.rdbuf();
-    std::vector<Nmea::Epoch> recording = Nmea::Epochs(
-        text.str(), model == GpsReceiver::Model::L26 ? Nmea::RmcPosition::First : Nmea::RmcPosition::Last);
-    if (recording.empty())
-    {
-        throw CommandLine::Wrong("--nmea: " + path + " holds no NMEA sentence (a line that begins with '$')");
-    }
-    return recording;
-}
-
-std::unique_ptr<ServedDevice> BuildGpsReceiver(const CommandLine& line)
-{
-    GpsReceiver::Options gps = line.gps;
-    std::string description =
-        gps.model == GpsReceiver::Model::L26 ? "GPS receiver L26" : "GPS receiver SKM53";
-    gps.start = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-    if (!line.nmeaFile.empty())
-    {
-        gps.recording = ReadRecording(line.nmeaFile, gps.model);
-        description += ", playing " + line.nmeaFile;
-    }
-    return std::make_unique<ServedSerialLine>(std::make_unique<GpsReceiver>(gps), description);
-}
-
-std::unique_ptr<ServedDevice> BuildKeyReader(const KeyReader::Options& options)
-{
-    std::string description = "driver-ID reader, " + (options.key.empty() ? "no key" : "key " + options.key);
-    if (!options.key.empty() && options.keyAfter.count() > 0)
-    {
-        description += " after " + std::to_string(options.keyAfter.count()) + " s";
-    }
-    return std::make_unique<ServedSerialLine>(std::make_unique<KeyReader>(options), description);
-}
-
-std::shared_ptr<CellularModule> BuildModem(const CommandLine& line)
-{
-    CellularState state = line.modem;
-    state.clock = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-    auto modem = std::make_shared<CellularModule>(state);
-    if (!line.modemOnBus)
-    {
-        modem->Unplug();
-    }
-    return modem;
-}
-
-std::unique_ptr<ServedDevice> BuildModemPort(const std::shared_ptr<CellularModule>& modem,
-                                             CellularModule::Port port)
-{
-    const CellularState state = modem->State();
-    const std::string condition =
-        !modem->OnBus() ? "off the bus"
-        : !state.sim    ? "no SIM"
-                        : "registration " +
-                           std::string(CellularState::REGISTRATIONS[static_cast<int>(state.registration)]) +
-                           ", signal " + std::to_string(state.rssi);
-    // The port keeps the whole module.
-    return std::make_unique<ServedSerialLine>(std::shared_ptr<SerialPeripheral>(modem, &modem->At(port)),
-                                              "cellular module UC15, " + condition);
-}
-
-/// An I2C adapter and the accelerometer on it.
-struct AccelerometerBus
-{
-    AccelerometerBus() { adapter.Add(accelerometer); }
-
-    Accelerometer accelerometer;
-    I2cAdapter adapter;
-};
-
-/// The devices whose state is asked for besides what is served of them.
-struct Unit
-{
-    explicit Unit(const CommandLine& line)
-        : start(std::chrono::steady_clock::now()), modem(BuildModem(line)),
-          events(std::make_shared<EventDriver>(
-              line.ignitionAfter ? std::vector<EventDriver::Event>{{*line.ignitionAfter, IGNITION_ON}}
-                                 : std::vector<EventDriver::Event>()))
-    {
-        if (line.crashAfter)
+        if (!line.script.empty())
         {
-            bus->accelerometer.motion.Crash(start + *line.crashAfter);
+            script = Script::Read(line.script, options);
         }
+        line.Overrule(options);
     }
 
-    std::chrono::steady_clock::time_point start;
-    std::shared_ptr<CellularModule> modem;
-    std::shared_ptr<EventDriver> events;
-    std::shared_ptr<AccelerometerBus> bus = std::make_shared<AccelerometerBus>();
-    std::shared_ptr<HidBridge> bridge = std::make_shared<HidBridge>();
-    std::shared_ptr<BuzzerBoard> buzzer = std::make_shared<BuzzerBoard>();
+    UnitOptions options;
+    Script script;
 };
 
-DeviceTable BuildTable(const CommandLine& line, const Unit& unit)
+std::unique_ptr<RunLog> OpenLog(const std::string& path)
 {
-    const std::shared_ptr<CellularModule>& modem = unit.modem;
-    DeviceTable devices;
-    devices.Serve(GPS_PORT, BuildGpsReceiver(line));
-    devices.Serve(KEY_READER_PORT, BuildKeyReader(line.keyReader));
-    devices.Serve(MODEM_PORT, BuildModemPort(modem, CellularModule::Port::Main));
-    devices.Serve(MODEM_ALTERNATE_PORT, BuildModemPort(modem, CellularModule::Port::Alternate));
-    devices.Serve(BUZZER_PORT, std::make_unique<ServedSerialLine>(unit.buzzer, "buzzer board"));
-    // The adapter keeps its slave.
-    devices.Serve(I2C_ADAPTER, std::make_unique<ServedDriver>(
-                                   std::shared_ptr<IoctlPeripheral>(unit.bus, &unit.bus->adapter),
-                                   "I2C adapter, accelerometer MMA8451Q at 0x1C"));
-    devices.Serve(HID_BRIDGE,
-                  std::make_unique<ServedDriver>(std::shared_ptr<MessagePeripheral>(unit.bridge),
-                                                 "HID bridge FT260, sound chips at 0x5A and 0x62"));
-    devices.Serve(EVENT_DRIVER,
-                  std::make_unique<ServedDriver>(std::shared_ptr<MessagePeripheral>(unit.events),
-                                                 "event driver, pins 100 to 106"));
-    return devices;
+    try
+    {
+        return std::make_unique<RunLog>(path);
+    }
+    catch (const std::system_error& failure)
+    {
+        throw CommandLine::Wrong("--log: " + path + ": " + failure.code().message());
+    }
 }
 
-int WriteJournal(const Unit& unit, const std::string& path)
+int WriteJournal(Unit& unit, const std::string& path)
 {
-    Journal journal(unit.start);
-    journal.Add(*unit.events);
-    journal.Add("sound chip 0x5A", unit.bridge->first);
-    journal.Add("sound chip 0x62", unit.bridge->second);
-    journal.Add(*unit.buzzer);
+    Journal journal(unit.Begin());
+    journal.Add(unit.EndedEvents());
+    journal.Add("sound chip 0x5A", unit.EndedSounder().first);
+    journal.Add("sound chip 0x62", unit.EndedSounder().second);
+    journal.Add(unit.EndedBuzzer());
     return journal.Write(path);
 }
 
-int Run(const CommandLine& line, const Unit& unit)
+std::string ListPorts(Unit& unit, const std::string& sdcard)
 {
-    int status = 0;
+    const std::string card = sdcard.empty() ? "empty at first, gone after the run" : "kept in " + sdcard;
+    std::vector<std::pair<std::string, std::string>> rows = unit.State();
+    rows.emplace_back(UnitPath::CARD, "storage card, " + card);
+    for (const std::string& pattern : DeviceTable::UnitPaths())
     {
-        // Ended before the journal is written, so that what is under way has arrived.
-        const DeviceTable devices = BuildTable(line, unit);
-        status = RunOnVirtualUnit(line.program, devices, *unit.modem, line.sdcard, Report);
+        rows.emplace_back(pattern, "refused, but for what is served above");
+    }
+    std::string list;
+    for (auto& [path, state] : rows)
+    {
+        constexpr std::size_t COLUMN = 22;
+        path.resize(std::max(path.size(), COLUMN), ' ');
+        list += path + " " + state + "\n";
+    }
+    return list;
+}
+
+/// The socket of a run. Where the system gives none and nobody has asked for it, the run goes on without.
+struct Control
+{
+    explicit Control(const std::string& path)
+    {
+        try
+        {
+            socket.emplace(path);
+        }
+        catch (const std::exception& failure)
+        {
+            if (!path.empty())
+            {
+                throw CommandLine::Wrong(std::string("--control: ") + failure.what());
+            }
+            missing = failure.what();
+        }
+    }
+
+    std::optional<ControlSocket> socket;
+    std::string missing; ///< why there is none
+};
+
+/// Answers what comes through the control socket.
+std::string AnswerControl(const std::string& request, Unit& unit, const std::string& sdcard, RunLog& log)
+{
+    if (request == "devices")
+    {
+        return ListPorts(unit, sdcard);
+    }
+    const Step step = Step::Parse(request);
+    log.Note("do: " + step.Words());
+    step.Do(unit);
+    return {};
+}
+
+/// Lets a recorder listen to the ports.
+template <class AnyUnit>
+std::unique_ptr<Recorder> Record(const CommandLine& line, AnyUnit& unit, const UnitOptions& options,
+                                 const Mask& mask)
+{
+    if (line.record.empty())
+    {
+        return nullptr;
+    }
+    auto recorder = std::make_unique<Recorder>(line.record, unit.Begin(), mask);
+    for (const Unit::Port& port : Unit::Ports(options))
+    {
+        unit.Traffic(port.path).Tell(recorder->Port(port.path));
+    }
+    return recorder;
+}
+
+void RecordSignal(Recorder* recorder, int number)
+{
+    if (recorder != nullptr)
+    {
+        recorder->Port(PortRecording::PROGRAM).Happened(PortEntry::SignalEvent(number), Unit::Clock::now());
+    }
+}
+
+void FinishRecording(Recorder* recorder, RunLog& log)
+{
+    if (recorder == nullptr)
+    {
+        return;
+    }
+    try
+    {
+        recorder->Finish();
+    }
+    catch (const Recorder::Unusable& failure)
+    {
+        log.Report(std::string("--record: ") + failure.what());
+    }
+}
+
+/// Ends, at its own end, what acts on the unit, and then the service of the ports: who listens to them
+/// outlives that, and what is under way has arrived.
+struct Service
+{
+    Director& director;
+    Control& control;
+    Unit& unit;
+
+    ~Service()
+    {
+        director.Stop();
+        if (control.socket)
+        {
+            control.socket->Stop();
+        }
+        unit.EndService();
+    }
+};
+
+/// The run itself, from the begin of the service to its end. @return the program's exit status
+int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLog& log, Recorder* recorder)
+{
+    Control control(line.control);
+    const Service service{director, control, unit};
+    unit.BeginService();
+    const auto started = [&] {
+        director.Start();
+        if (control.socket)
+        {
+            control.socket->Start(
+                [&](const std::string& request) { return AnswerControl(request, unit, line.sdcard, log); });
+        }
+        else
+        {
+            log.Report("virtual-unit do will not reach this run: " + control.missing);
+        }
+    };
+    const RunListener listener = {[&log](const std::string& text) { log.Report(text); }, started,
+                                  [recorder](int number) { RecordSignal(recorder, number); }};
+    return RunOnVirtualUnit(line.program, unit.Devices(), unit.Modem(), line.sdcard, listener);
+}
+
+int Run(const CommandLine& line)
+{
+    const Plan plan(line);
+    const std::unique_ptr<RunLog> log = OpenLog(line.log);
+    Unit unit(plan.options);
+    const Mask mask = line.mask ? Mask(unit.Secrets()) : Mask();
+    const std::unique_ptr<Recorder> recorder = Record(line, unit, plan.options, mask);
+    Director director(plan.script, unit, [&log](const std::string& step) { log->Note("script: " + step); });
+    const int status = RunWithScript(line, unit, director, *log, recorder.get());
+
+    FinishRecording(recorder.get(), *log);
+    if (const std::optional<int> rest = director.LineNotReached())
+    {
+        log->Report(line.script + ":" + std::to_string(*rest) +
+                    ": the program ended before this was reached");
     }
     if (!line.journal.empty())
     {
         if (const int error = WriteJournal(unit, line.journal); error != 0)
         {
-            Report("--journal: " + line.journal +
-                   " cannot be written: " + std::generic_category().message(error));
+            log->Report("--journal: " + line.journal +
+                        " cannot be written: " + std::generic_category().message(error));
         }
     }
     return status;
 }
 
-int ListDevices(const DeviceTable& devices, const std::string& sdcard)
+int Replay(const CommandLine& line)
 {
-    if (!sdcard.empty())
+    const std::unique_ptr<RunLog> log = OpenLog(line.log);
+    ReplayedUnit unit(line.recording);
+    const std::unique_ptr<Recorder> recorder = Record(line, unit, unit.Options(), Mask());
+    int status = 0;
     {
-        const StorageCard usable(sdcard);
+        struct EndOfService
+        {
+            ReplayedUnit& unit;
+
+            ~EndOfService() { unit.EndService(); }
+        };
+
+        const EndOfService end{unit};
+        unit.BeginService();
+        const RunListener listener = {[&log](const std::string& text) { log->Report(text); },
+                                      [&unit] { unit.Start(); },
+                                      [&recorder](int number) { RecordSignal(recorder.get(), number); }};
+        status = RunOnVirtualUnit(line.program, unit.Devices(), unit.Module(), line.sdcard, listener);
     }
-    for (const auto& [path, device] : devices.Served())
+    FinishRecording(recorder.get(), *log);
+    if (const std::optional<Difference> first = unit.Found().First())
     {
-        std::printf("%-22s %s\n", path.c_str(), device->Description().c_str());
+        log->Report("replay: " + first->Text());
+        if (const std::size_t others = unit.Found().Count() - 1; others > 0)
+        {
+            log->Report("replay: " + std::to_string(others) + " more differences");
+        }
+        return status == 0 ? DIFFERENT : status;
     }
-    const std::string card = sdcard.empty() ? "empty at first, gone after the run" : "kept in " + sdcard;
-    std::printf("%-22s storage card, %s\n", UnitPath::CARD, card.c_str());
-    for (const std::string& pattern : DeviceTable::UnitPaths())
+    log->Note("replay: no difference");
+    return status;
+}
+
+int ListDevices(const CommandLine& line)
+{
+    const char* const inside = std::getenv(ControlSocket::VARIABLE); // NOLINT(concurrency-mt-unsafe)
+    if (!line.control.empty() || (inside != nullptr && line.unit.empty() && line.script.empty()))
     {
-        std::printf("%-22s refused, but for what is served above\n", pattern.c_str());
+        std::fputs(ControlSocket::Ask(line.control, "devices").c_str(), stdout);
+        return 0;
     }
+    if (!line.sdcard.empty())
+    {
+        const StorageCard usable(line.sdcard);
+    }
+    Unit unit(Plan(line).options);
+    unit.BeginService();
+    std::fputs(ListPorts(unit, line.sdcard).c_str(), stdout);
     return 0;
 }
 
-int Check(const DeviceTable& devices, CellularModule& modem)
+int Check(const CommandLine& line)
 {
     constexpr unsigned int API_WITH_NOTIFICATION = 5; // of seccomp_api_get()
     utsname system = {};
@@ -240,12 +312,15 @@ int Check(const DeviceTable& devices, CellularModule& modem)
     std::printf("seccomp user notification: %s\n", notification ? "yes" : "no");
 
     // The whole of it, once: a shell that looks for the port and opens it, and writes to the card.
-    const std::string port = GPS_PORT;
+    const Plan plan(line);
+    Unit unit(plan.options);
+    unit.BeginService();
+    const std::string port = Unit::Path(plan.options, "gps");
     const std::vector<std::string> trial = {"/bin/sh", "-c",
                                             "test -c " + port + " && exec 3<>" + port +
                                                 " && test -t 3 && echo > " + UnitPath::CARD + "/trial"};
-    const bool works = RunOnVirtualUnit(trial, devices, modem, {}, Report) == 0;
-    std::printf("an application opens %s and writes to %s: %s\n", GPS_PORT, UnitPath::CARD,
+    const bool works = RunOnVirtualUnit(trial, unit.Devices(), unit.Modem(), {}, {Report}) == 0;
+    std::printf("an application opens %s and writes to %s: %s\n", port.c_str(), UnitPath::CARD,
                 works ? "yes" : "no");
     std::printf(works ? "This machine can run the virtual unit.\n"
                       : "This machine cannot run the virtual unit.\n");
@@ -254,21 +329,30 @@ int Check(const DeviceTable& devices, CellularModule& modem)
 
 int Do(const CommandLine& line)
 {
-    if (line.command == CommandLine::Command::Help)
-    {
-        std::fputs(CommandLine::USAGE, stdout);
-        return 0;
-    }
-    const Unit unit(line);
     switch (line.command)
     {
+    case CommandLine::Command::Help:
+        std::fputs(CommandLine::Usage().c_str(), stdout);
+        return 0;
     case CommandLine::Command::Devices:
-        return ListDevices(BuildTable(line, unit), line.sdcard);
+        return ListDevices(line);
     case CommandLine::Command::Check:
-        return Check(BuildTable(line, unit), *unit.modem);
+        return Check(line);
+    case CommandLine::Command::Do:
+        ControlSocket::Ask(line.control, line.step);
+        return 0;
+    case CommandLine::Command::Replay:
+        return Replay(line);
     default:
-        return Run(line, unit);
+        return Run(line);
     }
+}
+
+/// A wrong command line, and what comes to the same.
+int Refuse(const std::string& reason)
+{
+    Report(reason);
+    return WRONG_COMMAND_LINE;
 }
 
 }
@@ -277,18 +361,35 @@ int main(int argc, char** argv)
 {
     try
     {
-        const CommandLine line = CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc));
-        return Do(line);
+        return Do(CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc)));
     }
     catch (const CommandLine::Wrong& wrong)
     {
-        Report(std::string(wrong.what()) + " (see virtual-unit --help)");
-        return WRONG_COMMAND_LINE;
+        return Refuse(std::string(wrong.what()) + " (see virtual-unit --help)");
+    }
+    catch (const Values::Wrong& wrong)
+    {
+        return Refuse(wrong.what());
+    }
+    catch (const Script::Wrong& wrong)
+    {
+        return Refuse(wrong.what());
+    }
+    catch (const ControlSocket::Failure& failure)
+    {
+        return Refuse(failure.what());
+    }
+    catch (const Recorder::Unusable& failure)
+    {
+        return Refuse(std::string("--record: ") + failure.what());
+    }
+    catch (const Recording::Wrong& wrong)
+    {
+        return Refuse(wrong.what());
     }
     catch (const StorageCard::Unusable& failure)
     {
-        Report(std::string("--sdcard: ") + failure.what());
-        return WRONG_COMMAND_LINE;
+        return Refuse(std::string("--sdcard: ") + failure.what());
     }
     catch (const Application::NotStarted& failure)
     {

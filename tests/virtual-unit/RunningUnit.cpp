@@ -18,7 +18,6 @@
 namespace
 {
 
-constexpr long LONGEST_RUN = 10'000;
 constexpr unsigned int NOBODY = 65534;
 
 long Now()
@@ -62,7 +61,7 @@ void CloseIfOpen(int& fd)
 }
 
 RunningUnit::RunningUnit(const std::vector<std::string>& arguments, Options options)
-    : deadline(Now() + LONGEST_RUN)
+    : deadline(Now() + options.longestSeconds * 1000L)
 {
     std::vector<char*> argv = {const_cast<char*>(VIRTUAL_UNIT)};
     for (const std::string& argument : arguments)

@@ -17,7 +17,8 @@ struct Outcome
  * The program virtual-unit, running.
  *
  * Its end is the end of standard output and error, which all processes that it starts inherit: a process
- * that is left behind shows as a run that does not end. Ten real seconds are the most.
+ * that is left behind shows as a run that does not end. Ten real seconds are the most, unless a test gives
+ * more.
  */
 class RunningUnit
 {
@@ -27,6 +28,7 @@ public:
         bool onTerminal = false;   ///< the three standard streams are a terminal (all is `output` then)
         bool unprivileged = false; ///< as "nobody", where this process is root
         bool errorsClosed = false; ///< its standard error is a pipe that nobody reads
+        int longestSeconds = 10;
     };
 
     explicit RunningUnit(const std::vector<std::string>& arguments) : RunningUnit(arguments, Options()) {}

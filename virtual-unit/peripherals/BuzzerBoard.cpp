@@ -49,17 +49,33 @@ BuzzerBoard::BuzzerBoard(const Options& theOptions) : options(theOptions)
 
 void BuzzerBoard::Unplug()
 {
+    plugged = false;
     connected = false;
     transmitter.Discard();
+    output.clear();
     if (wake)
     {
         wake();
     }
 }
 
+void BuzzerBoard::PlugIn()
+{
+    plugged = true;
+    connected = connected || !wake;
+    line.clear();
+    afterReturn = false;
+}
+
+void BuzzerBoard::Attach(const std::function<void()>& wakeHost)
+{
+    wake = wakeHost;
+    connected = plugged;
+}
+
 void BuzzerBoard::Receive(std::string_view bytes, TimePoint now)
 {
-    for (const char byte : bytes)
+    for (const char byte : connected ? bytes : std::string_view())
     {
         Take(byte, now);
     }

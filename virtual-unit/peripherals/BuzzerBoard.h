@@ -69,7 +69,8 @@ public:
 
     std::vector<Buzz> Buzzes() const { return buzzes; } ///< since the board was made, oldest first
 
-    void Unplug(); ///< what is under way is lost; it cannot be undone
+    void Unplug(); ///< what is under way is lost, and the host is hung up
+    void PlugIn(); ///< starts the board anew; it needs a new host
 
     void Receive(std::string_view bytes, TimePoint now) override;
     std::optional<TimePoint> NextDeadline() const override;
@@ -78,7 +79,9 @@ public:
 
     bool IsConnected() const override { return connected; }
 
-    void Attach(const std::function<void()>& wakeHost) override { wake = wakeHost; }
+    bool IsPlugged() const override { return plugged; }
+
+    void Attach(const std::function<void()>& wakeHost) override;
 
 private:
     void Take(char byte, TimePoint now);
@@ -93,7 +96,8 @@ private:
     std::vector<std::string> output;
     std::string line; ///< as far as it is typed
     bool afterReturn = false;
-    bool connected = true;
+    bool plugged = true;
+    bool connected = true; ///< and has been since there is this host
     std::vector<Buzz> buzzes;
     std::function<void()> wake;
 };

@@ -81,6 +81,9 @@ public:
         void Advance(TimePoint now) override;
         std::vector<std::string> TakeOutput() override;
         bool IsConnected() const override;
+
+        bool IsPlugged() const override { return module.OnBus(); }
+
         void Attach(const std::function<void()>& wake) override;
 
     private:

@@ -46,6 +46,29 @@ HidBridge::HidBridge()
 {
 }
 
+void HidBridge::Unplug()
+{
+    plugged = false;
+    connected = false;
+    output.clear();
+    if (wake)
+    {
+        wake();
+    }
+}
+
+void HidBridge::PlugIn()
+{
+    plugged = true;
+    connected = connected || !wake;
+}
+
+void HidBridge::Attach(const std::function<void()>& wakeHost)
+{
+    wake = wakeHost;
+    connected = plugged;
+}
+
 int HidBridge::Receive(std::string_view report, TimePoint now)
 {
     if (faults.write != 0)

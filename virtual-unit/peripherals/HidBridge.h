@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -66,6 +67,15 @@ public:
     SoundChip first;
     SoundChip second;
 
+    void Unplug(); ///< what is under way is lost, and the host is hung up
+    void PlugIn(); ///< it needs a new host
+
+    bool IsConnected() const override { return connected; }
+
+    bool IsPlugged() const override { return plugged; }
+
+    void Attach(const std::function<void()>& wakeHost) override;
+
     int Receive(std::string_view report, TimePoint now) override;
     int Answer(const Ioctl& call, TimePoint now) override;
     std::vector<std::string> TakeOutput() override;
@@ -77,6 +87,9 @@ private:
 
     std::map<unsigned char, unsigned char> lastRegisters; ///< by slave address
     std::vector<std::string> output;
+    bool plugged = true;
+    bool connected = true; ///< and has been since there is this host
+    std::function<void()> wake;
 };
 
 }

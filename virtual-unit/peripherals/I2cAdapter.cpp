@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <linux/i2c-dev.h>
 #include <span>
 
 namespace VirtualUnit
@@ -13,22 +12,11 @@ namespace
 
 constexpr std::uint64_t HIGHEST_ADDRESS = 0x7F;
 
-bool IsBlock(std::uint32_t type)
-{
-    return type == I2C_SMBUS_I2C_BLOCK_BROKEN || type == I2C_SMBUS_I2C_BLOCK_DATA;
-}
-
 bool IsOther(std::uint32_t type)
 {
     constexpr std::uint32_t TYPES[] = {I2C_SMBUS_QUICK,     I2C_SMBUS_BYTE,       I2C_SMBUS_WORD_DATA,
                                        I2C_SMBUS_PROC_CALL, I2C_SMBUS_BLOCK_DATA, I2C_SMBUS_BLOCK_PROC_CALL};
     return std::ranges::find(TYPES, type) != std::end(TYPES);
-}
-
-/// How many bytes of the union the kernel carries to and from the application.
-std::size_t CarriedBytes(std::uint32_t type)
-{
-    return IsBlock(type) ? sizeof(i2c_smbus_data::block) : sizeof(i2c_smbus_data::byte);
 }
 
 }
@@ -38,7 +26,7 @@ void I2cAdapter::Add(I2cSlave& slave)
     slaves.push_back(&slave);
 }
 
-int I2cAdapter::Select(std::uint64_t address, bool force)
+int I2cAdapter::Select(std::uint64_t address, bool force, TimePoint /*now*/)
 {
     if (address > HIGHEST_ADDRESS)
     {
@@ -65,11 +53,7 @@ int I2cAdapter::Transfer(unsigned char direction, unsigned char reg, std::uint32
     {
         return IsOther(type) ? EOPNOTSUPP : EINVAL;
     }
-    if (read && type == I2C_SMBUS_I2C_BLOCK_BROKEN)
-    {
-        data.block[0] = I2C_SMBUS_BLOCK_MAX;
-    }
-    const std::size_t count = block ? data.block[0] : 1;
+    const std::size_t count = Count(direction, type, data);
     if (count > I2C_SMBUS_BLOCK_MAX)
     {
         return EINVAL;
@@ -96,45 +80,9 @@ int I2cAdapter::Transfer(unsigned char direction, unsigned char reg, std::uint32
     std::ranges::copy(*content, bytes);
     if (block)
     {
-        data.block[0] = faults.blockCount.value_or(data.block[0]);
+        data.block[0] = faults.blockCount.value_or(static_cast<unsigned char>(count));
     }
     return 0;
-}
-
-int I2cAdapter::Answer(const Ioctl& call, TimePoint now)
-{
-    switch (call.request)
-    {
-    case I2C_SLAVE:
-    case I2C_SLAVE_FORCE:
-        return -Select(call.argument, call.request == I2C_SLAVE_FORCE);
-    case I2C_SMBUS:
-        return -AnswerTransfer(call, now);
-    default:
-        return -ENOTTY;
-    }
-}
-
-int I2cAdapter::AnswerTransfer(const Ioctl& call, TimePoint now)
-{
-    i2c_smbus_ioctl_data request = {};
-    if (const int error = call.memory.Read(call.argument, &request, sizeof(request)); error != 0)
-    {
-        return error;
-    }
-    if (request.data == nullptr)
-    {
-        return EINVAL;
-    }
-    const auto where = reinterpret_cast<std::uint64_t>(request.data);
-    const std::size_t size = CarriedBytes(request.size);
-    i2c_smbus_data data = {};
-    if (const int error = call.memory.Read(where, &data, size); error != 0)
-    {
-        return error;
-    }
-    const int error = Transfer(request.read_write, request.command, request.size, data, now);
-    return error != 0 || request.read_write != I2C_SMBUS_READ ? error : call.memory.Write(where, &data, size);
 }
 
 }

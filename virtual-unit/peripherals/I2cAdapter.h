@@ -1,8 +1,8 @@
 #ifndef VIRTUAL_UNIT_PERIPHERALS_I2CADAPTER_H
 #define VIRTUAL_UNIT_PERIPHERALS_I2CADAPTER_H
 
+#include "virtual-unit/peripherals/I2cPeripheral.h"
 #include "virtual-unit/peripherals/I2cSlave.h"
-#include "virtual-unit/peripherals/IoctlPeripheral.h"
 
 #include <cerrno>
 #include <cstdint>
@@ -14,16 +14,13 @@ namespace VirtualUnit
 {
 
 /**
- * An emulated I2C adapter with its slaves, as the kernel's i2c-dev offers it: the ioctls I2C_SLAVE,
- * I2C_SLAVE_FORCE and I2C_SMBUS; any other is ENOTTY.
+ * An emulated I2C adapter with its slaves.
  *
  * Selecting a slave does not touch the bus: an address at which nothing answers is found out by the first
- * transfer. Of the SMBus transfers there are byte data (2) and I2C block data (8, and 6, with which a read is
- * always of 32 bytes); for the kernel's others it answers EOPNOTSUPP.
- *
- * There is one selection, which all share who have the adapter open; the kernel keeps one for each of them.
+ * transfer. Of the SMBus transfers there are byte data (2) and I2C block data (8 and 6); for the kernel's
+ * others it answers EOPNOTSUPP.
  */
-class I2cAdapter : public IoctlPeripheral
+class I2cAdapter : public I2cPeripheral
 {
 public:
     /// What goes wrong; may be changed at any time. 0: nothing.
@@ -39,23 +36,11 @@ public:
 
     void Add(I2cSlave& slave); ///< it stays the caller's and outlives the adapter
 
-    int Select(std::uint64_t address, bool force = false); ///< @return 0 or an errno
-
-    /**
-     * One SMBus transfer with the selected slave.
-     * @param direction I2C_SMBUS_READ or I2C_SMBUS_WRITE
-     * @param type      the transaction, I2C_SMBUS_BYTE_DATA and so on
-     * @param data      what is written, or receives what was read; a block begins with its count
-     * @return 0 or an errno
-     */
+    int Select(std::uint64_t address, bool force, TimePoint now) override;
     int Transfer(unsigned char direction, unsigned char reg, std::uint32_t type, i2c_smbus_data& data,
-                 TimePoint now);
-
-    int Answer(const Ioctl& call, TimePoint now) override;
+                 TimePoint now) override;
 
 private:
-    int AnswerTransfer(const Ioctl& call, TimePoint now);
-
     std::vector<I2cSlave*> slaves;
     unsigned char selected = 0;
 };

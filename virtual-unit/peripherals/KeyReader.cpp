@@ -107,6 +107,24 @@ void KeyReader::TakeAway()
     contact.clear();
 }
 
+std::string KeyReader::Key() const
+{
+    constexpr std::string_view DIGITS = "0123456789ABCDEF";
+    std::string digits;
+    for (std::size_t i = contact.empty() ? 0 : KEY_BYTES - 2; i > 0;
+         --i) // the number, the highest byte first
+    {
+        const auto byte = static_cast<unsigned char>(contact[i]);
+        digits += {DIGITS[byte >> 4], DIGITS[byte & 0xF]};
+    }
+    return digits;
+}
+
+bool KeyReader::KeyIsToCome() const
+{
+    return !options.key.empty() && (!switchedOn || presentAt);
+}
+
 void KeyReader::Elapse(TimePoint now)
 {
     if (!switchedOn)

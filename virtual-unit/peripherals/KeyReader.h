@@ -92,6 +92,10 @@ public:
     void Present(std::string_view key); ///< @throws std::invalid_argument unless IsKey(key)
     void TakeAway();                    ///< nothing when there is none
 
+    std::string Key() const; ///< the key in contact; empty: none
+
+    bool KeyIsToCome() const; ///< that of the options has not been presented yet
+
     void SetLine(const Transmitter::Options& line) { transmitter.options = line; }
 
     bool Annoying() const { return annoying; }

@@ -35,6 +35,9 @@ public:
 
     virtual bool IsConnected() const { return true; } ///< false: its host hangs up
 
+    /// true: it is there for a new host, also when it has been away and its former host is hung up.
+    virtual bool IsPlugged() const { return IsConnected(); }
+
     /// @param wake makes the host look at the device anew, from any thread and without waiting; empty: the
     ///             host is gone. One host at a time.
     virtual void Attach(const std::function<void()>& /*wake*/) {}

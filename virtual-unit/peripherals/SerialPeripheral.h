@@ -40,6 +40,9 @@ public:
     /// false: it has been pulled out, and its host hangs the line up.
     virtual bool IsConnected() const { return true; }
 
+    /// true: it is there for a new host, also when it has been away and its former host is hung up.
+    virtual bool IsPlugged() const { return IsConnected(); }
+
     /**
      * For a device in which something can happen otherwise than by its host's calls.
      * @param wake makes the host look at the device anew, from any thread and without waiting; empty: the

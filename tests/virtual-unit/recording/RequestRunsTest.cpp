@@ -1,0 +1,120 @@
+#include "virtual-unit/recording/RequestRuns.h"
+
+#include <chrono>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using VirtualUnit::PortEntry;
+using VirtualUnit::RequestRuns;
+
+/// "A", "A x 3" or "A|B x 5", with the times of first and last request in milliseconds: "A x 3, 10-30".
+std::string Text(const PortEntry& entry)
+{
+    std::string text = entry.exchanges.front().request;
+    text += entry.exchanges.size() > 1 ? "|" + entry.exchanges.back().request : "";
+    text += entry.count > 1 ? " x " + std::to_string(entry.count) : "";
+    const auto milliseconds = [](std::chrono::microseconds time) {
+        return std::to_string(time.count() / 1000);
+    };
+    return text + ", " + milliseconds(entry.at) + "-" + milliseconds(entry.until);
+}
+
+std::vector<std::string> Texts(const std::vector<PortEntry>& entries)
+{
+    std::vector<std::string> texts;
+    std::ranges::transform(entries, std::back_inserter(texts), Text);
+    return texts;
+}
+
+class RequestRunsTest : public testing::Test
+{
+protected:
+    std::vector<std::string> Add(char request, const std::string& answer = "0")
+    {
+        const auto at = 10ms * ++requests;
+        return Texts(runs.Add({std::string(1, request), answer}, at));
+    }
+
+    /// All entries of the requests, one each 10 ms.
+    static std::vector<std::string> All(const std::string& requests)
+    {
+        RequestRuns runs;
+        std::vector<PortEntry> all;
+        auto at = 0ms;
+        for (const char request : requests)
+        {
+            const std::vector<PortEntry> entries = runs.Add({std::string(1, request), "0"}, at += 10ms);
+            all.insert(all.end(), entries.begin(), entries.end());
+        }
+        const std::vector<PortEntry> rest = runs.Flush();
+        all.insert(all.end(), rest.begin(), rest.end());
+        return Texts(all);
+    }
+
+    RequestRuns runs;
+    int requests = 0;
+};
+
+TEST_F(RequestRunsTest, DifferentRequestsAreEntriesOfTheirOwn)
+{
+    EXPECT_THAT(All("ABC"), ElementsAre("A, 10-10", "B, 20-20", "C, 30-30"));
+    EXPECT_THAT(All(""), IsEmpty());
+}
+
+TEST_F(RequestRunsTest, EqualRequestsAreOne)
+{
+    EXPECT_THAT(All("AA"), ElementsAre("A x 2, 10-20"));
+    EXPECT_THAT(All("XAAAAB"), ElementsAre("X, 10-10", "A x 4, 20-50", "B, 60-60"));
+    EXPECT_THAT(All("AABB"), ElementsAre("A x 2, 10-20", "B x 2, 30-40"));
+    EXPECT_THAT(All("ABABB"), ElementsAre("A|B x 4, 10-40", "B, 50-50"));
+    EXPECT_THAT(All("XYAAA"), ElementsAre("X, 10-10", "Y, 20-20", "A x 3, 30-50"));
+}
+
+TEST_F(RequestRunsTest, TwoThatTakeTurnsAreOne)
+{
+    EXPECT_THAT(All("ABAB"), ElementsAre("A|B x 4, 10-40"));
+    EXPECT_THAT(All("XABABABC"), ElementsAre("X, 10-10", "A|B x 6, 20-70", "C, 80-80"));
+    EXPECT_THAT(All("ABABA"), ElementsAre("A|B x 5, 10-50"));
+    EXPECT_THAT(All("ABABAA"), ElementsAre("A|B x 5, 10-50", "A, 60-60"));
+    EXPECT_THAT(All("AABABA"), ElementsAre("A x 2, 10-20", "B|A x 4, 30-60"));
+}
+
+TEST_F(RequestRunsTest, OnceIsNoTurn)
+{
+    EXPECT_THAT(All("ABA"), ElementsAre("A, 10-10", "B, 20-20", "A, 30-30"));
+    EXPECT_THAT(All("ABAC"), ElementsAre("A, 10-10", "B, 20-20", "A, 30-30", "C, 40-40"));
+    EXPECT_THAT(All("ABACAC"), ElementsAre("A, 10-10", "B, 20-20", "A|C x 4, 30-60"));
+    EXPECT_THAT(All("ABCABC"),
+                ElementsAre("A, 10-10", "B, 20-20", "C, 30-30", "A, 40-40", "B, 50-50", "C, 60-60"));
+}
+
+TEST_F(RequestRunsTest, AnotherAnswerIsAnotherRequest)
+{
+    EXPECT_THAT(Add('A', "0"), IsEmpty());
+    EXPECT_THAT(Add('A', "1"), IsEmpty());
+    EXPECT_THAT(Add('A', "2"), ElementsAre("A, 10-10"));
+    EXPECT_THAT(Add('A', "2"), ElementsAre("A, 20-20"));
+    EXPECT_THAT(Texts(runs.Flush()), ElementsAre("A x 2, 30-40"));
+}
+
+TEST_F(RequestRunsTest, AnEntryIsGivenOutAsSoonAsItIsCertain)
+{
+    EXPECT_THAT(Add('A'), IsEmpty());
+    EXPECT_THAT(Add('B'), IsEmpty());
+    EXPECT_THAT(Add('C'), ElementsAre("A, 10-10"));
+    EXPECT_THAT(Add('C'), ElementsAre("B, 20-20"));
+    EXPECT_THAT(Add('C'), IsEmpty());
+    EXPECT_THAT(Add('D'), ElementsAre("C x 3, 30-50"));
+    EXPECT_THAT(Texts(runs.Flush()), ElementsAre("D, 60-60"));
+    EXPECT_THAT(runs.Flush(), IsEmpty());
+}
+
+}

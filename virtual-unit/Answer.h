@@ -1,6 +1,8 @@
 #ifndef VIRTUAL_UNIT_ANSWER_H
 #define VIRTUAL_UNIT_ANSWER_H
 
+#include <chrono>
+
 namespace VirtualUnit
 {
 
@@ -20,6 +22,7 @@ struct Answer
     int value = 0; ///< what the call returns
     int descriptor = -1;
     bool closeOnExec = false;
+    std::chrono::milliseconds after{0}; ///< of Type::Result: so long after the call
 
     static Answer GoOn() { return {}; }
 
@@ -28,9 +31,11 @@ struct Answer
     static Answer Success() { return {Type::Result}; }
 
     /// @param result what the call returns; below 0: a negated errno
-    static Answer Returned(int result)
+    static Answer Returned(int result, std::chrono::milliseconds after)
     {
-        return result < 0 ? Error(-result) : Answer{Type::Result, 0, result};
+        Answer answer = result < 0 ? Error(-result) : Answer{Type::Result, 0, result};
+        answer.after = after;
+        return answer;
     }
 
     static Answer None() { return {Type::None}; }

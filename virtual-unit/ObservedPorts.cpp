@@ -33,7 +33,8 @@ public:
         return device->Open(flags);
     }
 
-    std::optional<int> Ioctl(unsigned long request, std::uint64_t argument, CallerMemory& memory) override
+    std::optional<IoctlResult> Ioctl(unsigned long request, std::uint64_t argument,
+                                     CallerMemory& memory) override
     {
         return device->Ioctl(request, argument, memory);
     }

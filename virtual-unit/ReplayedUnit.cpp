@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <csignal>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 #include <utility>
 
@@ -45,16 +46,23 @@ std::vector<std::string> AllPorts()
     return paths;
 }
 
-// A signal comes when all that preceded it in the recording has happened: a little sooner, so that the
-// program has no time for more, or later, where this machine is slower than that of the recording. It comes
-// at last.
-constexpr std::chrono::milliseconds SOONER{250};
-constexpr std::chrono::seconds LATEST{5};
+// Where a program is stopped from outside, it is not at the same place each time. From so long before on it
+// is not compared; and it is not stopped before it has come so far, unless it takes very much longer than it
+// did.
+constexpr std::chrono::seconds TAIL{1};
+constexpr std::chrono::seconds MOST_DELAY{5};
 constexpr std::chrono::milliseconds LOOK_AGAIN{5};
+
+std::optional<std::chrono::microseconds> ComparedUntil(const Recording& recording)
+{
+    const std::vector<PortRecording::Signal> signals = recording.Port(PortRecording::PROGRAM).Signals();
+    return signals.empty() ? std::nullopt : std::optional(signals.front().at - TAIL);
+}
 
 }
 
-ReplayedUnit::ReplayedUnit(const std::string& directory) : recording(Recording::Open(directory, AllPorts()))
+ReplayedUnit::ReplayedUnit(const std::string& directory)
+    : recording(Recording::Open(directory, AllPorts())), differences(ComparedUntil(recording))
 {
     for (unsigned int adapter = 0; adapter < ADAPTERS; ++adapter)
     {
@@ -133,13 +141,13 @@ void ReplayedUnit::Play(const std::vector<Cue>& cues)
     for (const Cue& cue : cues)
     {
         const Clock::time_point due = begin + cue.at;
-        Clock::time_point next = cue.afterTraffic ? due - SOONER : due;
+        Clock::time_point next = due;
         const auto await = [&] {
             std::unique_lock lock(access);
             return !changed.wait_until(lock, next, [this] { return ending; });
         };
         bool goesOn = await();
-        while (goesOn && cue.afterTraffic && Clock::now() < due + LATEST && !HasReached(cue.at))
+        while (goesOn && cue.afterTraffic && Clock::now() < due + MOST_DELAY && !HasReached(cue.at - TAIL))
         {
             next = Clock::now() + LOOK_AGAIN;
             goesOn = await();

@@ -60,7 +60,7 @@ private:
     {
         std::chrono::microseconds at; ///< since the run began
         std::function<void()> action;
-        bool afterTraffic; ///< not before everything has gone over the ports that had by then
+        bool afterTraffic; ///< not before the program has come nearly as far as it had by then
     };
 
     std::vector<Cue> Cues();

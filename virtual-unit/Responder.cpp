@@ -2,6 +2,7 @@
 
 #include "virtual-unit/ApplicationMemory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
 #include <filesystem>
@@ -187,8 +188,9 @@ Answer Responder::FindForIoctl(const HeldCall& held)
         return device == nullptr ? Answer::GoOn() : Answer::None();
     }
     HeldMemory memory(held.Thread());
-    const std::optional<int> result = device->Ioctl(held.OwnArgument(1), held.OwnArgument(2), memory);
-    return result ? Answer::Returned(*result) : Answer::GoOn();
+    const std::optional<ServedDevice::IoctlResult> result =
+        device->Ioctl(held.OwnArgument(1), held.OwnArgument(2), memory);
+    return result ? Answer::Returned(result->value, result->takes) : Answer::GoOn();
 }
 
 Answer Responder::FindForDevice(const HeldCall& held, const std::string& path)
@@ -278,12 +280,45 @@ void Responder::Send(const Answer& answer)
                 "the kernel does not place descriptors into the application (Linux 5.14 is needed)");
         }
     }
+    const Later now = {Clock::now() + answer.after, request->id, error, answer.value,
+                       answer.type == Answer::Type::GoOn};
+    if (answer.after.count() > 0)
+    {
+        later.push_back(now);
+    }
+    else
+    {
+        Respond(now);
+    }
+}
+
+void Responder::Respond(const Later& answer) const
+{
     *response = {};
-    response->id = request->id;
-    response->error = -error;
+    response->id = answer.id;
+    response->error = -answer.error;
     response->val = answer.value;
-    response->flags = answer.type == Answer::Type::GoOn ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
+    response->flags = answer.goesOn ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
     seccomp_notify_respond(fd, response); // fails when the caller is gone
+}
+
+std::optional<Responder::Clock::time_point> Responder::NextDeadline() const
+{
+    const auto next = std::ranges::min_element(later, {}, &Later::due);
+    return next == later.end() ? std::nullopt : std::optional(next->due);
+}
+
+void Responder::AnswerDue()
+{
+    const Clock::time_point now = Clock::now();
+    std::erase_if(later, [&](const Later& answer) {
+        const bool due = answer.due <= now;
+        if (due)
+        {
+            Respond(answer);
+        }
+        return due;
+    });
 }
 
 void Responder::ReportOnce(const std::string& line)

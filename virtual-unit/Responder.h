@@ -9,11 +9,14 @@
 #include "virtual-unit/SystemCallFilter.h"
 #include "virtual-unit/UnitPath.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <seccomp.h>
 #include <set>
 #include <string>
+#include <vector>
 
 namespace VirtualUnit
 {
@@ -40,7 +43,24 @@ public:
     /// Takes the next call and answers it. @throws std::system_error when the kernel lacks what is needed
     void AnswerNext();
 
+    using Clock = std::chrono::steady_clock;
+
+    std::optional<Clock::time_point> NextDeadline() const; ///< when AnswerDue() has something to do
+
+    void AnswerDue(); ///< answers the calls that take their time, and that have taken it
+
 private:
+    /// An answer, and when it is given.
+    struct Later
+    {
+        Clock::time_point due;
+        std::uint64_t id;
+        int error;
+        int value;
+        bool goesOn; ///< the kernel carries the call out
+    };
+
+    void Respond(const Later& answer) const;
     Answer Find();
     Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     Answer FindForDevice(const HeldCall& held, const std::string& path);
@@ -60,6 +80,7 @@ private:
     CardCalls cardCalls;
     Report reportLine;
     std::set<std::string> reported;
+    std::vector<Later> later;
     seccomp_notif* request = nullptr;
     seccomp_notif_resp* response = nullptr;
 };

@@ -3,6 +3,7 @@
 
 #include "virtual-unit/peripherals/CallerMemory.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <sys/stat.h>
@@ -23,12 +24,20 @@ public:
      */
     virtual int Open(int flags) = 0;
 
+    /// What an ioctl returns, or below 0 a negated errno, and when: so long after it was made.
+    struct IoctlResult
+    {
+        int value = 0;
+        std::chrono::milliseconds takes{0};
+    };
+
     /**
      * Answers an ioctl on a descriptor of the device.
      * @param memory of the process that makes it
-     * @return what it returns, or below 0 a negated errno; none: the kernel carries it out
+     * @return none: the kernel carries it out
      */
-    virtual std::optional<int> Ioctl(unsigned long request, std::uint64_t argument, CallerMemory& memory)
+    virtual std::optional<IoctlResult> Ioctl(unsigned long request, std::uint64_t argument,
+                                             CallerMemory& memory)
     {
         static_cast<void>(request);
         static_cast<void>(argument);

@@ -103,7 +103,8 @@ bool ServedDriver::Exists() const
     return messages == nullptr || messages->IsPlugged();
 }
 
-std::optional<int> ServedDriver::Ioctl(unsigned long request, std::uint64_t argument, CallerMemory& memory)
+std::optional<ServedDevice::IoctlResult> ServedDriver::Ioctl(unsigned long request, std::uint64_t argument,
+                                                             CallerMemory& memory)
 {
     const auto deadline = [this] { return messages != nullptr ? messages->NextDeadline() : std::nullopt; };
     int result = 0;
@@ -118,7 +119,7 @@ std::optional<int> ServedDriver::Ioctl(unsigned long request, std::uint64_t argu
     {
         Wake();
     }
-    return result;
+    return IoctlResult{result, peripheral->Takes(result)};
 }
 
 void ServedDriver::Start()

@@ -32,7 +32,8 @@ public:
     ~ServedDriver() override;
 
     int Open(int flags) override;
-    std::optional<int> Ioctl(unsigned long request, std::uint64_t argument, CallerMemory& memory) override;
+    std::optional<IoctlResult> Ioctl(unsigned long request, std::uint64_t argument,
+                                     CallerMemory& memory) override;
 
     bool Exists() const override;
 

@@ -162,6 +162,15 @@ Action Sounder(const std::function<void(HidBridge&)>& change)
     return [=](Unit& unit) { unit.Sounder().Change(change); };
 }
 
+/// A change by which the device of a port comes or leaves.
+Action Presence(const char* port, bool there, const Action& change)
+{
+    return [=](Unit& unit) {
+        change(unit);
+        unit.TellPresence(port, there);
+    };
+}
+
 void RefuseRequests(HidBridge& bridge, int error)
 {
     bridge.faults.descriptorSize = error;
@@ -305,8 +314,9 @@ const Kind KINDS[] = {
     {"i2c well", "", "the end of all that", [](const WordList&) { return AdapterFault(0, 0, 0); }},
 
     {"buzzer unplug", "", "the board is pulled out",
-     [](const WordList&) { return Buzzer(&BuzzerBoard::Unplug); }},
-    {"buzzer plug", "", "and put back", [](const WordList&) { return Buzzer(&BuzzerBoard::PlugIn); }},
+     [](const WordList&) { return Presence("buzzer", false, Buzzer(&BuzzerBoard::Unplug)); }},
+    {"buzzer plug", "", "and put back",
+     [](const WordList&) { return Presence("buzzer", true, Buzzer(&BuzzerBoard::PlugIn)); }},
     {"buzzer silent", "", "it sends nothing",
      [](const WordList&) { return Buzzer([](BuzzerBoard& board) { board.faults.silent = true; }); }},
     {"buzzer late", "MS", "its output comes so much later",
@@ -317,8 +327,9 @@ const Kind KINDS[] = {
      [](const WordList&) { return Buzzer([](BuzzerBoard& board) { board.faults = {}; }); }},
 
     {"sounder unplug", "", "the HID bridge is pulled out",
-     [](const WordList&) { return Sounder(&HidBridge::Unplug); }},
-    {"sounder plug", "", "and put back", [](const WordList&) { return Sounder(&HidBridge::PlugIn); }},
+     [](const WordList&) { return Presence("sounder", false, Sounder(&HidBridge::Unplug)); }},
+    {"sounder plug", "", "and put back",
+     [](const WordList&) { return Presence("sounder", true, Sounder(&HidBridge::PlugIn)); }},
     {"sounder refused", "", "it does not tell what it is (EIO)",
      [](const WordList&) { return Sounder([](HidBridge& bridge) { RefuseRequests(bridge, EIO); }); }},
     {"sounder well", "", "it does again",

@@ -87,6 +87,13 @@ private:
     int fd;
 };
 
+using Time = std::optional<Clock::time_point>;
+
+Time Earlier(const Time& one, const Time& other)
+{
+    return one && other ? std::min(*one, *other) : one ? one : other;
+}
+
 }
 
 int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable& devices,
@@ -129,7 +136,9 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
             killAt = Clock::now() + KILL_INTERVAL;
         }
 
-        if (poll(events.data(), events.size(), MillisecondsUntil(killAt)) < 0)
+        responder.AnswerDue();
+        if (poll(events.data(), events.size(), MillisecondsUntil(Earlier(killAt, responder.NextDeadline()))) <
+            0)
         {
             continue; // interrupted; what it returned does not hold
         }

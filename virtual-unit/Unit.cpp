@@ -2,6 +2,7 @@
 
 #include "virtual-unit/Values.h"
 #include "virtual-unit/peripherals/Nmea.h"
+#include "virtual-unit/recording/PortEntry.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -108,6 +109,22 @@ void Unit::BeginService()
     adapterPort = ports.Serve(Path(options, "i2c"), std::shared_ptr<I2cPeripheral>(adapter));
     bridgePort = ports.Serve(Path(options, "sounder"), Messages(bridge));
     eventsPort = ports.Serve(Path(options, "events"), Messages(events));
+    modem->TellPresence(this, [this](bool onBus) {
+        TellPresence("modem", onBus);
+        TellPresence("modem-2", onBus);
+    });
+}
+
+void Unit::EndService()
+{
+    modem->TellPresence(this, {});
+    ports.EndService();
+}
+
+void Unit::TellPresence(const std::string& name, bool there)
+{
+    Traffic(PathOf(name))
+        .Happened(std::string(there ? PortEntry::PLUGGED_IN : PortEntry::UNPLUGGED), Clock::now());
 }
 
 std::vector<std::pair<std::string, std::string>> Unit::State()

@@ -89,13 +89,17 @@ public:
 
     /// Takes the ports away, after what is under way has arrived. What the devices did can still be asked
     /// for.
-    void EndService() { ports.EndService(); }
+    void EndService();
 
     /// The path of each port and, for people, what stands behind it and how it is. During the service.
     std::vector<std::pair<std::string, std::string>> State();
 
     /// The numbers that tell one module and SIM from others: IMEI, IMSI and ICCID.
     std::vector<std::string> Secrets() const;
+
+    /// Tells, of the port of that name, that its device has come or left; that of the module is told by
+    /// itself.
+    void TellPresence(const std::string& name, bool there);
 
     std::string PathOf(const std::string& name) const { return Path(options, name); } ///< of a port
 

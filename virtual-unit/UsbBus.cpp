@@ -49,12 +49,12 @@ UsbBus::UsbBus(CellularModule& theModule) : module(theModule)
     formerPath = path != nullptr ? path : USUAL_PATH;
     setenv(PATH_VARIABLE, (directory.Path() + ":" + formerPath).c_str(), 1);
     // NOLINTEND(concurrency-mt-unsafe)
-    module.TellPresence([this](bool onBus) { List(onBus); });
+    module.TellPresence(this, [this](bool onBus) { List(onBus); });
 }
 
 UsbBus::~UsbBus()
 {
-    module.TellPresence({});
+    module.TellPresence(this, {});
     setenv(PATH_VARIABLE, formerPath.c_str(), 1); // NOLINT(concurrency-mt-unsafe): as above
 }
 

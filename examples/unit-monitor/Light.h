@@ -9,8 +9,8 @@ enum class Light
 {
     Off,
     Green,
-    RedBlink450, ///< 450 ms on, 450 ms off
-    RedBlink1000
+    Red,
+    RedBlink450 ///< 450 ms on, 450 ms off
 };
 
 }

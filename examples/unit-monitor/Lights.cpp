@@ -17,8 +17,8 @@ const char* Name(Light light)
         return "green";
     case Light::RedBlink450:
         return "red blink 450";
-    case Light::RedBlink1000:
-        return "red blink 1000";
+    case Light::Red:
+        return "red";
     case Light::Off:
         break;
     }
@@ -35,8 +35,8 @@ void Set(LedsController& leds, bool left, Light light)
     case Light::RedBlink450:
         leds.SetLedMode(left, LedController::RedBlink450);
         break;
-    case Light::RedBlink1000:
-        leds.SetLedMode(left, LedController::RedBlink1000);
+    case Light::Red:
+        leds.SetLedMode(left, LedController::RedOn);
         break;
     case Light::Off:
         leds.TurnOffLedMode(left, LedController::BothOff);
@@ -51,7 +51,7 @@ Light WantedLeft(const Snapshot& now)
 
 Light WantedRight(const Snapshot& now)
 {
-    return now.gps.block.position ? Light::Green : Light::RedBlink1000;
+    return now.gps.block.position ? Light::Green : Light::Red;
 }
 
 }

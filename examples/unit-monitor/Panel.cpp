@@ -56,8 +56,8 @@ std::string Known(const std::string& text)
 /// A dot in the colour that the LED has just now.
 void DrawLight(Frame& frame, Light light, milliseconds sinceStart)
 {
-    const milliseconds half(light == Light::RedBlink450 ? 450 : 1000);
-    const bool dark = sinceStart / half % 2 == 1;
+    constexpr milliseconds HALF{450};
+    const bool dark = light == Light::RedBlink450 && sinceStart / HALF % 2 == 1;
     if (light == Light::Green)
     {
         frame.Text("●", Colour::Green);

@@ -37,7 +37,7 @@ protected:
     EmulatedModuleTest()
     {
         PlugIn();
-        module.TellPresence([](bool onBus) {
+        module.TellPresence(this, [](bool onBus) {
             if (!onBus)
             {
                 Unplugged();

@@ -251,10 +251,7 @@ void CellularModule::PlugIn()
     {
         interface.left = interface.left && interface.wake;
     }
-    if (tellPresence)
-    {
-        tellPresence(onBus);
-    }
+    TellPresence();
 }
 
 bool CellularModule::OnBus() const
@@ -263,13 +260,22 @@ bool CellularModule::OnBus() const
     return onBus;
 }
 
-void CellularModule::TellPresence(std::function<void(bool)> tell)
+void CellularModule::TellPresence(const void* whom, std::function<void(bool)> tell)
 {
     const std::lock_guard lock(access);
-    tellPresence = std::move(tell);
-    if (tellPresence)
+    presenceListeners.erase(whom);
+    if (tell)
     {
-        tellPresence(onBus);
+        tell(onBus);
+        presenceListeners.emplace(whom, std::move(tell));
+    }
+}
+
+void CellularModule::TellPresence() const
+{
+    for (const auto& [whom, tell] : presenceListeners)
+    {
+        tell(onBus);
     }
 }
 
@@ -301,10 +307,7 @@ void CellularModule::Leave(TimePoint at)
         interface.output = std::move(sent);
         interface.left = true;
     }
-    if (tellPresence)
-    {
-        tellPresence(onBus);
-    }
+    TellPresence();
     WakeHosts();
 }
 

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -154,9 +155,10 @@ public:
 
     bool OnBus() const;
 
+    /// @param whom a number of listeners may be told: which of them it is
     /// @param tell is called now, and whenever the module comes to the bus or leaves it, with the module
-    ///             locked: it must not call the module
-    void TellPresence(std::function<void(bool onBus)> tell);
+    ///             locked: it must not call the module. Empty: no more
+    void TellPresence(const void* whom, std::function<void(bool onBus)> tell);
 
 private:
     void Elapse(TimePoint now);
@@ -164,6 +166,7 @@ private:
     void PowerDown(TimePoint now);
     void ReportSince(const CellularState& before);
     void WakeHosts() const;
+    void TellPresence() const;
 
     mutable std::mutex access; ///< guards everything below
     CellularState state;
@@ -172,7 +175,7 @@ private:
     TimePoint latest;                 ///< the latest time that a host has given
     std::optional<TimePoint> leaveAt; ///< the bus
     bool onBus = true;
-    std::function<void(bool)> tellPresence;
+    std::map<const void*, std::function<void(bool)>> presenceListeners;
 };
 
 }

@@ -39,6 +39,10 @@ public:
 
     int Answer(const Ioctl& call, TimePoint now) override;
 
+    /// What fails on the bus takes its time: without that a program that tries again and again, as on a dead
+    /// bus, would keep a processor busy.
+    std::chrono::milliseconds Takes(int result) const override;
+
 private:
     int AnswerTransfer(const Ioctl& call, TimePoint now);
 };

@@ -32,6 +32,13 @@ public:
 
     /// @return what the ioctl returns, 0 or more; below 0: a negated errno. Times must not go back.
     virtual int Answer(const Ioctl& call, TimePoint now) = 0;
+
+    /// How long an ioctl with that result takes its caller.
+    virtual std::chrono::milliseconds Takes(int result) const
+    {
+        static_cast<void>(result);
+        return std::chrono::milliseconds(0);
+    }
 };
 
 }

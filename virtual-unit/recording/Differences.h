@@ -3,6 +3,7 @@
 
 #include "virtual-unit/recording/Difference.h"
 
+#include <chrono>
 #include <cstddef>
 #include <mutex>
 #include <optional>
@@ -14,12 +15,25 @@ namespace VirtualUnit
 class Differences
 {
 public:
-    void Add(const Difference& difference)
+    /// @param comparedUntil what came later in the recording is no difference; none: everything counts
+    explicit Differences(std::optional<std::chrono::microseconds> comparedUntil = std::nullopt)
+        : end(comparedUntil)
+    {
+    }
+
+    /// @param at what time the recording had, or the run, whichever is later
+    void Add(const Difference& difference, std::chrono::microseconds at)
     {
         const std::lock_guard lock(access);
-        first = first.value_or(difference);
-        ++count;
+        if (Counts(at))
+        {
+            first = first.value_or(difference);
+            ++count;
+        }
     }
+
+    /// What happens at that time, since the run began, is compared.
+    bool Counts(std::chrono::microseconds at) const { return !end || at < *end; }
 
     std::optional<Difference> First() const
     {
@@ -34,7 +48,8 @@ public:
     }
 
 private:
-    mutable std::mutex access; ///< guards everything below
+    const std::optional<std::chrono::microseconds> end;
+    mutable std::mutex access; ///< guards what follows
     std::optional<Difference> first;
     std::size_t count = 0;
 };

@@ -30,6 +30,8 @@ struct PortEntry
         bool operator==(const Exchange&) const = default;
     };
 
+    static constexpr std::size_t MOST_TURNS = 4;
+
     static constexpr std::string_view OPENED = "opened";
     static constexpr std::string_view UNPLUGGED = "unplugged";
     static constexpr std::string_view PLUGGED_IN = "plugged in";
@@ -42,7 +44,7 @@ struct PortEntry
     Kind kind = Kind::Event;
     std::chrono::microseconds at{0};    ///< since the run began; the first of several requests
     std::string bytes;                  ///< what was sent or received, or the name of an event
-    std::vector<Exchange> exchanges;    ///< that take turns: one, or two
+    std::vector<Exchange> exchanges;    ///< that take turns: one, or a few
     std::size_t count = 1;              ///< of all exchanges
     std::chrono::microseconds until{0}; ///< the last request; with one alone: `at`
     std::size_t line = 0;               ///< of the file, the first is 1; 0: it is not from a file

@@ -99,17 +99,18 @@ PortEntry::Exchange TakeExchange(TextCursor& cursor)
 
 void TakeRequests(TextCursor& cursor, PortEntry& entry)
 {
-    entry.exchanges.push_back(TakeExchange(cursor));
-    if (cursor.Take(TURNS))
+    do
     {
         entry.exchanges.push_back(TakeExchange(cursor));
-    }
+    } while (entry.exchanges.size() < PortEntry::MOST_TURNS && cursor.Take(TURNS));
     const auto channel = [](const PortEntry::Exchange& exchange) {
         return RequestText::Channel(exchange.request);
     };
-    if (channel(entry.exchanges.front()) != channel(entry.exchanges.back()))
+    if (std::ranges::any_of(entry.exchanges, [&](const PortEntry::Exchange& exchange) {
+            return channel(exchange) != channel(entry.exchanges.front());
+        }))
     {
-        throw PortFormat::Wrong("has two requests of different pins that take turns");
+        throw PortFormat::Wrong("has requests of different pins that take turns");
     }
     entry.until = entry.at;
     if (cursor.Take(TIMES))
@@ -128,7 +129,7 @@ void TakeRequests(TextCursor& cursor, PortEntry& entry)
     }
     if (entry.count < entry.exchanges.size())
     {
-        throw PortFormat::Wrong("has two requests but no count");
+        throw PortFormat::Wrong("has several requests but no count");
     }
 }
 
@@ -139,10 +140,10 @@ std::string Text(const PortEntry::Exchange& exchange)
 
 std::string Requests(const PortEntry& entry)
 {
-    std::string text = Text(entry.exchanges.front());
-    if (entry.exchanges.size() > 1)
+    std::string text;
+    for (const PortEntry::Exchange& exchange : entry.exchanges)
     {
-        text += std::string(TURNS) + Text(entry.exchanges.back());
+        text += (text.empty() ? "" : std::string(TURNS)) + Text(exchange);
     }
     if (entry.count > 1)
     {

@@ -112,7 +112,7 @@ std::string ReplayedRequests::Answer(const std::string& request, std::chrono::mi
     {
         if (!std::exchange(channel.lost, true))
         {
-            Tell(channel, channel.Expected(), "requested " + ByteText::Quoted(request));
+            Tell(channel, channel.Expected(), "requested " + ByteText::Quoted(request), recordedTime);
         }
         const auto last = channel.answers.find(request);
         return last != channel.answers.end() ? last->second : NO_ANSWER;
@@ -140,12 +140,13 @@ void ReplayedRequests::Finish()
         const std::size_t next = channel.made.empty() ? 0 : channel.made.back().step + 1;
         if (next < channel.steps.size())
         {
-            Tell(channel, {{next, 0}}, "ended before it requested that");
+            Tell(channel, {{next, 0}}, "ended before it requested that", channel.steps[next].at);
         }
     }
 }
 
-void ReplayedRequests::Tell(const Channel& channel, const Positions& expected, const std::string& program)
+void ReplayedRequests::Tell(const Channel& channel, const Positions& expected, const std::string& program,
+                            std::chrono::microseconds at)
 {
     Difference difference{port, 0, 0, {}, program};
     std::set<std::string> told;
@@ -157,7 +158,7 @@ void ReplayedRequests::Tell(const Channel& channel, const Positions& expected, c
             difference.expected += (difference.expected.empty() ? "" : " or ") + ByteText::Quoted(request);
         }
     }
-    differences.Add(difference);
+    differences.Add(difference, at);
 }
 
 }

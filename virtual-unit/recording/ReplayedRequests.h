@@ -18,7 +18,7 @@ namespace VirtualUnit
  * The requests of a port's recording, and their answers.
  *
  * The requests of each channel (see RequestText) come in the order of the recording. One that was repeated
- * may come any number of times, once at least, and so may two that take turns. Where a request may be the
+ * may come any number of times, once at least, and so may those that take turns. Where a request may be the
  * same one again or the next line, and the answers differ, the time of that line tells whether it is its
  * turn.
  *
@@ -78,7 +78,8 @@ private:
         std::map<std::string, std::string> answers; ///< the latest, by request
     };
 
-    void Tell(const Channel& channel, const Positions& expected, const std::string& program);
+    void Tell(const Channel& channel, const Positions& expected, const std::string& program,
+              std::chrono::microseconds at);
 
     std::string port;
     Differences& differences;

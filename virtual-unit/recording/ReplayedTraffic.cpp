@@ -48,6 +48,11 @@ void ReplayedTraffic::SentBytes(std::string_view bytes, TimePoint now)
     Elapse(now);
     for (const char byte : bytes)
     {
+        if (!differences.Counts(Now()))
+        {
+            TakeUncompared(byte, now);
+            continue;
+        }
         while (Expects() && entries[sent].bytes.empty())
         {
             CompleteSent(now);
@@ -72,7 +77,7 @@ void ReplayedTraffic::SentMessage(std::string_view message, TimePoint now)
     if (message.size() < expected.size())
     {
         Tell(message.size(), InContext(expected, message.size()),
-             "sent a message that ends before it, " + ByteText::Of(message));
+             "sent a message that ends before it, " + ByteText::Of(message), Now());
     }
     if (Expects())
     {
@@ -254,7 +259,35 @@ void ReplayedTraffic::Compare(char byte)
         Tell(position,
              position < expected.size() ? InContext(expected, position)
                                         : "the end of " + ByteText::Of(expected),
-             "sent " + InContext(sentBytes, position));
+             "sent " + InContext(sentBytes, position), Now());
+    }
+}
+
+void ReplayedTraffic::TakeUncompared(char byte, TimePoint now)
+{
+    sentBytes += byte;
+    if (Expects() && entries[sent].bytes.starts_with(sentBytes))
+    {
+        if (entries[sent].bytes == sentBytes)
+        {
+            CompleteSent(now);
+        }
+        return;
+    }
+    const auto end = std::make_reverse_iterator(entries.begin());
+    const auto like =
+        std::find_if(std::make_reverse_iterator(entries.begin() + static_cast<std::ptrdiff_t>(sent)), end,
+                     [this](const PortEntry& entry) {
+                         return entry.kind == Kind::Sent && entry.bytes.starts_with(sentBytes);
+                     });
+    if (like == end || like->bytes == sentBytes)
+    {
+        for (auto answer = like.base();
+             like != end && answer != entries.end() && answer->kind == Kind::Received; ++answer)
+        {
+            output.push_back(answer->bytes);
+        }
+        sentBytes.clear();
     }
 }
 
@@ -282,18 +315,34 @@ void ReplayedTraffic::TellMissing(const std::string& program)
 {
     if (Expects())
     {
-        Tell(sentBytes.size(), InContext(entries[sent].bytes, sentBytes.size()), program);
+        Tell(sentBytes.size(), InContext(entries[sent].bytes, sentBytes.size()), program,
+             std::chrono::microseconds(0)); // it would have come when it was recorded
     }
 }
 
-void ReplayedTraffic::Tell(std::size_t position, const std::string& expected, const std::string& program)
+/// Since the run began.
+std::chrono::microseconds ReplayedTraffic::Now() const
+{
+    return std::chrono::duration_cast<std::chrono::microseconds>(latest.value_or(begin) - begin);
+}
+
+/// @param earliestTime when it happened, unless that is later in the recording
+void ReplayedTraffic::Tell(std::size_t position, const std::string& expected, const std::string& program,
+                           std::chrono::microseconds earliestTime)
 {
     if (std::exchange(told, true))
     {
         return;
     }
-    differences.Add(Expects() ? Difference{port, entries[sent].line, position + 1, expected, program}
-                              : Difference{port, 0, 0, {}, program});
+    if (Expects())
+    {
+        differences.Add(Difference{port, entries[sent].line, position + 1, expected, program},
+                        std::max(earliestTime, entries[sent].at));
+    }
+    else
+    {
+        differences.Add(Difference{port, 0, 0, {}, program}, earliestTime);
+    }
 }
 
 }

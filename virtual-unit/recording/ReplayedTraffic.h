@@ -23,6 +23,9 @@ namespace VirtualUnit
  * as if it were equal, byte for byte, or message for message. Each line of the recording is at most one
  * difference; what is sent behind the last one is one as well.
  *
+ * When nothing counts any more (Differences), something that the application had sent before gets the answer
+ * that it got then; what does not fit otherwise is passed over.
+ *
  * What the application received is sent again in order, when all has come that was sent before it; as long
  * after that came as it was then, or as long after what was received before it was due, or after the port was
  * opened. Being opened is the first call that gives a time, and in the recording the event "opened" before
@@ -78,10 +81,13 @@ private:
     TimePoint Due() const;
     bool Expects() const;
     void Compare(char byte);
+    void TakeUncompared(char byte, TimePoint now);
     void CompleteSent(TimePoint now);
     void SkipTo(std::size_t entry);
     void TellMissing(const std::string& program);
-    void Tell(std::size_t position, const std::string& expected, const std::string& program);
+    void Tell(std::size_t position, const std::string& expected, const std::string& program,
+              std::chrono::microseconds earliestTime);
+    std::chrono::microseconds Now() const;
 
     std::string port;
     std::vector<PortEntry> entries;

@@ -1,5 +1,7 @@
 #include "virtual-unit/recording/RequestRuns.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <utility>
 
 namespace VirtualUnit
@@ -8,12 +10,14 @@ namespace VirtualUnit
 namespace
 {
 
-/// Two pairs, which are needed to know two requests that take turns.
-constexpr std::size_t TURNS = 4;
-
-bool Equal(const PortEntry& one, const PortEntry& other)
+/// The end of a list and what precedes it are the same `turns` requests, one after the other.
+bool Repeats(const std::vector<PortEntry>& list, std::size_t turns)
 {
-    return one.exchanges == other.exchanges;
+    return list.size() >= 2 * turns && std::equal(list.end() - static_cast<std::ptrdiff_t>(turns), list.end(),
+                                                  list.end() - static_cast<std::ptrdiff_t>(2 * turns),
+                                                  [](const PortEntry& one, const PortEntry& other) {
+                                                      return one.exchanges == other.exchanges;
+                                                  });
 }
 
 }
@@ -43,29 +47,28 @@ std::vector<PortEntry> RequestRuns::Add(const PortEntry::Exchange& exchange, std
 
 std::vector<PortEntry> RequestRuns::Collect(const PortEntry& single)
 {
-    if (!singles.empty() && Equal(singles.back(), single))
+    singles.push_back(single);
+    for (std::size_t turns = 1; turns <= PortEntry::MOST_TURNS; ++turns)
     {
-        run = singles.back();
-        run->count = 2;
-        run->until = single.at;
-        singles.pop_back();
-        return std::exchange(singles, {});
+        if (Repeats(singles, turns))
+        {
+            const std::size_t begin = singles.size() - 2 * turns;
+            run = singles[begin];
+            run->count = 2 * turns;
+            run->until = single.at;
+            for (std::size_t i = begin + 1; i < begin + turns; ++i)
+            {
+                run->exchanges.push_back(singles[i].exchanges.front());
+            }
+            singles.resize(begin);
+            return std::exchange(singles, {});
+        }
     }
     std::vector<PortEntry> complete;
-    singles.push_back(single);
-    while ((singles.size() > 2 && !Equal(singles[0], singles[2])) ||
-           (singles.size() > 3 && !Equal(singles[1], singles[3])))
+    if (singles.size() == 2 * PortEntry::MOST_TURNS) // the first cannot be the begin of a repetition any more
     {
         complete.push_back(singles.front());
         singles.erase(singles.begin());
-    }
-    if (singles.size() == TURNS)
-    {
-        run = singles.front();
-        run->exchanges.push_back(singles[1].exchanges.front());
-        run->count = TURNS;
-        run->until = single.at;
-        singles.clear();
     }
     return complete;
 }

@@ -366,7 +366,7 @@ TEST(CellularModuleTest, PresenceIsToldAtOnceAndAtEachChange)
 {
     Bench bench;
     std::vector<bool> told;
-    bench.module.TellPresence([&](bool onBus) { told.push_back(onBus); });
+    bench.module.TellPresence(&told, [&](bool onBus) { told.push_back(onBus); });
     bench.module.PlugIn(); // it is
     bench.module.Unplug();
     bench.module.Unplug();

@@ -380,4 +380,81 @@ TEST_F(ReplayedSerialTest, TheRecordingOfAReplayIsTheRecording)
     EXPECT_EQ(own.Count(), 0U);
 }
 
+/// From two seconds on nothing counts: the program that was recorded was stopped from outside soon after.
+class UncomparedTest : public ReplayedSerialTest
+{
+protected:
+    void PlayToTwoSeconds(const Texts& lines)
+    {
+        device = std::make_unique<ReplayedSerial>(Transcript(lines), begin, stopped, [this] { return now; });
+        device->Attach([] {});
+        device->Advance(now);
+    }
+
+    Differences stopped{2s};
+};
+
+const Texts STOPPED = {R"(0.000000 ! opened)",   R"(1.000000 > "key?\r")", R"(1.010000 < "none\r\n")",
+                       R"(1.020000 < "OK\r\n")", R"(2.500000 > "stop\r")", R"(2.600000 < "stopped\r\n")"};
+
+TEST_F(UncomparedTest, WhatWasAskedBeforeIsAnsweredAsBeforeAndTheRestGoesOn)
+{
+    PlayToTwoSeconds(STOPPED);
+    Wait(1s);
+    Send("key?\r");
+    EXPECT_THAT(Wait(100ms), ElementsAre("none\r\n", "OK\r\n"));
+    Wait(1s);
+    Send("ke");
+    Send("y?\r");
+    EXPECT_THAT(Wait(0s), ElementsAre("none\r\n", "OK\r\n")) << "once more than it was recorded";
+    Send("stop\r");
+    EXPECT_THAT(Wait(100ms), ElementsAre("stopped\r\n"));
+    device->Finish();
+    EXPECT_EQ(stopped.Count(), 0U);
+}
+
+TEST_F(UncomparedTest, WhatWasNeverAskedIsPassedOver)
+{
+    PlayToTwoSeconds(STOPPED);
+    Wait(1s);
+    Send("key?\r");
+    Wait(1s);
+    Send("who?\rstop\r");
+    EXPECT_THAT(Wait(100ms), ElementsAre("stopped\r\n"));
+    EXPECT_EQ(stopped.Count(), 0U);
+}
+
+TEST_F(UncomparedTest, WhatIsMissingThereIsNoDifferenceAndBeforeThatItIs)
+{
+    PlayToTwoSeconds(STOPPED);
+    Wait(1s);
+    Send("key?\r");
+    Wait(2s);
+    device->Finish();
+    EXPECT_EQ(stopped.Count(), 0U);
+
+    PlayToTwoSeconds(STOPPED);
+    Wait(2s);
+    device->Finish();
+    EXPECT_EQ(stopped.Count(), 1U);
+    ASSERT_TRUE(stopped.First());
+    EXPECT_EQ(stopped.First()->byte, 1U);
+}
+
+TEST_F(ReplayedSerialTest, ItTellsHowFarItHasCome)
+{
+    Play(DIALOGUE);
+    Wait(0s);
+    EXPECT_TRUE(device->HasReached(510ms));
+    EXPECT_FALSE(device->HasReached(511ms));
+    Send("AT\r");
+    Wait(10ms);
+    EXPECT_TRUE(device->HasReached(1s));
+    EXPECT_FALSE(device->HasReached(1s + 1us));
+    Send("\xAA\x55\x02\x01\x01\x03\x7F");
+    EXPECT_FALSE(device->HasReached(1h));
+    Wait(100ms);
+    EXPECT_TRUE(device->HasReached(1h));
+}
+
 }

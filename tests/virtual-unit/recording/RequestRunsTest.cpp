@@ -18,8 +18,11 @@ using VirtualUnit::RequestRuns;
 /// "A", "A x 3" or "A|B x 5", with the times of first and last request in milliseconds: "A x 3, 10-30".
 std::string Text(const PortEntry& entry)
 {
-    std::string text = entry.exchanges.front().request;
-    text += entry.exchanges.size() > 1 ? "|" + entry.exchanges.back().request : "";
+    std::string text;
+    for (const PortEntry::Exchange& exchange : entry.exchanges)
+    {
+        text += (text.empty() ? "" : "|") + exchange.request;
+    }
     text += entry.count > 1 ? " x " + std::to_string(entry.count) : "";
     const auto milliseconds = [](std::chrono::microseconds time) {
         return std::to_string(time.count() / 1000);
@@ -92,28 +95,37 @@ TEST_F(RequestRunsTest, OnceIsNoTurn)
     EXPECT_THAT(All("ABA"), ElementsAre("A, 10-10", "B, 20-20", "A, 30-30"));
     EXPECT_THAT(All("ABAC"), ElementsAre("A, 10-10", "B, 20-20", "A, 30-30", "C, 40-40"));
     EXPECT_THAT(All("ABACAC"), ElementsAre("A, 10-10", "B, 20-20", "A|C x 4, 30-60"));
-    EXPECT_THAT(All("ABCABC"),
-                ElementsAre("A, 10-10", "B, 20-20", "C, 30-30", "A, 40-40", "B, 50-50", "C, 60-60"));
+    EXPECT_THAT(All("ABCAB"), ElementsAre("A, 10-10", "B, 20-20", "C, 30-30", "A, 40-40", "B, 50-50"));
+}
+
+TEST_F(RequestRunsTest, UpToFourThatTakeTurnsAreOne)
+{
+    EXPECT_THAT(All("XABCABCAY"), ElementsAre("X, 10-10", "A|B|C x 7, 20-80", "Y, 90-90"));
+    EXPECT_THAT(All("ABCDABCD"), ElementsAre("A|B|C|D x 8, 10-80"));
+    EXPECT_THAT(All("ABCDEABCDE"), testing::SizeIs(10));
+    EXPECT_THAT(All("ABCABD"), testing::SizeIs(6));
 }
 
 TEST_F(RequestRunsTest, AnotherAnswerIsAnotherRequest)
 {
     EXPECT_THAT(Add('A', "0"), IsEmpty());
     EXPECT_THAT(Add('A', "1"), IsEmpty());
-    EXPECT_THAT(Add('A', "2"), ElementsAre("A, 10-10"));
-    EXPECT_THAT(Add('A', "2"), ElementsAre("A, 20-20"));
+    EXPECT_THAT(Add('A', "2"), IsEmpty());
+    EXPECT_THAT(Add('A', "2"), ElementsAre("A, 10-10", "A, 20-20"));
     EXPECT_THAT(Texts(runs.Flush()), ElementsAre("A x 2, 30-40"));
 }
 
 TEST_F(RequestRunsTest, AnEntryIsGivenOutAsSoonAsItIsCertain)
 {
-    EXPECT_THAT(Add('A'), IsEmpty());
-    EXPECT_THAT(Add('B'), IsEmpty());
-    EXPECT_THAT(Add('C'), ElementsAre("A, 10-10"));
-    EXPECT_THAT(Add('C'), ElementsAre("B, 20-20"));
-    EXPECT_THAT(Add('C'), IsEmpty());
-    EXPECT_THAT(Add('D'), ElementsAre("C x 3, 30-50"));
-    EXPECT_THAT(Texts(runs.Flush()), ElementsAre("D, 60-60"));
+    for (const char request : {'A', 'B', 'C', 'D', 'E', 'F', 'G'})
+    {
+        EXPECT_THAT(Add(request), IsEmpty());
+    }
+    EXPECT_THAT(Add('H'), ElementsAre("A, 10-10")) << "no longer the begin of four that take turns";
+    EXPECT_THAT(Add('H'), testing::SizeIs(6));
+    EXPECT_THAT(Add('H'), IsEmpty());
+    EXPECT_THAT(Add('I'), ElementsAre("H x 3, 80-100"));
+    EXPECT_THAT(Texts(runs.Flush()), ElementsAre("I, 110-110"));
     EXPECT_THAT(runs.Flush(), IsEmpty());
 }
 

@@ -77,6 +77,26 @@ Director::~Director()
     Stop();
 }
 
+void Director::Prepare()
+{
+    while (done < script.cues.size())
+    {
+        const Script::Cue& cue = script.cues[done];
+        if (!cue.step || cue.time.count() > 0 || cue.step->EndsProgram())
+        {
+            return;
+        }
+        Do(*cue.step);
+        ++done; // there is no other thread yet
+    }
+}
+
+void Director::Do(const Step& step)
+{
+    tellLine(step.Words());
+    step.Do(unit);
+}
+
 void Director::Start()
 {
     thread = std::thread(&Director::Perform, this);
@@ -105,8 +125,9 @@ void Director::Perform()
 {
     const Clock::time_point begin = Clock::now();
     Clock::time_point before = begin;
-    for (const Script::Cue& cue : script.cues)
+    for (std::size_t i = done; i < script.cues.size(); ++i)
     {
+        const Script::Cue& cue = script.cues[i];
         if (cue.sign)
         {
             const std::optional<Clock::time_point> at = AwaitSign(*cue.sign);
@@ -123,8 +144,7 @@ void Director::Perform()
             {
                 return;
             }
-            tellLine(cue.step->Words());
-            cue.step->Do(unit);
+            Do(*cue.step);
         }
         const std::lock_guard lock(access);
         ++done;

@@ -34,7 +34,8 @@ public:
     Director& operator=(const Director&) = delete;
     ~Director(); ///< stops
 
-    void Start(); ///< the program begins now
+    void Prepare(); ///< does the steps of time 0 that stand first: the program finds them done
+    void Start();   ///< the program begins now
     void Stop();
 
     /// The first line of the script that has not been carried out; none: it has come to its end.
@@ -76,6 +77,7 @@ private:
     };
 
     void Perform();
+    void Do(const Step& step);
     bool AwaitTime(Clock::time_point time);
     std::optional<Clock::time_point> AwaitSign(const Script::Sign& sign);
 

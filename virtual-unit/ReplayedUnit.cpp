@@ -4,6 +4,7 @@
 #include "virtual-unit/recording/ReplayedDriver.h"
 #include "virtual-unit/recording/ReplayedI2cAdapter.h"
 #include "virtual-unit/recording/ReplayedSerial.h"
+#include "virtual-unit/recording/ReplayedTraffic.h"
 
 #include <algorithm>
 #include <csignal>
@@ -90,7 +91,7 @@ void ReplayedUnit::BeginService()
                 served->Locked([&] { reached = device->HasReached(recordedTime); });
                 return reached;
             };
-            replayed.push_back({hasReached, [device] { device->Finish(); }});
+            replayed.push_back({port.name, hasReached, [device] { device->Finish(); }});
         };
         switch (port.kind)
         {
@@ -124,13 +125,22 @@ std::vector<ReplayedUnit::Cue> ReplayedUnit::Cues()
     const std::string modem = Unit::Path(options, "modem");
     for (const PortRecording::PresenceChange& change : recording.Port(modem).PresenceChanges())
     {
-        cues.push_back(
-            {change.at, [this, there = change.there] { there ? module.PlugIn() : module.Unplug(); }, false});
+        if (change.there)
+        {
+            cues.push_back({change.at, [this] { module.PlugIn(); }, {}, {}});
+        }
+        else // together with its ports
+        {
+            cues.push_back({change.at, [this] { module.Unplug(); },
+                            [this, at = change.at] { return HasReached(at, "modem"); },
+                            ReplayedTraffic::PATIENCE});
+        }
     }
     for (const PortRecording::Signal& signal : recording.Port(PortRecording::PROGRAM).Signals())
     {
         // The supervisor hands it on.
-        cues.push_back({signal.at, [number = signal.number] { kill(getpid(), number); }, true});
+        cues.push_back({signal.at, [number = signal.number] { kill(getpid(), number); },
+                        [this, at = signal.at] { return HasReached(at - TAIL); }, MOST_DELAY});
     }
     std::ranges::stable_sort(cues, {}, &Cue::at);
     return cues;
@@ -147,7 +157,7 @@ void ReplayedUnit::Play(const std::vector<Cue>& cues)
             return !changed.wait_until(lock, next, [this] { return ending; });
         };
         bool goesOn = await();
-        while (goesOn && cue.afterTraffic && Clock::now() < due + MOST_DELAY && !HasReached(cue.at - TAIL))
+        while (goesOn && cue.isReady && Clock::now() < due + cue.patience && !cue.isReady())
         {
             next = Clock::now() + LOOK_AGAIN;
             goesOn = await();
@@ -160,10 +170,11 @@ void ReplayedUnit::Play(const std::vector<Cue>& cues)
     }
 }
 
-bool ReplayedUnit::HasReached(std::chrono::microseconds recordedTime) const
+bool ReplayedUnit::HasReached(std::chrono::microseconds recordedTime, const std::string& port) const
 {
-    return std::ranges::all_of(
-        replayed, [recordedTime](const Replayed& port) { return port.hasReached(recordedTime); });
+    return std::ranges::all_of(replayed, [&](const Replayed& each) {
+        return (!port.empty() && each.port != port) || each.hasReached(recordedTime);
+    });
 }
 
 void ReplayedUnit::EndService()

@@ -60,12 +60,14 @@ private:
     {
         std::chrono::microseconds at; ///< since the run began
         std::function<void()> action;
-        bool afterTraffic; ///< not before the program has come nearly as far as it had by then
+        std::function<bool()> isReady;      ///< empty: then
+        std::chrono::milliseconds patience; ///< so much later it happens at last, ready or not
     };
 
     std::vector<Cue> Cues();
     void Play(const std::vector<Cue>& cues);
-    bool HasReached(std::chrono::microseconds recordedTime) const;
+    /// @param port its name; empty: all ports
+    bool HasReached(std::chrono::microseconds recordedTime, const std::string& port = {}) const;
 
     Recording recording;
     UnitOptions options;
@@ -77,6 +79,7 @@ private:
     /// What is asked of the device behind each port.
     struct Replayed
     {
+        std::string port; ///< its name
         std::function<bool(std::chrono::microseconds)> hasReached;
         std::function<void()> finish;
     };

@@ -25,9 +25,10 @@ namespace VirtualUnit
  *     when gps says $GPTXT       ... when the port has sent it
  *     when reader opened         ... when the application has opened the port, once more for each such line
  *
- * Lines are carried out in their order; one whose time has passed already is carried out at once. A "when"
- * looks for its text behind the one that the latest "when" of the same port and direction has found. The text
- * ends with the line; \r, \n, \t, \\ and \xHH stand for bytes.
+ * Lines are carried out in their order, and steps of time 0 that stand first before the program begins; one
+ * whose time has passed already is carried out at once. A "when" looks for its text behind the one that the
+ * latest "when" of the same port and direction has found. The text ends with the line; \r, \n, \t, \\ and
+ * \xHH stand for bytes.
  */
 class Script
 {

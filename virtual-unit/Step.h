@@ -20,6 +20,8 @@ public:
 
     const std::string& Words() const { return words; } ///< as they were given, with single spaces
 
+    bool EndsProgram() const { return words == "end"; }
+
     void Do(Unit& unit) const { action(unit); } ///< Calling threads: any
 
 private:

@@ -205,6 +205,7 @@ int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLo
     Control control(line.control);
     const Service service{director, control, unit};
     unit.BeginService();
+    director.Prepare();
     const auto started = [&] {
         director.Start();
         if (control.socket)

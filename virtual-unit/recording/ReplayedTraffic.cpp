@@ -103,12 +103,11 @@ std::optional<ReplayedTraffic::TimePoint> ReplayedTraffic::NextDeadline() const
     {
         next = Due();
     }
-    for (const PortRecording::PresenceChange& change : presence)
+    if (const std::size_t happened = PresenceChanges(*latest); happened < presence.size())
     {
-        if (begin + change.at > *latest)
-        {
-            next = std::min(next.value_or(begin + change.at), begin + change.at);
-        }
+        const TimePoint at = begin + presence[happened].at;
+        const TimePoint change = at > *latest ? at : at + PATIENCE;
+        next = std::min(next.value_or(change), change);
     }
     return next;
 }
@@ -120,36 +119,43 @@ std::vector<std::string> ReplayedTraffic::TakeOutput()
 
 bool ReplayedTraffic::IsConnected() const
 {
-    const TimePoint now = latest ? *latest : clock();
-    bool connected = true;
-    for (const PortRecording::PresenceChange& change : presence)
+    const std::size_t happened = PresenceChanges(latest ? *latest : clock());
+    bool connected = attachedAfter == 0 || presence[attachedAfter - 1].there;
+    for (std::size_t i = attachedAfter; i < happened; ++i)
     {
-        const TimePoint at = begin + change.at;
-        if (at <= attached)
-        {
-            connected = change.there;
-        }
-        else if (at <= now)
-        {
-            connected = connected && change.there;
-        }
+        connected = connected && presence[i].there;
     }
     return connected;
 }
 
 bool ReplayedTraffic::IsPlugged() const
 {
-    const std::chrono::microseconds now =
-        std::chrono::duration_cast<std::chrono::microseconds>(clock() - begin);
-    const auto next = std::ranges::upper_bound(presence, now, {}, &PortRecording::PresenceChange::at);
-    return next == presence.begin() || std::prev(next)->there;
+    const std::size_t happened = PresenceChanges(clock());
+    return happened == 0 || presence[happened - 1].there;
+}
+
+/// How many changes there have been by now.
+std::size_t ReplayedTraffic::PresenceChanges(TimePoint now) const
+{
+    std::size_t happened = 0;
+    for (const PortRecording::PresenceChange& change : presence)
+    {
+        const TimePoint at = begin + change.at;
+        if (now < at || (latest && !change.there && now < at + PATIENCE && !HasReached(change.at)))
+        {
+            break;
+        }
+        ++happened;
+    }
+    return happened;
 }
 
 void ReplayedTraffic::NewHost()
 {
-    attached = clock();
+    const TimePoint now = clock();
     latest.reset();
-    for (std::size_t i = received; i < entries.size() && begin + entries[i].at <= attached; ++i)
+    attachedAfter = PresenceChanges(now);
+    for (std::size_t i = received; i < entries.size() && begin + entries[i].at <= now; ++i)
     {
         if (entries[i].IsEvent(PortEntry::PLUGGED_IN))
         {
@@ -274,19 +280,27 @@ void ReplayedTraffic::TakeUncompared(char byte, TimePoint now)
         }
         return;
     }
-    const auto end = std::make_reverse_iterator(entries.begin());
-    const auto like =
-        std::find_if(std::make_reverse_iterator(entries.begin() + static_cast<std::ptrdiff_t>(sent)), end,
-                     [this](const PortEntry& entry) {
-                         return entry.kind == Kind::Sent && entry.bytes.starts_with(sentBytes);
-                     });
-    if (like == end || like->bytes == sentBytes)
+    const auto isLike = [this](const PortEntry& entry) {
+        return entry.kind == Kind::Sent && entry.bytes.starts_with(sentBytes);
+    };
+    const auto next = entries.begin() + static_cast<std::ptrdiff_t>(sent);
+    const auto before = std::find_if(std::make_reverse_iterator(next), entries.rend(), isLike);
+    const auto later = std::find_if(next, entries.end(), isLike);
+    if (before != entries.rend() && before->bytes == sentBytes)
     {
-        for (auto answer = like.base();
-             like != end && answer != entries.end() && answer->kind == Kind::Received; ++answer)
+        for (auto answer = before.base(); answer != entries.end() && answer->kind == Kind::Received; ++answer)
         {
             output.push_back(answer->bytes);
         }
+        sentBytes.clear();
+    }
+    else if (later != entries.end() && later->bytes == sentBytes)
+    {
+        sent = received = static_cast<std::size_t>(later - entries.begin());
+        CompleteSent(now);
+    }
+    else if (before == entries.rend() && later == entries.end())
+    {
         sentBytes.clear();
     }
 }

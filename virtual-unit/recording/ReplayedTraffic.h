@@ -31,9 +31,9 @@ namespace VirtualUnit
  * opened. Being opened is the first call that gives a time, and in the recording the event "opened" before
  * what went over the port first; without it the time when the device came, or the first line.
  *
- * The device leaves and comes at the times of the recording, counted from the begin of the run. Whoever was
- * the host then gets nothing more, and nothing is expected of it; a new one (NewHost()) begins with what
- * follows "plugged in".
+ * The device leaves and comes at the times of the recording, counted from the begin of the run; it leaves
+ * when all has gone over an open port that had by then, or PATIENCE later. Whoever was the host then gets nothing
+ * more, and nothing is expected of it; a new one (NewHost()) begins with what follows "plugged in".
  *
  * Threads: no lock; one call at a time.
  */
@@ -42,6 +42,8 @@ class ReplayedTraffic
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
     using Clock = std::function<TimePoint()>;
+
+    static constexpr std::chrono::seconds PATIENCE{2};
 
     /// @param beginOfRun  when this run began
     /// @param differences stay the caller's and outlive this object
@@ -88,6 +90,7 @@ private:
     void Tell(std::size_t position, const std::string& expected, const std::string& program,
               std::chrono::microseconds earliestTime);
     std::chrono::microseconds Now() const;
+    std::size_t PresenceChanges(TimePoint now) const;
 
     std::string port;
     std::vector<PortEntry> entries;
@@ -96,7 +99,7 @@ private:
     Differences& differences;
     Clock clock;
 
-    TimePoint attached;              ///< when the present host came
+    std::size_t attachedAfter = 0;   ///< so many changes of presence the present host came
     std::optional<TimePoint> latest; ///< time that it gave
     std::optional<Reference> opening;
     Reference reference; ///< of what is received next

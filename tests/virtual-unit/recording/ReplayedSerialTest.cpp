@@ -341,6 +341,25 @@ TEST_F(ReplayedSerialTest, APortThatIsNotOpenGoesAndComesToo)
     EXPECT_TRUE(device->IsConnected());
 }
 
+TEST_F(ReplayedSerialTest, ADeviceLeavesBehindWhatWasSentToItBefore)
+{
+    const Texts lines = {R"(0.000000 ! opened)", R"(1.000000 > "one")", R"(1.001000 ! unplugged)"};
+    Play(lines);
+    Wait(0s);
+    Wait(1001ms);
+    EXPECT_TRUE(device->IsConnected()) << "the program is a little later than it was";
+    Send("one");
+    EXPECT_FALSE(device->IsConnected());
+
+    now = begin;
+    Play(lines);
+    Wait(0s);
+    Wait(1001ms);
+    EXPECT_EQ(device->NextDeadline(), now + ReplayedTraffic::PATIENCE);
+    Wait(ReplayedTraffic::PATIENCE);
+    EXPECT_FALSE(device->IsConnected()) << "it never sends it";
+}
+
 TEST_F(ReplayedSerialTest, ADeviceMayBeAbsentAtFirst)
 {
     Play(
@@ -420,6 +439,19 @@ TEST_F(UncomparedTest, WhatWasNeverAskedIsPassedOver)
     Send("key?\r");
     Wait(1s);
     Send("who?\rstop\r");
+    EXPECT_THAT(Wait(100ms), ElementsAre("stopped\r\n"));
+    EXPECT_EQ(stopped.Count(), 0U);
+}
+
+TEST_F(UncomparedTest, WhatComesNextButOneIsAnsweredAndTheRestLeftOut)
+{
+    Texts lines = STOPPED;
+    lines.insert(lines.begin() + 4, {R"(2.300000 > "key?\r")", R"(2.310000 < "none\r\n")"});
+    PlayToTwoSeconds(lines);
+    Wait(1s);
+    Send("key?\r");
+    Wait(1s);
+    Send("stop\r");
     EXPECT_THAT(Wait(100ms), ElementsAre("stopped\r\n"));
     EXPECT_EQ(stopped.Count(), 0U);
 }

@@ -1,5 +1,6 @@
 #include "tests/virtual-unit/RunningUnit.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -157,12 +158,25 @@ Outcome RunningUnit::End()
 }
 
 /// @return false when both streams are at their end, or the time is over (they are still open then)
+bool RunningUnit::HasEnded()
+{
+    while (ReadSome(0))
+    {
+    }
+    return (streams.output < 0 && streams.errors < 0) || deadline <= Now();
+}
+
 bool RunningUnit::ReadSome()
 {
+    return ReadSome(static_cast<int>(std::max(deadline - Now(), 0L)));
+}
+
+/// @param milliseconds that are waited for something to read
+bool RunningUnit::ReadSome(int milliseconds)
+{
     std::array<pollfd, 2> events = {{{streams.output, POLLIN, 0}, {streams.errors, POLLIN, 0}}};
-    const long rest = deadline - Now();
-    if ((streams.output < 0 && streams.errors < 0) || rest <= 0 ||
-        poll(events.data(), events.size(), static_cast<int>(rest)) <= 0)
+    if ((streams.output < 0 && streams.errors < 0) || deadline <= Now() ||
+        poll(events.data(), events.size(), milliseconds) <= 0)
     {
         return false;
     }

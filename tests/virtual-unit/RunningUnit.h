@@ -41,6 +41,7 @@ public:
     bool WaitForOutput(const std::string& text); ///< @return false when it did not come
     void Signal(int signal) const;               ///< to virtual-unit alone
     void Type(const std::string& text) const;    ///< on the terminal
+    bool HasEnded();                             ///< or has been given its time; does not wait
     Outcome End();                               ///< waits for the end
 
 private:
@@ -51,6 +52,7 @@ private:
     };
 
     bool ReadSome();
+    bool ReadSome(int milliseconds);
 
     pid_t pid = -1;
     Streams streams;

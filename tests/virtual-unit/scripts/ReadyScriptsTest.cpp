@@ -8,17 +8,25 @@
 #include "virtual-unit/recording/PortFormat.h"
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <iostream>
 #include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <termios.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace
@@ -131,10 +139,70 @@ ChangedByte ChangeByte(const fs::path& directory, const std::string& port)
     return {port, line + 1, byte + 1};
 }
 
+/// Measures how long this machine holds up what is written to a terminal, on a thread of its own. Where two
+/// other programs keep both of its processors busy, that may be half a second, longer than the library waits
+/// for an answer: the same would happen to a unit whose UARTs stop.
+class TerminalWatch
+{
+public:
+    TerminalWatch() : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)), thread([this] { Measure(); }) {}
+
+    ~TerminalWatch() { Stop(); }
+
+    std::chrono::milliseconds Stop() ///< @return the longest time
+    {
+        ending = true;
+        if (thread.joinable())
+        {
+            thread.join();
+            close(master);
+        }
+        return longest;
+    }
+
+private:
+    void Measure()
+    {
+        std::array<char, 64> name = {};
+        grantpt(master);
+        unlockpt(master);
+        ptsname_r(master, name.data(), name.size());
+        const int slave = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+        termios settings = {};
+        tcgetattr(slave, &settings);
+        cfmakeraw(&settings);
+        tcsetattr(slave, TCSANOW, &settings);
+        while (!ending)
+        {
+            const auto begin = std::chrono::steady_clock::now();
+            char byte = 'x';
+            if (write(slave, &byte, 1) != 1 || read(master, &byte, 1) != 1)
+            {
+                break;
+            }
+            const auto time = std::chrono::steady_clock::now() - begin;
+            longest = std::max(longest, std::chrono::duration_cast<std::chrono::milliseconds>(time));
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        close(slave);
+    }
+
+    int master;
+    std::atomic<bool> ending{false};
+    std::chrono::milliseconds longest{0};
+    std::thread thread;
+};
+
 /// What is left of one script.
 struct Played
 {
+    std::string name;
     fs::path directory; ///< with all files of it
+    std::string port;   ///< of which a byte is changed
+    std::unique_ptr<RunningUnit> running;
+    std::unique_ptr<RunningUnit> replaying;
+    std::unique_ptr<RunningUnit> replayingChanged;
+
     Outcome run;
     Outcome replay;
     ChangedByte changed;
@@ -151,22 +219,25 @@ protected:
         {
             return;
         }
-        for (const std::string& name : ReadyScripts())
+        constexpr int MOST_TRIALS = 4;
+        constexpr std::chrono::milliseconds TOO_LONG{60};
+        for (int trial = 1; trial <= MOST_TRIALS; ++trial)
         {
-            played[name].directory = fs::path(Kit::TempDir::Path()) / ("script-" + name);
-            fs::create_directories(played[name].directory);
+            TerminalWatch watch;
+            PlayAll();
+            const std::chrono::milliseconds longest = watch.Stop();
+            if (longest < TOO_LONG)
+            {
+                break;
+            }
+            std::cout << "This machine held a terminal up for " << longest.count() << " ms"
+                      << (trial < MOST_TRIALS ? ": all scripts once more\n" : "\n");
         }
-        PlayAll();
-        ReplayAll();
     }
 
     static void TearDownTestSuite()
     {
-        for (const auto& [name, script] : played)
-        {
-            fs::remove_all(script.directory);
-        }
-        played.clear();
+        Forget();
         VirtualUnitTest::TearDownTestSuite();
     }
 
@@ -181,46 +252,77 @@ protected:
         return std::make_unique<RunningUnit>(arguments, options);
     }
 
-    static void PlayAll()
+    static void Forget()
     {
-        std::map<std::string, std::unique_ptr<RunningUnit>> runs;
         for (const auto& [name, script] : played)
         {
-            const auto file = [&script](const char* what) { return (script.directory / what).string(); };
-            runs[name] =
-                Start({"run", "--script", std::string(READY_SCRIPTS) + "/" + name + ".script", "--record",
-                       file("recording"), "--log", file("log"), "--journal", file("journal")},
-                      file("lines"));
+            fs::remove_all(script.directory);
         }
-        for (auto& [name, script] : played)
+        played.clear();
+    }
+
+    static void PlayAll()
+    {
+        Forget();
+        const std::vector<std::string> ports = {
+            "/dev/ttymxc2", "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0"};
+        for (const std::string& name : ReadyScripts())
         {
-            script.run = runs[name]->End();
+            Played& script = played[name];
+            script.name = name;
+            script.port = ports[played.size() % ports.size()];
+            script.directory = fs::path(Kit::TempDir::Path()) / ("script-" + name);
+            fs::create_directories(script.directory);
+            StartRun(script);
+        }
+        for (bool all = false; !all; std::this_thread::sleep_for(std::chrono::milliseconds(20)))
+        {
+            all = true;
+            for (auto& [name, script] : played)
+            {
+                all = GoOn(script) && all;
+            }
         }
     }
 
-    static void ReplayAll()
+    static void StartRun(Played& script)
     {
-        const std::vector<std::string> ports = {
-            "/dev/ttymxc2", "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0"};
-        std::map<std::string, std::unique_ptr<RunningUnit>> replays;
-        std::map<std::string, std::unique_ptr<RunningUnit>> changedReplays;
-        std::size_t turn = 0;
-        for (auto& [name, script] : played)
+        const auto file = [&script](const char* what) { return (script.directory / what).string(); };
+        script.running =
+            Start({"run", "--script", std::string(READY_SCRIPTS) + "/" + script.name + ".script", "--record",
+                   file("recording"), "--log", file("log"), "--journal", file("journal")},
+                  file("lines"));
+    }
+
+    static void StartReplays(Played& script)
+    {
+        const auto file = [&script](const char* what) { return (script.directory / what).string(); };
+        script.replaying =
+            Start({"replay", file("recording"), "--record", file("again")}, file("replayed-lines"));
+        fs::copy(file("recording"), file("changed"));
+        script.changed = ChangeByte(file("changed"), script.port);
+        script.replayingChanged = Start({"replay", file("changed")}, file("changed-lines"));
+    }
+
+    /// Takes what has ended and starts what comes next. @return true when nothing comes any more
+    static bool GoOn(Played& script)
+    {
+        const auto take = [](std::unique_ptr<RunningUnit>& unit, Outcome& outcome) {
+            const bool ended = unit != nullptr && unit->HasEnded();
+            if (ended)
+            {
+                outcome = unit->End();
+                unit.reset();
+            }
+            return ended;
+        };
+        if (take(script.running, script.run))
         {
-            const auto file = [&directory = script.directory](const char* what) {
-                return (directory / what).string();
-            };
-            replays[name] =
-                Start({"replay", file("recording"), "--record", file("again")}, file("replayed-lines"));
-            fs::copy(file("recording"), file("changed"));
-            script.changed = ChangeByte(file("changed"), ports[turn++ % ports.size()]);
-            changedReplays[name] = Start({"replay", file("changed")}, file("changed-lines"));
+            StartReplays(script);
         }
-        for (auto& [name, script] : played)
-        {
-            script.replay = replays[name]->End();
-            script.changedReplay = changedReplays[name]->End();
-        }
+        take(script.replaying, script.replay);
+        take(script.replayingChanged, script.changedReplay);
+        return script.running == nullptr && script.replaying == nullptr && script.replayingChanged == nullptr;
     }
 
     const Played& Script() const { return played.at(GetParam()); }

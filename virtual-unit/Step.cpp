@@ -268,7 +268,7 @@ const Kind KINDS[] = {
     {"modem registration", "STATE", "none, searching, home, roaming, denied or unknown",
      [](const WordList& words) {
          return ModemChange(
-             [to = Values::Registration(words[0])](CellularState& state) { state.registration = to; });
+             [to = Values::Registration(words[0])](CellularState& state) { state.RegisterAs(to); });
      }},
     {"modem sim", "in|out", "the SIM is put in or taken out", Sim},
     {"modem supply", "MILLIVOLTS", "its supply voltage, 0 to 5000",

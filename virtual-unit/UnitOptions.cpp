@@ -57,9 +57,7 @@ constexpr Option OPTIONS[] = {
     {"modem-signal",
      [](UnitOptions& unit, const std::string& value) { unit.modem.rssi = Values::Signal(value); }},
     {"modem-registration",
-     [](UnitOptions& unit, const std::string& value) {
-         unit.modem.registration = Values::Registration(value);
-     }},
+     [](UnitOptions& unit, const std::string& value) { unit.modem.RegisterAs(Values::Registration(value)); }},
     {"i2c-adapter",
      [](UnitOptions& unit, const std::string& value) {
          constexpr unsigned int LAST = 9;

@@ -437,11 +437,7 @@ TEST_F(LedThreadTest, ModesAreSetFromSeveralThreads)
 /// for long, so that a busy machine does not hold the test up.
 TEST(LedRaceTest, AnOffStateIsNeverOlderThanItsMode)
 {
-#ifdef __SANITIZE_THREAD__
     constexpr int ROUNDS = 20'000;
-#else
-    constexpr int ROUNDS = 100'000;
-#endif
     constexpr int STATES = 4;
     constexpr int LONGEST_SPIN = 2'000;
     std::atomic<int> begun{0}; // settings, the present one included

@@ -94,6 +94,8 @@ TEST_F(ModemPortsTest, TheOptionsAreTheModules)
     EXPECT_EQ(Ask({"--modem-signal", "7"}, MAIN_PORT, "AT+CSQ", signal), signal);
     const std::string registration = "AT+CREG?\r\r\n+CREG: 0,5\r\n\r\nOK\r\n";
     EXPECT_EQ(Ask({"--modem-registration", "roaming"}, MAIN_PORT, "AT+CREG?", registration), registration);
+    const std::string foreign = "AT+COPS?\r\r\n+COPS: 0,0,\"Neighbour Mobile\",2\r\n\r\nOK\r\n";
+    EXPECT_EQ(Ask({"--modem-registration", "roaming"}, MAIN_PORT, "AT+COPS?", foreign), foreign);
     const std::string noSim = "AT+CIMI\r\r\n+CME ERROR: 10\r\n";
     EXPECT_EQ(Ask({"--modem", "no-sim"}, MAIN_PORT, "AT+CIMI", noSim), noSim);
     EXPECT_EQ(Ask({"--modem", "present"}, MAIN_PORT, "AT+CSQ", SIGNAL), SIGNAL);

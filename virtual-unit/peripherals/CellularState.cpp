@@ -379,6 +379,24 @@ constexpr Entry COMMANDS[] = {{"", Kind::Execute, Agree},
 
 }
 
+void CellularState::RegisterAs(Registration to)
+{
+    registration = to;
+    const auto chosen = std::ranges::find_if(operators, [&](const Operator& item) {
+        return item.status != Status::Forbidden &&
+               imsi.starts_with(item.numeric) == (to == Registration::Home);
+    });
+    if (Registered() && chosen != operators.end())
+    {
+        const auto former = FindCurrent(operators);
+        if (former != operators.end())
+        {
+            former->status = Status::Available;
+        }
+        chosen->status = Status::Current;
+    }
+}
+
 bool CellularState::Registered() const
 {
     const Registration now = CurrentRegistration();

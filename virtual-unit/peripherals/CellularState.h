@@ -110,6 +110,9 @@ struct CellularState
 
     bool Registered() const; ///< at home or roaming
 
+    /// Registers so: with the home network, or, roaming, with the first other one that takes the SIM.
+    void RegisterAs(Registration to);
+
     /// How long the command takes. @param command without its line end
     std::chrono::milliseconds TimeFor(std::string_view command) const;
 

@@ -70,6 +70,7 @@ private:
         Positions Expected() const;
         Positions Expected(const std::string& request) const;
         Positions Ahead(const std::string& request) const;
+        bool OnlyPollsFrom(std::size_t step) const;
         Positions Chosen(const Positions& possible, std::chrono::microseconds recordedTime) const;
 
         std::vector<PortEntry> steps;

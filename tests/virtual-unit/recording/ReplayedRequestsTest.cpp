@@ -265,4 +265,40 @@ TEST_F(ReplayedRequestsTest, WhatWasNotRequestedIsADifference)
     EXPECT_EQ(differences.Count(), 2U);
 }
 
+TEST_F(ReplayedRequestsTest, AProgramMayStopPollingALittleSooner)
+{
+    const Texts lines = {R"(1.000000 ? "read 0x1C:0x0C" -> "00" x 10 until 1.900000)",
+                         R"(2.000000 ? "read 0x1C:0x0C" -> "04")",
+                         R"(2.010000 ? "read 0x1C:0x0C" -> "00" x 3 until 2.400000)"};
+    Play(lines);
+    now = 1s;
+    Ask(READ, 5);
+    requests->Finish();
+    EXPECT_EQ(Difference(), "none");
+
+    Texts longer = lines;
+    longer.emplace_back(R"(2.500000 ? "read 0x1C:0x0C" -> "04" x 20 until 4.000000)");
+    Play(longer);
+    Ask(READ, 5);
+    requests->Finish();
+    EXPECT_EQ(differences.Count(), 1U) << "two seconds are not a little";
+}
+
+TEST_F(ReplayedRequestsTest, WhatComesLastAndIsNoPollIsMissed)
+{
+    Play({R"(1.000000 ? "read 0x1C:0x0C" -> "00" x 10 until 1.900000)",
+          R"(2.000000 ? "write 0x1C:0x2A 00" -> "0")"});
+    now = 1s;
+    Ask(READ, 5);
+    requests->Finish();
+    EXPECT_EQ(differences.Count(), 1U);
+
+    Play({R"(1.000000 ? "pin 103 = 0" -> "0")", R"(1.100000 ? "pin 103 = 1" -> "0")",
+          R"(1.200000 ? "pin 103 = 0" -> "0")"});
+    Ask("pin 103 = 0");
+    Ask("pin 103 = 1");
+    requests->Finish();
+    EXPECT_EQ(differences.Count(), 2U);
+}
+
 }

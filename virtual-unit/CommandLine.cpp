@@ -113,6 +113,13 @@ void RefuseIncomplete(const CommandLine& line)
     {
         throw CommandLine::Wrong("--mask: there is no --record");
     }
+    if (line.command == Command::Replay &&
+        (line.mask || !line.unit.empty() || !(line.script + line.journal + line.control).empty()))
+    {
+        throw CommandLine::Wrong(
+            "replay: the unit is that of the recording; --sdcard, --log and --record are all "
+            "that can be told");
+    }
 }
 
 constexpr const char* USAGE =

@@ -153,6 +153,7 @@ std::unique_ptr<Recorder> Record(const CommandLine& line, AnyUnit& unit, const U
     {
         unit.Traffic(port.path).Tell(recorder->Port(port.path));
     }
+    recorder->Port(PortRecording::PROGRAM); // from now on it is there, whatever happens to the directory
     return recorder;
 }
 

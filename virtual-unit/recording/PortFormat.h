@@ -37,8 +37,8 @@ namespace VirtualUnit
  *
  * A request that was made again and again, with the same answer, is one line: "x 37 until 2.041000" says that
  * there were 37 of them, the first at the time of the line, the last at 2.041000. Those behind '|' take turns
- * with the first; there are four at most. "x 7" of two are four of the first and three of the second. No other
- * request of the same channel (see RequestText) was in between.
+ * with the first; there are four at most. "x 7" of two are four of the first and three of the second. No
+ * other request of the same channel (see RequestText) was in between.
  *
  * Times do not go back from line to line; only the pins, each of which is a channel of its own, have their
  * lines when they are complete.

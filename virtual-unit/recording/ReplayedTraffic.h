@@ -32,8 +32,8 @@ namespace VirtualUnit
  * what went over the port first; without it the time when the device came, or the first line.
  *
  * The device leaves and comes at the times of the recording, counted from the begin of the run; it leaves
- * when all has gone over an open port that had by then, or PATIENCE later. Whoever was the host then gets nothing
- * more, and nothing is expected of it; a new one (NewHost()) begins with what follows "plugged in".
+ * when all has gone over an open port that had by then, or PATIENCE later. Whoever was the host then gets
+ * nothing more, and nothing is expected of it; a new one (NewHost()) begins with what follows "plugged in".
  *
  * Threads: no lock; one call at a time.
  */

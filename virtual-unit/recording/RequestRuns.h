@@ -12,9 +12,9 @@ namespace VirtualUnit
 
 /**
  * Makes entries of the requests of one channel: of equal ones that follow each other, and of up to
- * PortEntry::MOST_TURNS that take turns (twice at least), it makes one entry. An entry is given out when it is
- * certain that it is complete; a few requests are kept for that reason, and a repetition until another request
- * ends it.
+ * PortEntry::MOST_TURNS that take turns (twice at least), it makes one entry. An entry is given out when it
+ * is certain that it is complete; a few requests are kept for that reason, and a repetition until another
+ * request ends it.
  */
 class RequestRuns
 {

@@ -41,7 +41,7 @@ std::string WithoutComment(const std::string& line)
 std::string TakeWord(std::string& text)
 {
     const std::size_t end = std::min(text.find_first_of(BLANKS), text.size());
-    const std::string word = text.substr(0, end);
+    std::string word = text.substr(0, end);
     text = Trimmed(text.substr(end));
     return word;
 }

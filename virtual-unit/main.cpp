@@ -98,7 +98,7 @@ std::string ListPorts(Unit& unit, const std::string& sdcard)
     {
         constexpr std::size_t COLUMN = 22;
         path.resize(std::max(path.size(), COLUMN), ' ');
-        list += path + " " + state + "\n";
+        list.append(path).append(" ").append(state).append("\n");
     }
     return list;
 }

@@ -97,7 +97,7 @@ TEST_F(ExamplesTest, TheMonitorEndsWhereNothingIsThere)
 {
     const Outcome outcome =
         Run("unit-monitor", {"--modem", "absent", "--script", std::string(SCRIPTS) + "/nothing.script"},
-            {"--seconds", "4"});
+            {"--seconds", "7"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_THAT(outcome.output, AllOf(HasSubstr("modem: not on the bus\n"),
                                       HasSubstr("acc: no accelerometer\n"), HasSubstr("end: stopped\n")));

@@ -254,51 +254,48 @@ Answer Responder::FindForDevice(const HeldCall& held, const std::string& path)
 
 void Responder::Send(const Answer& answer)
 {
-    if (answer.type == Answer::Type::None)
+    if (answer.type == Answer::Type::None || (answer.type == Answer::Type::Descriptor && Place(answer)))
     {
         return;
     }
-    int error = answer.error;
-    if (answer.type == Answer::Type::Descriptor)
-    {
-        seccomp_notif_addfd addition = {};
-        addition.id = request->id;
-        addition.flags = SECCOMP_ADDFD_FLAG_SEND; // placed and answered in one step: none is left over
-        addition.srcfd = static_cast<std::uint32_t>(answer.descriptor);
-        addition.newfd_flags = answer.closeOnExec ? O_CLOEXEC : 0;
-        const bool given = ioctl(fd, SECCOMP_IOCTL_NOTIF_ADDFD, &addition) >= 0;
-        error = errno;
-        close(answer.descriptor);
-        if (given || error == ENOENT) // ENOENT: the caller is gone
-        {
-            return;
-        }
-        if (error == EINVAL)
-        {
-            throw std::system_error(
-                error, std::generic_category(),
-                "the kernel does not place descriptors into the application (Linux 5.14 is needed)");
-        }
-    }
-    const Later now = {Clock::now() + answer.after, request->id, error, answer.value,
-                       answer.type == Answer::Type::GoOn};
     if (answer.after.count() > 0)
     {
-        later.push_back(now);
+        later.push_back({Clock::now() + answer.after, request->id, answer});
     }
     else
     {
-        Respond(now);
+        Respond(request->id, answer.type == Answer::Type::Descriptor ? Answer::Error(errno) : answer);
     }
 }
 
-void Responder::Respond(const Later& answer) const
+/// Gives a descriptor to the caller, and closes it here. @return false, and errno, when it could not be given
+bool Responder::Place(const Answer& answer) const
+{
+    seccomp_notif_addfd addition = {};
+    addition.id = request->id;
+    addition.flags = SECCOMP_ADDFD_FLAG_SEND; // placed and answered in one step: none is left over
+    addition.srcfd = static_cast<std::uint32_t>(answer.descriptor);
+    addition.newfd_flags = answer.closeOnExec ? O_CLOEXEC : 0;
+    const bool given = ioctl(fd, SECCOMP_IOCTL_NOTIF_ADDFD, &addition) >= 0;
+    const int error = errno;
+    close(answer.descriptor);
+    if (!given && error == EINVAL)
+    {
+        throw std::system_error(
+            error, std::generic_category(),
+            "the kernel does not place descriptors into the application (Linux 5.14 is needed)");
+    }
+    errno = error;
+    return given || error == ENOENT; // ENOENT: the caller is gone
+}
+
+void Responder::Respond(std::uint64_t id, const Answer& answer) const
 {
     *response = {};
-    response->id = answer.id;
+    response->id = id;
     response->error = -answer.error;
     response->val = answer.value;
-    response->flags = answer.goesOn ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
+    response->flags = answer.type == Answer::Type::GoOn ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
     seccomp_notify_respond(fd, response); // fails when the caller is gone
 }
 
@@ -311,11 +308,11 @@ std::optional<Responder::Clock::time_point> Responder::NextDeadline() const
 void Responder::AnswerDue()
 {
     const Clock::time_point now = Clock::now();
-    std::erase_if(later, [&](const Later& answer) {
-        const bool due = answer.due <= now;
+    std::erase_if(later, [&](const Later& waiting) {
+        const bool due = waiting.due <= now;
         if (due)
         {
-            Respond(answer);
+            Respond(waiting.id, waiting.answer);
         }
         return due;
     });

@@ -50,17 +50,16 @@ public:
     void AnswerDue(); ///< answers the calls that take their time, and that have taken it
 
 private:
-    /// An answer, and when it is given.
+    /// An answer that is not given yet.
     struct Later
     {
         Clock::time_point due;
-        std::uint64_t id;
-        int error;
-        int value;
-        bool goesOn; ///< the kernel carries the call out
+        std::uint64_t id; ///< of the call
+        Answer answer;
     };
 
-    void Respond(const Later& answer) const;
+    bool Place(const Answer& answer) const;
+    void Respond(std::uint64_t id, const Answer& answer) const;
     Answer Find();
     Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     Answer FindForDevice(const HeldCall& held, const std::string& path);

@@ -80,17 +80,16 @@ Action Key(const WordList& words)
     };
 }
 
-Action ReaderFault(void (*spoil)(KeyReader::Faults& faults, unsigned int number), unsigned int number = 0)
+Action ReaderFault(const std::function<void(KeyReader::Faults&)>& spoil)
 {
-    return
-        [=](Unit& unit) { unit.Reader().Change([=](KeyReader& reader) { spoil(reader.faults, number); }); };
+    return [=](Unit& unit) { unit.Reader().Change([&spoil](KeyReader& reader) { spoil(reader.faults); }); };
 }
 
 // --- The GPS receiver
 
-Action GpsFault(void (*spoil)(GpsReceiver::Faults& faults, unsigned int number), unsigned int number = 0)
+Action GpsFault(const std::function<void(GpsReceiver::Faults&)>& spoil)
 {
-    return [=](Unit& unit) { unit.Gps().Change([=](GpsReceiver& gps) { spoil(gps.faults, number); }); };
+    return [=](Unit& unit) { unit.Gps().Change([&spoil](GpsReceiver& gps) { spoil(gps.faults); }); };
 }
 
 // --- The cellular module
@@ -214,48 +213,45 @@ const Kind KINDS[] = {
 
     {"key", "ID|none", "a key touches the reader and stays, or is taken away", Key},
     {"reader silent", "", "the reader sends nothing",
-     [](const WordList&) { return ReaderFault([](auto& faults, auto) { faults.silent = true; }); }},
+     [](const WordList&) { return ReaderFault([](auto& faults) { faults.silent = true; }); }},
     {"reader late", "MS", "its replies come so much later",
      [](const WordList& words) {
-         return ReaderFault([](auto& faults, auto number) { faults.delay = milliseconds(number); },
-                            static_cast<unsigned int>(Delay(words).count()));
+         return ReaderFault([delay = Delay(words)](auto& faults) { faults.delay = delay; });
      }},
     {"reader wrong", "", "its replies have a wrong check sum",
-     [](const WordList&) { return ReaderFault([](auto& faults, auto) { faults.wrongCrcLow = true; }); }},
+     [](const WordList&) { return ReaderFault([](auto& faults) { faults.wrongCrcLow = true; }); }},
     {"reader cut", "BYTES", "only the first bytes of its replies arrive",
      [](const WordList& words) {
-         return ReaderFault([](auto& faults, auto number) { faults.bytesSent = number; },
-                            Values::Number(words[0], 0, MOST_NOISE));
+         return ReaderFault(
+             [count = Values::Number(words[0], 0, MOST_NOISE)](auto& faults) { faults.bytesSent = count; });
      }},
     {"reader noise", "BYTES", "noise on the line before each reply",
-     [](const WordList& words) -> Action {
-         return [noise = Noise(words)](Unit& unit) {
-             unit.Reader().Change([&noise](KeyReader& reader) { reader.faults.noise = noise; });
-         };
+     [](const WordList& words) {
+         return ReaderFault([noise = Noise(words)](auto& faults) { faults.noise = noise; });
      }},
     {"reader well", "", "the end of all that",
-     [](const WordList&) { return ReaderFault([](auto& faults, auto) { faults = {}; }); }},
+     [](const WordList&) { return ReaderFault([](auto& faults) { faults = {}; }); }},
 
     {"gps lost", "", "no satellites",
-     [](const WordList&) { return GpsFault([](auto& faults, auto) { faults.noSatellites = true; }); }},
+     [](const WordList&) { return GpsFault([](auto& faults) { faults.noSatellites = true; }); }},
     {"gps found", "", "satellites again",
-     [](const WordList&) { return GpsFault([](auto& faults, auto) { faults.noSatellites = false; }); }},
+     [](const WordList&) { return GpsFault([](auto& faults) { faults.noSatellites = false; }); }},
     {"gps reset", "", "the receiver starts anew, with its first settings",
      [](const WordList&) -> Action {
          return
              [](Unit& unit) { unit.Gps().Change([](GpsReceiver& gps) { gps.Restart(Unit::Clock::now()); }); };
      }},
     {"gps silent", "", "it sends nothing",
-     [](const WordList&) { return GpsFault([](auto& faults, auto) { faults.silent = true; }); }},
+     [](const WordList&) { return GpsFault([](auto& faults) { faults.silent = true; }); }},
     {"gps wrong", "", "wrong check sums",
-     [](const WordList&) { return GpsFault([](auto& faults, auto) { faults.wrongCheckSums = true; }); }},
+     [](const WordList&) { return GpsFault([](auto& faults) { faults.wrongCheckSums = true; }); }},
     {"gps noise", "BYTES", "noise on the line before each second's sentences",
      [](const WordList& words) {
-         return GpsFault([](auto& faults, auto number) { faults.noiseBytes = number; },
-                         Values::Number(words[0], 0, MOST_NOISE, "a number of bytes"));
+         return GpsFault([count = Values::Number(words[0], 0, MOST_NOISE, "a number of bytes")](
+                             auto& faults) { faults.noiseBytes = count; });
      }},
     {"gps well", "", "the end of all that",
-     [](const WordList&) { return GpsFault([](auto& faults, auto) { faults = {}; }); }},
+     [](const WordList&) { return GpsFault([](auto& faults) { faults = {}; }); }},
 
     {"modem unplug", "", "the module leaves the USB bus",
      [](const WordList&) -> Action { return [](Unit& unit) { unit.Modem().Unplug(); }; }},

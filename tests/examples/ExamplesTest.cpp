@@ -24,8 +24,7 @@ protected:
                        const std::vector<std::string>& arguments = {}, RunningUnit::Options how = {})
     {
         how.longestSeconds = 60;
-        const std::string program = std::string(EXAMPLES) + "/" + example + "/" + example;
-        return Probe(arguments, options, how, program.c_str());
+        return RunProgram(std::string(EXAMPLES) + "/" + example + "/" + example, arguments, options, how);
     }
 };
 

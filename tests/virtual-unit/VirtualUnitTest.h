@@ -40,8 +40,9 @@ inline std::vector<std::string> Lines(const std::string& text)
     return lines;
 }
 
-inline Outcome Probe(std::vector<std::string> arguments, const std::vector<std::string>& options = {},
-                     RunningUnit::Options how = {}, const char* program = PROBE)
+/// A run of a program, with options of the virtual unit.
+inline Outcome RunProgram(const std::string& program, const std::vector<std::string>& arguments,
+                          const std::vector<std::string>& options = {}, RunningUnit::Options how = {})
 {
     std::vector<std::string> all = {"run"};
     all.insert(all.end(), options.begin(), options.end());
@@ -49,5 +50,13 @@ inline Outcome Probe(std::vector<std::string> arguments, const std::vector<std::
     all.insert(all.end(), arguments.begin(), arguments.end());
     return RunUnit(all, how);
 }
+
+#ifdef PROBE
+inline Outcome Probe(const std::vector<std::string>& arguments, const std::vector<std::string>& options = {},
+                     RunningUnit::Options how = {}, const char* program = PROBE)
+{
+    return RunProgram(program, arguments, options, how);
+}
+#endif
 
 #endif

@@ -42,14 +42,23 @@ constexpr Option OPTIONS[] = {
     {"--control", &CommandLine::control}, {"--sdcard", &CommandLine::sdcard},
 };
 
+/// An option without a value.
+struct Flag
+{
+    std::string_view name;
+    bool CommandLine::*value;
+};
+
+constexpr Flag FLAGS[] = {{"--fast", &CommandLine::fast}, {"--mask", &CommandLine::mask}};
+
 using Position = std::vector<std::string>::const_iterator;
 
 void TakeOption(CommandLine& line, Position& argument, Position end)
 {
     const std::string& name = *argument;
-    if (name == "--mask")
+    if (const auto* const flag = std::ranges::find(FLAGS, name, &Flag::name); flag != std::end(FLAGS))
     {
-        line.mask = true;
+        line.*flag->value = true;
         return;
     }
     const auto* const option = std::ranges::find(OPTIONS, name, &Option::name);
@@ -117,14 +126,15 @@ void RefuseIncomplete(const CommandLine& line)
         (line.mask || !line.unit.empty() || !(line.script + line.journal + line.control).empty()))
     {
         throw CommandLine::Wrong(
-            "replay: the unit is that of the recording; --sdcard, --log and --record are all "
+            "replay: the unit is that of the recording; --sdcard, --log, --record and --fast are all "
             "that can be told");
     }
 }
 
 constexpr const char* USAGE =
     "usage: virtual-unit run [OPTION...] -- PROGRAM [ARGUMENT...]\n"
-    "       virtual-unit replay DIR [--sdcard DIR] [--log FILE] [--record DIR] -- PROGRAM [ARGUMENT...]\n"
+    "       virtual-unit replay DIR [--sdcard DIR] [--log FILE] [--record DIR] [--fast] -- PROGRAM "
+    "[ARGUMENT...]\n"
     "       virtual-unit do [--control PATH] STEP\n"
     "       virtual-unit devices [OPTION...]\n"
     "       virtual-unit check\n"
@@ -139,6 +149,7 @@ constexpr const char* USAGE =
     "         with --control PATH, or inside a run\n"
     "check    tells whether this machine can run the virtual unit, and what is missing\n"
     "\n"
+    "  --fast                   time is virtual: it jumps to the next deadline whenever all threads wait\n"
     "  --script FILE            what happens to the unit in the course of the run\n"
     "  --record DIR             the traffic of each port goes to a file in DIR, which is new or empty\n"
     "  --mask                   without the numbers of the module and the SIM: IMEI, IMSI, ICCID\n"

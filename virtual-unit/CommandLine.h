@@ -44,6 +44,7 @@ struct CommandLine
     std::string script;                                    ///< file; empty: none
     std::string record;               ///< directory that takes the ports' traffic; empty: none
     bool mask = false;                ///< without identities
+    bool fast = false;                ///< time is virtual
     std::string log;                  ///< file that tells what happened to the unit; empty: none
     std::string journal;              ///< file that tells what the outputs did; empty: none
     std::string control;              ///< path of the control socket; empty: chosen by the program

@@ -18,7 +18,7 @@ namespace
 
 constexpr unsigned char IGNITION_ON = 1; // of the event driver's triggers
 
-GpsReceiver::Options FitReceiver(const UnitOptions& unit)
+GpsReceiver::Options FitGps(const UnitOptions& unit)
 {
     GpsReceiver::Options gps = unit.gps;
     gps.start = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
@@ -42,6 +42,24 @@ GpsReceiver::Options FitReceiver(const UnitOptions& unit)
                             " holds no NMEA sentence (a line that begins with '$')");
     }
     return gps;
+}
+
+// A byte takes ten bits of a line, so that answers come at a time of their own.
+constexpr unsigned int READER_BYTES_PER_SECOND = 9600 / 10;
+constexpr unsigned int BUZZER_BYTES_PER_SECOND = 115200 / 10;
+
+KeyReader::Options FitReader(const UnitOptions& unit)
+{
+    KeyReader::Options reader = unit.keyReader;
+    reader.line.bytesPerSecond = READER_BYTES_PER_SECOND;
+    return reader;
+}
+
+BuzzerBoard::Options FitBuzzer()
+{
+    BuzzerBoard::Options buzzer;
+    buzzer.line.bytesPerSecond = BUZZER_BYTES_PER_SECOND;
+    return buzzer;
 }
 
 CellularState FitModem(const UnitOptions& unit)
@@ -79,11 +97,11 @@ std::string Unit::Path(const UnitOptions& options, const std::string& name)
 }
 
 Unit::Unit(const UnitOptions& theOptions)
-    : options(theOptions), gps(std::make_shared<GpsReceiver>(FitReceiver(options))),
-      reader(std::make_shared<KeyReader>(options.keyReader)),
-      modem(std::make_shared<CellularModule>(FitModem(options))), buzzer(std::make_shared<BuzzerBoard>()),
-      adapter(std::make_shared<I2cAdapter>()), bridge(std::make_shared<HidBridge>()),
-      events(std::make_shared<EventDriver>(FitEvents(options)))
+    : options(theOptions), gps(std::make_shared<GpsReceiver>(FitGps(options))),
+      reader(std::make_shared<KeyReader>(FitReader(options))),
+      modem(std::make_shared<CellularModule>(FitModem(options))),
+      buzzer(std::make_shared<BuzzerBoard>(FitBuzzer())), adapter(std::make_shared<I2cAdapter>()),
+      bridge(std::make_shared<HidBridge>()), events(std::make_shared<EventDriver>(FitEvents(options)))
 {
     adapter->Add(accelerometer);
     if (options.crashAfter)

@@ -20,6 +20,7 @@
 #include "virtual-unit/recording/PortRecording.h"
 #include "virtual-unit/recording/Recorder.h"
 #include "virtual-unit/recording/Recording.h"
+#include "virtual-unit/time/VirtualTime.h"
 
 #include <cstdio>
 #include <exception>
@@ -313,6 +314,16 @@ int Check(const CommandLine& line)
     const bool notification = seccomp_api_get() >= API_WITH_NOTIFICATION;
     std::printf("seccomp user notification: %s\n", notification ? "yes" : "no");
 
+    try
+    {
+        VirtualTime::Require();
+        std::printf("virtual time, with --fast: yes\n");
+    }
+    catch (const VirtualTime::NotPossible& failure)
+    {
+        std::printf("virtual time, with --fast: no, %s\n", failure.what());
+    }
+
     // The whole of it, once: a shell that looks for the port and opens it, and writes to the card.
     const Plan plan(line);
     Unit unit(plan.options);
@@ -363,7 +374,12 @@ int main(int argc, char** argv)
 {
     try
     {
-        return Do(CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc)));
+        const CommandLine line = CommandLine::Parse(std::vector<std::string>(argv + 1, argv + argc));
+        if (line.fast)
+        {
+            VirtualTime::Enter(argv);
+        }
+        return Do(line);
     }
     catch (const CommandLine::Wrong& wrong)
     {
@@ -392,6 +408,11 @@ int main(int argc, char** argv)
     catch (const StorageCard::Unusable& failure)
     {
         return Refuse(std::string("--sdcard: ") + failure.what());
+    }
+    catch (const VirtualTime::NotPossible& failure)
+    {
+        Report(std::string("--fast: ") + failure.what());
+        return CANNOT_RUN;
     }
     catch (const Application::NotStarted& failure)
     {

@@ -5,7 +5,7 @@
 #include "tests/Gpio/GpioTest.h"
 #include "tests/kit/Interruptions.h"
 #include "tests/kit/Leaks.h"
-#include "tests/kit/Real.h"
+#include "virtual-unit/time/Real.h"
 
 #include <algorithm>
 #include <atomic>
@@ -37,7 +37,7 @@ pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*work
     {
         return EAGAIN;
     }
-    return KIT_REAL(pthread_create)(thread, attributes, work, argument);
+    return REAL_CALL(pthread_create)(thread, attributes, work, argument);
 }
 
 namespace GpioTests

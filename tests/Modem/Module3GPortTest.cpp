@@ -2,7 +2,7 @@
 
 #include "tests/Modem/ModemTest.h"
 #include "tests/kit/Program.h"
-#include "tests/kit/Real.h"
+#include "virtual-unit/time/Real.h"
 
 #include <atomic>
 #include <cstdarg>
@@ -39,7 +39,7 @@ extern "C" __attribute__((visibility("default"))) int fcntl(int fd, int command,
     {
         flagsSet = static_cast<int>(argument);
     }
-    return KIT_REAL(fcntl)(fd, command, argument);
+    return REAL_CALL(fcntl)(fd, command, argument);
 }
 
 namespace ModemTests

@@ -89,6 +89,13 @@ check_moved()
     mv "$WORK/moved/before" "$WORK/moved/after"
     build_with_cmake "$WORK/moved/after" moved/cmake
     build_with_pkg_config "$WORK/moved/after" "$WORK/moved/consumer"
+
+    # The virtual unit finds its own library there; 3: it cannot run on this machine.
+    local unit=$WORK/moved/after/bin/virtual-unit seconds status=0
+    if [[ -x $unit ]]; then
+        seconds=$("$unit" run --fast -- sh -c 'a=$(date +%s); sleep 1000; echo $(($(date +%s) - a))') || status=$?
+        [[ $status == 3 || $seconds == 1000 ]] || fail "virtual time in the moved tree: $seconds, status $status"
+    fi
 }
 
 # A tree staged under DESTDIR, as for a package or for the root of another machine.
@@ -124,7 +131,7 @@ check_components()
     [[ $(wc -l <"$WORK/runtime.txt") == 6 ]] || fail "the component runtime is not whole"
     unexpected=$(grep -vE "^\./(include/Tavdevice/.*\.h|$LIBDIR/(cmake/Tavdevice/.*\.cmake|pkgconfig/tavdevice\.pc|lib[A-Za-z]+\.so))$" "$WORK/devel.txt") || true
     [[ -z $unexpected ]] || fail "in the component devel: $unexpected"
-    unexpected=$(grep -vE '^\./(bin/|share/tavdevice/virtual-unit/scripts/)' "$WORK/tools.txt") || true
+    unexpected=$(grep -vE "^\./(bin/|$LIBDIR/tavdevice/|share/tavdevice/virtual-unit/scripts/)" "$WORK/tools.txt") || true
     [[ -z $unexpected ]] || fail "in the component tools: $unexpected"
     diff <(cd "$tree" && find . ! -type d | sort) <(sort "$WORK"/{runtime,devel,tools}.txt) ||
         fail "the components are not the whole tree"

@@ -20,10 +20,11 @@ using testing::StartsWith;
 class ExamplesTest : public VirtualUnitTest
 {
 protected:
-    static Outcome Run(const std::string& example, const std::vector<std::string>& options,
+    static Outcome Run(const std::string& example, std::vector<std::string> options,
                        const std::vector<std::string>& arguments = {}, RunningUnit::Options how = {})
     {
         how.longestSeconds = 60;
+        options.emplace_back("--fast");
         return RunProgram(std::string(EXAMPLES) + "/" + example + "/" + example, arguments, options, how);
     }
 };

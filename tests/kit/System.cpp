@@ -3,10 +3,11 @@
 
 #include "tests/kit/System.h"
 
-#include "tests/kit/ClockCore.h"
 #include "tests/kit/MessageDevice.h"
 #include "tests/kit/Output.h"
-#include "tests/kit/Real.h"
+#include "virtual-unit/time/Calls.h"
+#include "virtual-unit/time/Real.h"
+#include "virtual-unit/time/Waits.h"
 
 #include <algorithm>
 #include <array>
@@ -37,9 +38,8 @@ namespace Kit
 namespace
 {
 
-namespace Core = ClockCore;
+namespace Calls = VirtualTime::Calls;
 
-constexpr std::int64_t NANOSECONDS = 1'000'000'000;
 constexpr std::size_t PATH_BYTES = 160;
 constexpr int MOST_DESCRIPTORS = 4096;
 
@@ -299,115 +299,10 @@ int OpenWith(const char* path, int flags, mode_t mode, auto real)
     return fd;
 }
 
-std::int64_t ToNanoseconds(const timespec& time)
-{
-    return time.tv_sec * NANOSECONDS + time.tv_nsec;
-}
-
-timespec ToTimespec(std::int64_t nanoseconds)
-{
-    return {static_cast<time_t>(nanoseconds / NANOSECONDS), static_cast<long>(nanoseconds % NANOSECONDS)};
-}
-
-bool IsWallClock(clockid_t clock)
-{
-    return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
-}
-
-bool IsMonotonicClock(clockid_t clock)
-{
-    return clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_MONOTONIC_RAW ||
-           clock == CLOCK_BOOTTIME;
-}
-
-/// Sleeps in virtual time. @return what was left, 0 unless a signal came
-std::int64_t VirtualSleep(const char* function, std::int64_t nanoseconds)
-{
-    Record(function, nullptr, -1, static_cast<long>(nanoseconds / 1000), 0);
-    const std::int64_t deadline = Core::Monotonic() + nanoseconds;
-    if (Core::SleepUntil(deadline) == Core::Wake::Deadline)
-    {
-        return 0;
-    }
-    return std::max<std::int64_t>(deadline - Core::Monotonic(), 0);
-}
-
-int VirtualNanosleep(const char* function, std::int64_t nanoseconds, timespec* left)
-{
-    const std::int64_t rest = VirtualSleep(function, nanoseconds);
-    if (rest == 0)
-    {
-        return 0;
-    }
-    if (left != nullptr)
-    {
-        *left = ToTimespec(rest);
-    }
-    errno = EINTR;
-    return -1;
-}
-
-/// poll() and its kin in virtual time.
-int VirtualPoll(pollfd* fds, nfds_t count, std::int64_t nanoseconds, const sigset_t* mask)
-{
-    int ready = KIT_REAL(poll)(fds, count, 0);
-    if (ready != 0 || nanoseconds == 0)
-    {
-        return ready;
-    }
-    const std::int64_t deadline = Core::Monotonic() + nanoseconds;
-    while (true)
-    {
-        const Core::Wake wake = Core::WaitDescriptors(fds, count, deadline, mask, ready);
-        if (wake != Core::Wake::Event || ready != 0)
-        {
-            return wake == Core::Wake::Signal ? -1 : ready;
-        }
-    }
-}
-
-int VirtualSelect(int count, fd_set* in, fd_set* out, fd_set* except, std::int64_t nanoseconds,
-                  const sigset_t* mask)
-{
-    std::array<pollfd, 64> fds{};
-    nfds_t used = 0;
-    for (int fd = 0; fd < count && used < fds.size(); ++fd)
-    {
-        short events = 0;
-        events = static_cast<short>(events | (in != nullptr && FD_ISSET(fd, in) ? POLLIN : 0));
-        events = static_cast<short>(events | (out != nullptr && FD_ISSET(fd, out) ? POLLOUT : 0));
-        events = static_cast<short>(events | (except != nullptr && FD_ISSET(fd, except) ? POLLPRI : 0));
-        if (events != 0)
-        {
-            fds[used++] = {fd, events, 0};
-        }
-    }
-    const int ready = VirtualPoll(fds.data(), used, nanoseconds, mask);
-    if (ready < 0)
-    {
-        return -1;
-    }
-    timeval now = {0, 0};
-    return KIT_REAL(select)(count, in, out, except, &now);
-}
-
-/// The read time-out of a terminal in raw mode runs in the kernel, in real time: here it is virtual.
-bool TerminalTimesOut(int fd)
-{
-    struct termios settings = {};
-    if (KIT_REAL(tcgetattr)(fd, &settings) != 0 || (settings.c_lflag & ICANON) != 0 ||
-        settings.c_cc[VMIN] != 0 || settings.c_cc[VTIME] == 0)
-    {
-        return false;
-    }
-    pollfd input = {fd, POLLIN, 0};
-    return VirtualPoll(&input, 1, settings.c_cc[VTIME] * (NANOSECONDS / 10), nullptr) == 0;
-}
-
 ssize_t ReadWith(int fd, std::size_t count, auto real)
 {
     return OnDescriptor("read", fd, static_cast<long>(count), [&]() -> long {
-        return Core::Virtual() && IsKitDescriptor(fd) && TerminalTimesOut(fd) ? 0 : real();
+        return IsKitDescriptor(fd) && Calls::ReadTimesOut(fd) ? 0 : real();
     });
 }
 
@@ -596,6 +491,7 @@ void System::Reset()
 }
 
 using namespace Kit;
+using namespace VirtualTime;
 
 // The real declarations carry attributes that a definition elsewhere does not repeat.
 #pragma GCC diagnostic ignored "-Wattributes"
@@ -619,30 +515,30 @@ using namespace Kit;
 STAND_IN int open(const char* path, int flags, ...)
 {
     MODE_OF(flags)
-    return OpenWith(path, flags, mode, KIT_REAL(open));
+    return OpenWith(path, flags, mode, REAL_CALL(open));
 }
 
 STAND_IN int open64(const char* path, int flags, ...)
 {
     MODE_OF(flags)
-    return OpenWith(path, flags, mode, KIT_REAL(open));
+    return OpenWith(path, flags, mode, REAL_CALL(open));
 }
 
 STAND_IN int __open_2(const char* path, int flags)
 {
-    return OpenWith(path, flags, 0, KIT_REAL(open));
+    return OpenWith(path, flags, 0, REAL_CALL(open));
 }
 
 STAND_IN int __open64_2(const char* path, int flags)
 {
-    return OpenWith(path, flags, 0, KIT_REAL(open));
+    return OpenWith(path, flags, 0, REAL_CALL(open));
 }
 
 STAND_IN int openat(int directory, const char* path, int flags, ...)
 {
     MODE_OF(flags)
     return OpenWith(path, flags, mode, [&](const char* where, int how, mode_t rights) {
-        return KIT_REAL(openat)(directory, where, how, rights);
+        return REAL_CALL(openat)(directory, where, how, rights);
     });
 }
 
@@ -663,31 +559,31 @@ Pointer PointerOnPath(const char* function, const char* path, Call call)
 STAND_IN FILE* fopen(const char* path, const char* mode)
 {
     return PointerOnPath<FILE*>("fopen", path,
-                                [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
+                                [&](const char* where) { return REAL_CALL(fopen)(where, mode); });
 }
 
 STAND_IN FILE* fopen64(const char* path, const char* mode)
 {
     return PointerOnPath<FILE*>("fopen", path,
-                                [&](const char* where) { return KIT_REAL(fopen)(where, mode); });
+                                [&](const char* where) { return REAL_CALL(fopen)(where, mode); });
 }
 
 STAND_IN int access(const char* path, int mode) noexcept
 {
     return static_cast<int>(
-        OnPath("access", path, mode, [&](const char* where) { return KIT_REAL(access)(where, mode); }));
+        OnPath("access", path, mode, [&](const char* where) { return REAL_CALL(access)(where, mode); }));
 }
 
 STAND_IN int unlink(const char* path) noexcept
 {
     return static_cast<int>(
-        OnPath("unlink", path, 0, [](const char* where) { return KIT_REAL(unlink)(where); }));
+        OnPath("unlink", path, 0, [](const char* where) { return REAL_CALL(unlink)(where); }));
 }
 
 STAND_IN int remove(const char* path) noexcept
 {
     return static_cast<int>(
-        OnPath("remove", path, 0, [](const char* where) { return KIT_REAL(remove)(where); }));
+        OnPath("remove", path, 0, [](const char* where) { return REAL_CALL(remove)(where); }));
 }
 
 STAND_IN int rename(const char* from, const char* to) noexcept
@@ -695,14 +591,14 @@ STAND_IN int rename(const char* from, const char* to) noexcept
     PathText redirected;
     const bool kit = Resolve(to, redirected) == Place::Kit;
     return static_cast<int>(OnPath("rename", from, 0, [&](const char* where) {
-        return KIT_REAL(rename)(where, kit ? redirected.data() : to);
+        return REAL_CALL(rename)(where, kit ? redirected.data() : to);
     }));
 }
 
 STAND_IN int mkdir(const char* path, mode_t mode) noexcept
 {
     return static_cast<int>(
-        OnPath("mkdir", path, mode, [&](const char* where) { return KIT_REAL(mkdir)(where, mode); }));
+        OnPath("mkdir", path, mode, [&](const char* where) { return REAL_CALL(mkdir)(where, mode); }));
 }
 
 STAND_IN int stat(const char* path, struct stat* status) noexcept
@@ -721,7 +617,7 @@ STAND_IN int lstat(const char* path, struct stat* status) noexcept
 
 STAND_IN DIR* opendir(const char* path)
 {
-    return PointerOnPath<DIR*>("opendir", path, [](const char* where) { return KIT_REAL(opendir)(where); });
+    return PointerOnPath<DIR*>("opendir", path, [](const char* where) { return REAL_CALL(opendir)(where); });
 }
 
 STAND_IN int umount(const char* path) noexcept
@@ -745,7 +641,7 @@ STAND_IN int reboot(int) noexcept
 STAND_IN int close(int fd)
 {
     const bool kit = IsKitDescriptor(fd);
-    const auto result = static_cast<int>(OnDescriptor("close", fd, 0, [&] { return KIT_REAL(close)(fd); }));
+    const auto result = static_cast<int>(OnDescriptor("close", fd, 0, [&] { return REAL_CALL(close)(fd); }));
     if (kit && result == 0)
     {
         SetDescriptor(fd, "");
@@ -755,7 +651,7 @@ STAND_IN int close(int fd)
 
 STAND_IN ssize_t read(int fd, void* bytes, size_t count)
 {
-    return ReadWith(fd, count, [&] { return KIT_REAL(read)(fd, bytes, count); });
+    return ReadWith(fd, count, [&] { return REAL_CALL(read)(fd, bytes, count); });
 }
 
 STAND_IN ssize_t __read_chk(int fd, void* bytes, size_t count, size_t room)
@@ -765,7 +661,7 @@ STAND_IN ssize_t __read_chk(int fd, void* bytes, size_t count, size_t room)
         std::fprintf(stderr, "kit: a read of %zu bytes into room for %zu\n", count, room);
         std::abort();
     }
-    return ReadWith(fd, count, [&] { return KIT_REAL(read)(fd, bytes, count); });
+    return ReadWith(fd, count, [&] { return REAL_CALL(read)(fd, bytes, count); });
 }
 
 STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
@@ -780,13 +676,13 @@ STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
         }
     }
     return OnDescriptor("write", fd, static_cast<long>(count),
-                        [&] { return KIT_REAL(write)(fd, bytes, count); });
+                        [&] { return REAL_CALL(write)(fd, bytes, count); });
 }
 
 STAND_IN int ftruncate(int fd, off_t length) noexcept
 {
     return static_cast<int>(
-        OnDescriptor("ftruncate", fd, length, [&] { return KIT_REAL(ftruncate)(fd, length); }));
+        OnDescriptor("ftruncate", fd, length, [&] { return REAL_CALL(ftruncate)(fd, length); }));
 }
 
 STAND_IN int fstat(int fd, struct stat* status) noexcept
@@ -796,12 +692,12 @@ STAND_IN int fstat(int fd, struct stat* status) noexcept
 
 STAND_IN off_t lseek(int fd, off_t offset, int whence) noexcept
 {
-    return OnDescriptor("lseek", fd, offset, [&] { return KIT_REAL(lseek)(fd, offset, whence); });
+    return OnDescriptor("lseek", fd, offset, [&] { return REAL_CALL(lseek)(fd, offset, whence); });
 }
 
 STAND_IN int isatty(int fd) noexcept
 {
-    return static_cast<int>(OnDescriptor("isatty", fd, 0, [&] { return KIT_REAL(isatty)(fd); }));
+    return static_cast<int>(OnDescriptor("isatty", fd, 0, [&] { return REAL_CALL(isatty)(fd); }));
 }
 
 STAND_IN int ioctl(int fd, unsigned long request, ...) noexcept
@@ -812,14 +708,14 @@ STAND_IN int ioctl(int fd, unsigned long request, ...) noexcept
     va_end(arguments);
     return static_cast<int>(OnDescriptor("ioctl", fd, static_cast<long>(request), [&] {
         const MessageDevice* const device = DeviceOf(fd);
-        return device != nullptr ? device->Ioctl(request, argument) : KIT_REAL(ioctl)(fd, request, argument);
+        return device != nullptr ? device->Ioctl(request, argument) : REAL_CALL(ioctl)(fd, request, argument);
     }));
 }
 
 STAND_IN int tcgetattr(int fd, struct termios* settings) noexcept
 {
     return static_cast<int>(OnDescriptor("tcgetattr", fd, 0, [&] {
-        const int result = KIT_REAL(tcgetattr)(fd, settings);
+        const int result = REAL_CALL(tcgetattr)(fd, settings);
         const Spin lock;
         if (result == 0 && settingsReported)
         {
@@ -838,28 +734,26 @@ STAND_IN int tcsetattr(int fd, int when, const struct termios* settings) noexcep
         settingsReported = false;
     }
     return static_cast<int>(
-        OnDescriptor("tcsetattr", fd, when, [&] { return KIT_REAL(tcsetattr)(fd, when, settings); }));
+        OnDescriptor("tcsetattr", fd, when, [&] { return REAL_CALL(tcsetattr)(fd, when, settings); }));
 }
 
 STAND_IN int tcflush(int fd, int queue) noexcept
 {
-    return static_cast<int>(OnDescriptor("tcflush", fd, queue, [&] { return KIT_REAL(tcflush)(fd, queue); }));
+    return static_cast<int>(
+        OnDescriptor("tcflush", fd, queue, [&] { return REAL_CALL(tcflush)(fd, queue); }));
 }
 
 STAND_IN int tcdrain(int fd)
 {
-    return static_cast<int>(OnDescriptor("tcdrain", fd, 0, [&] { return KIT_REAL(tcdrain)(fd); }));
+    return static_cast<int>(OnDescriptor("tcdrain", fd, 0, [&] { return REAL_CALL(tcdrain)(fd); }));
 }
 
 // Waiting for descriptors ------------------------------------------------------------------------------
 
 STAND_IN int poll(pollfd* fds, nfds_t count, int milliseconds)
 {
-    return static_cast<int>(OnDescriptor("poll", count > 0 ? fds[0].fd : -1, milliseconds, [&] {
-        return Core::Virtual() && milliseconds > 0
-                   ? VirtualPoll(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr)
-                   : KIT_REAL(poll)(fds, count, milliseconds);
-    }));
+    return static_cast<int>(OnDescriptor("poll", count > 0 ? fds[0].fd : -1, milliseconds,
+                                         [&] { return Calls::Poll(fds, count, milliseconds); }));
 }
 
 STAND_IN int __poll_chk(pollfd* fds, nfds_t count, int milliseconds, size_t)
@@ -869,10 +763,8 @@ STAND_IN int __poll_chk(pollfd* fds, nfds_t count, int milliseconds, size_t)
 
 STAND_IN int ppoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* mask)
 {
-    return static_cast<int>(OnDescriptor("ppoll", count > 0 ? fds[0].fd : -1, 0, [&] {
-        return Core::Virtual() && limit != nullptr ? VirtualPoll(fds, count, ToNanoseconds(*limit), mask)
-                                                   : KIT_REAL(ppoll)(fds, count, limit, mask);
-    }));
+    return static_cast<int>(OnDescriptor("ppoll", count > 0 ? fds[0].fd : -1, 0,
+                                         [&] { return Calls::Ppoll(fds, count, limit, mask); }));
 }
 
 namespace
@@ -895,130 +787,53 @@ int FirstOf(int count, const fd_set* set)
 STAND_IN int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* limit)
 {
     const long microseconds = limit == nullptr ? -1 : limit->tv_sec * 1'000'000 + limit->tv_usec;
-    return static_cast<int>(OnDescriptor("select", FirstOf(count, in), microseconds, [&] {
-        return Core::Virtual() && microseconds > 0
-                   ? VirtualSelect(count, in, out, except, microseconds * 1000, nullptr)
-                   : KIT_REAL(select)(count, in, out, except, limit);
-    }));
+    return static_cast<int>(OnDescriptor("select", FirstOf(count, in), microseconds,
+                                         [&] { return Calls::Select(count, in, out, except, limit); }));
 }
 
 STAND_IN int pselect(int count, fd_set* in, fd_set* out, fd_set* except, const timespec* limit,
                      const sigset_t* mask)
 {
     return static_cast<int>(OnDescriptor("pselect", FirstOf(count, in), 0, [&] {
-        return Core::Virtual() && limit != nullptr
-                   ? VirtualSelect(count, in, out, except, ToNanoseconds(*limit), mask)
-                   : KIT_REAL(pselect)(count, in, out, except, limit, mask);
+        return Calls::Pselect(count, in, out, except, limit, mask);
     }));
 }
 
-// Time -------------------------------------------------------------------------------------------------
+// Sleeps -----------------------------------------------------------------------------------------------
+
+namespace
+{
+
+void RecordSleep(const char* function, long microseconds)
+{
+    if (Waits::Virtual())
+    {
+        Record(function, nullptr, -1, microseconds, 0);
+    }
+}
+
+}
 
 STAND_IN int usleep(useconds_t microseconds)
 {
-    if (!Core::Virtual())
-    {
-        return KIT_REAL(usleep)(microseconds);
-    }
-    return VirtualNanosleep("usleep", microseconds * std::int64_t{1000}, nullptr);
+    RecordSleep("usleep", microseconds);
+    return Calls::Usleep(microseconds);
 }
 
 STAND_IN unsigned int sleep(unsigned int seconds)
 {
-    if (!Core::Virtual())
-    {
-        return KIT_REAL(sleep)(seconds);
-    }
-    return static_cast<unsigned int>((VirtualSleep("sleep", seconds * NANOSECONDS) + NANOSECONDS - 1) /
-                                     NANOSECONDS);
+    RecordSleep("sleep", seconds * 1'000'000L);
+    return Calls::Sleep(seconds);
 }
 
 STAND_IN int nanosleep(const timespec* duration, timespec* left)
 {
-    if (!Core::Virtual())
-    {
-        return KIT_REAL(nanosleep)(duration, left);
-    }
-    return VirtualNanosleep("nanosleep", ToNanoseconds(*duration), left);
+    RecordSleep("nanosleep", Calls::Duration(CLOCK_MONOTONIC, 0, *duration) / 1000);
+    return Calls::Nanosleep(duration, left);
 }
 
 STAND_IN int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left)
 {
-    if (!Core::Virtual())
-    {
-        return KIT_REAL(clock_nanosleep)(clock, flags, time, left);
-    }
-    std::int64_t duration = ToNanoseconds(*time);
-    if ((flags & TIMER_ABSTIME) != 0)
-    {
-        duration -= IsWallClock(clock) ? Core::Wall() : Core::Monotonic();
-    }
-    return VirtualNanosleep("clock_nanosleep", std::max<std::int64_t>(duration, 0), left) == 0 ? 0 : EINTR;
-}
-
-STAND_IN int clock_gettime(clockid_t clock, timespec* now) noexcept
-{
-    if (IsMonotonicClock(clock))
-    {
-        *now = ToTimespec(Core::Monotonic());
-        return 0;
-    }
-    if (Core::Virtual() && IsWallClock(clock))
-    {
-        *now = ToTimespec(Core::Wall());
-        return 0;
-    }
-    return KIT_REAL(clock_gettime)(clock, now);
-}
-
-STAND_IN time_t time(time_t* now) noexcept
-{
-    timespec present = {};
-    clock_gettime(CLOCK_REALTIME, &present);
-    if (now != nullptr)
-    {
-        *now = present.tv_sec;
-    }
-    return present.tv_sec;
-}
-
-STAND_IN int gettimeofday(timeval* now, void*) noexcept
-{
-    timespec present = {};
-    clock_gettime(CLOCK_REALTIME, &present);
-    *now = {present.tv_sec, present.tv_nsec / 1000};
-    return 0;
-}
-
-STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                    const timespec* deadline)
-{
-    if (!Core::Virtual())
-    {
-        // The caller's deadline may come from a virtual time that ran ahead of the real one.
-        timespec real = *deadline;
-        if (IsMonotonicClock(clock))
-        {
-            timespec now = {};
-            KIT_REAL(clock_gettime)(CLOCK_MONOTONIC, &now);
-            real = ToTimespec(ToNanoseconds(*deadline) - Core::Monotonic() + ToNanoseconds(now));
-        }
-        return KIT_REAL(pthread_cond_clockwait)(condition, mutex, clock, &real);
-    }
-    std::int64_t due = ToNanoseconds(*deadline);
-    if (IsWallClock(clock))
-    {
-        due += Core::Monotonic() - Core::Wall();
-    }
-    return Core::WaitCondition(condition, mutex, due) == Core::Wake::Deadline ? ETIMEDOUT : 0;
-}
-
-STAND_IN int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                    const timespec* deadline)
-{
-    if (!Core::Virtual())
-    {
-        return KIT_REAL(pthread_cond_timedwait)(condition, mutex, deadline);
-    }
-    return pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, deadline);
+    RecordSleep("clock_nanosleep", Calls::Duration(clock, flags, *time) / 1000);
+    return Calls::ClockNanosleep(clock, flags, time, left);
 }

@@ -1,5 +1,5 @@
-// Each ready script, from end to end: what an application sees is what the script caused, and a recording of
-// it is replayed. Scripts take their time, so that all of them run at once.
+// Each ready script, from end to end, in virtual time: what an application sees is what the script caused,
+// and a recording of it is replayed.
 
 #include "tests/kit/TempDir.h"
 #include "tests/virtual-unit/RunningUnit.h"
@@ -8,25 +8,15 @@
 #include "virtual-unit/recording/PortFormat.h"
 
 #include <algorithm>
-#include <array>
-#include <atomic>
-#include <chrono>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iostream>
 #include <iterator>
 #include <map>
-#include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
-#include <termios.h>
-#include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace
@@ -35,6 +25,7 @@ namespace
 namespace fs = std::filesystem;
 using VirtualUnit::PortEntry;
 using VirtualUnit::PortFormat;
+using namespace std::string_literals;
 
 std::string ReadFile(const fs::path& path)
 {
@@ -139,227 +130,76 @@ ChangedByte ChangeByte(const fs::path& directory, const std::string& port)
     return {port, line + 1, byte + 1};
 }
 
-/// Measures how long this machine holds up what is written to a terminal, on a thread of its own. Where two
-/// other programs keep both of its processors busy, that may be half a second, longer than the library waits
-/// for an answer: the same would happen to a unit whose UARTs stop.
-class TerminalWatch
-{
-public:
-    TerminalWatch() : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)), thread([this] { Measure(); }) {}
-
-    ~TerminalWatch() { Stop(); }
-
-    std::chrono::milliseconds Stop() ///< @return the longest time
-    {
-        ending = true;
-        if (thread.joinable())
-        {
-            thread.join();
-            close(master);
-        }
-        return longest;
-    }
-
-private:
-    void Measure()
-    {
-        std::array<char, 64> name = {};
-        grantpt(master);
-        unlockpt(master);
-        ptsname_r(master, name.data(), name.size());
-        const int slave = open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-        termios settings = {};
-        tcgetattr(slave, &settings);
-        cfmakeraw(&settings);
-        tcsetattr(slave, TCSANOW, &settings);
-        while (!ending)
-        {
-            const auto begin = std::chrono::steady_clock::now();
-            char byte = 'x';
-            if (write(slave, &byte, 1) != 1 || read(master, &byte, 1) != 1)
-            {
-                break;
-            }
-            const auto time = std::chrono::steady_clock::now() - begin;
-            longest = std::max(longest, std::chrono::duration_cast<std::chrono::milliseconds>(time));
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        close(slave);
-    }
-
-    int master;
-    std::atomic<bool> ending{false};
-    std::chrono::milliseconds longest{0};
-    std::thread thread;
-};
-
-/// What is left of one script.
-struct Played
-{
-    std::string name;
-    fs::path directory; ///< with all files of it
-    std::string port;   ///< of which a byte is changed
-    std::unique_ptr<RunningUnit> running;
-    std::unique_ptr<RunningUnit> replaying;
-    std::unique_ptr<RunningUnit> replayingChanged;
-
-    Outcome run;
-    Outcome replay;
-    ChangedByte changed;
-    Outcome changedReplay;
-};
-
 class ReadyScriptTest : public VirtualUnitTest, public testing::WithParamInterface<std::string>
 {
 protected:
-    static void SetUpTestSuite()
+    void SetUp() override
     {
-        VirtualUnitTest::SetUpTestSuite();
-        if (check.status == CANNOT_RUN)
-        {
-            return;
-        }
-        constexpr int MOST_TRIALS = 4;
-        constexpr std::chrono::milliseconds TOO_LONG{60};
-        for (int trial = 1; trial <= MOST_TRIALS; ++trial)
-        {
-            TerminalWatch watch;
-            PlayAll();
-            const std::chrono::milliseconds longest = watch.Stop();
-            if (longest < TOO_LONG)
-            {
-                break;
-            }
-            std::cout << "This machine held a terminal up for " << longest.count() << " ms"
-                      << (trial < MOST_TRIALS ? ": all scripts once more\n" : "\n");
-        }
+        VirtualUnitTest::SetUp();
+        directory = fs::path(Kit::TempDir::Path()) / GetParam();
+        fs::create_directories(directory);
     }
 
-    static void TearDownTestSuite()
-    {
-        Forget();
-        VirtualUnitTest::TearDownTestSuite();
-    }
+    void TearDown() override { fs::remove_all(directory); }
 
-    static std::unique_ptr<RunningUnit> Start(std::vector<std::string> arguments, const fs::path& lines)
+    std::string File(const std::string& name) const { return directory / name; }
+
+    /// A run of the monitor, whose lines go to the file of that name.
+    Outcome Monitor(std::vector<std::string> arguments, const std::string& lines) const
     {
         RunningUnit::Options options;
-        options.longestSeconds = 70;
-        for (const char* const argument : {"--", MONITOR, "--lines", lines.c_str()})
+        options.longestSeconds = 100;
+        for (const std::string& argument : {"--fast"s, "--"s, std::string(MONITOR), "--lines"s, File(lines)})
         {
             arguments.emplace_back(argument);
         }
-        return std::make_unique<RunningUnit>(arguments, options);
+        return RunUnit(arguments, options);
     }
 
-    static void Forget()
+    Outcome Play() const
     {
-        for (const auto& [name, script] : played)
-        {
-            fs::remove_all(script.directory);
-        }
-        played.clear();
+        return Monitor({"run", "--script", std::string(READY_SCRIPTS) + "/" + GetParam() + ".script",
+                        "--record", File("recording"), "--log", File("log"), "--journal", File("journal")},
+                       "lines");
     }
 
-    static void PlayAll()
-    {
-        Forget();
-        const std::vector<std::string> ports = {
-            "/dev/ttymxc2", "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0"};
-        for (const std::string& name : ReadyScripts())
-        {
-            Played& script = played[name];
-            script.name = name;
-            script.port = ports[played.size() % ports.size()];
-            script.directory = fs::path(Kit::TempDir::Path()) / ("script-" + name);
-            fs::create_directories(script.directory);
-            StartRun(script);
-        }
-        for (bool all = false; !all; std::this_thread::sleep_for(std::chrono::milliseconds(20)))
-        {
-            all = true;
-            for (auto& [name, script] : played)
-            {
-                all = GoOn(script) && all;
-            }
-        }
-    }
-
-    static void StartRun(Played& script)
-    {
-        const auto file = [&script](const char* what) { return (script.directory / what).string(); };
-        script.running =
-            Start({"run", "--script", std::string(READY_SCRIPTS) + "/" + script.name + ".script", "--record",
-                   file("recording"), "--log", file("log"), "--journal", file("journal")},
-                  file("lines"));
-    }
-
-    static void StartReplays(Played& script)
-    {
-        const auto file = [&script](const char* what) { return (script.directory / what).string(); };
-        script.replaying =
-            Start({"replay", file("recording"), "--record", file("again")}, file("replayed-lines"));
-        fs::copy(file("recording"), file("changed"));
-        script.changed = ChangeByte(file("changed"), script.port);
-        script.replayingChanged = Start({"replay", file("changed")}, file("changed-lines"));
-    }
-
-    /// Takes what has ended and starts what comes next. @return true when nothing comes any more
-    static bool GoOn(Played& script)
-    {
-        const auto take = [](std::unique_ptr<RunningUnit>& unit, Outcome& outcome) {
-            const bool ended = unit != nullptr && unit->HasEnded();
-            if (ended)
-            {
-                outcome = unit->End();
-                unit.reset();
-            }
-            return ended;
-        };
-        if (take(script.running, script.run))
-        {
-            StartReplays(script);
-        }
-        take(script.replaying, script.replay);
-        take(script.replayingChanged, script.changedReplay);
-        return script.running == nullptr && script.replaying == nullptr && script.replayingChanged == nullptr;
-    }
-
-    const Played& Script() const { return played.at(GetParam()); }
-
-    static inline std::map<std::string, Played> played;
+    fs::path directory;
 };
 
 TEST_P(ReadyScriptTest, TheApplicationSeesWhatTheScriptCauses)
 {
-    const Played& script = Script();
-    EXPECT_EQ(script.run.status, 0) << script.run.output << script.run.errors;
-    const std::string seen = "# the application\n" + ViewOfApplication(script.directory / "lines") +
-                             "# the unit\n" +
-                             ViewOfUnit(script.directory / "log", script.directory / "journal");
+    const Outcome run = Play();
+    EXPECT_EQ(run.status, 0) << run.output << run.errors;
+    const std::string seen = "# the application\n" + ViewOfApplication(File("lines")) + "# the unit\n" +
+                             ViewOfUnit(File("log"), File("journal"));
     const std::string golden = std::string(GOLDEN_FILES) + "/" + GetParam() + ".golden";
     if (std::getenv("TAVDEVICE_WRITE_GOLDEN") != nullptr)
     {
         std::ofstream(golden) << seen;
     }
-    EXPECT_EQ(seen, ReadFile(golden)) << script.run.errors;
+    EXPECT_EQ(seen, ReadFile(golden)) << run.errors;
 }
 
 TEST_P(ReadyScriptTest, AReplayIsIdentical)
 {
-    const Played& script = Script();
-    EXPECT_EQ(script.replay.status, 0) << script.replay.output << script.replay.errors;
-    EXPECT_THAT(script.replay.errors, testing::Not(testing::HasSubstr("replay: ")));
-    EXPECT_EQ(ViewOfApplication(script.directory / "replayed-lines"),
-              ViewOfApplication(script.directory / "lines"));
+    ASSERT_EQ(Play().status, 0);
+    const Outcome replay = Monitor({"replay", File("recording")}, "replayed-lines");
+    EXPECT_EQ(replay.status, 0) << replay.output << replay.errors;
+    EXPECT_THAT(replay.errors, testing::Not(testing::HasSubstr("replay: ")));
+    EXPECT_EQ(ViewOfApplication(File("replayed-lines")), ViewOfApplication(File("lines")));
 }
 
 TEST_P(ReadyScriptTest, AByteThatIsChangedInTheRecordingIsToldByTheReplay)
 {
-    const Played& script = Script();
-    const ChangedByte& changed = script.changed;
-    EXPECT_EQ(script.changedReplay.status, 4) << script.changedReplay.output;
-    EXPECT_THAT(script.changedReplay.errors,
+    ASSERT_EQ(Play().status, 0);
+    const ChangedByte changed =
+        ChangeByte(File("recording"),
+                   GetParam().size() % 2 == 0 // either port in half of the scripts
+                       ? "/dev/ttymxc2"
+                       : "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0");
+    const Outcome replay = Monitor({"replay", File("recording")}, "replayed-lines");
+    EXPECT_EQ(replay.status, 4) << replay.output;
+    EXPECT_THAT(replay.errors,
                 testing::HasSubstr("virtual-unit: replay: " + changed.port + ": recording line " +
                                    std::to_string(changed.line) + ", byte " + std::to_string(changed.byte) +
                                    ": expected 0x"));

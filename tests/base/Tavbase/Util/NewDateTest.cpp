@@ -1,7 +1,7 @@
 #include "base/Tavbase/Util/NewDate.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/Clock.h"
-#include "tests/kit/Real.h"
+#include "virtual-unit/time/Real.h"
 
 #include <atomic>
 #include <cerrno>
@@ -57,7 +57,7 @@ extern "C" __attribute__((visibility("default"))) std::tm* localtime_r(const std
         errno = EOVERFLOW;
         return nullptr;
     }
-    return KIT_REAL(localtime_r)(time, local);
+    return REAL_CALL(localtime_r)(time, local);
 }
 
 TEST_F(NewDateTest, GivesTheLocalTimeByThePattern)

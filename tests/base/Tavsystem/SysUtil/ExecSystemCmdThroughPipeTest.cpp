@@ -1,6 +1,6 @@
 #include "base/Tavsystem/SysUtil/ExecSystemCmdThroughPipe.h"
 #include "tests/kit/Child.h"
-#include "tests/kit/Real.h"
+#include "virtual-unit/time/Real.h"
 
 #include <array>
 #include <atomic>
@@ -63,7 +63,7 @@ extern "C" __attribute__((visibility("default"))) int pipe2(int* ends, int flags
         errno = pipeError;
         return -1;
     }
-    const int result = KIT_REAL(pipe2)(ends, flags);
+    const int result = REAL_CALL(pipe2)(ends, flags);
     if (result == 0 && breaksOff)
     {
         // A terminal answers with EIO when its other end has been closed.
@@ -94,9 +94,9 @@ posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* acti
         static std::array<char, 4> program{"cat"};
         static std::array<char, 18> file{"/proc/self/status"};
         const std::array<char*, 3> cat{program.data(), file.data(), nullptr};
-        return KIT_REAL(posix_spawn)(pid, "/bin/cat", actions, attributes, cat.data(), environment);
+        return REAL_CALL(posix_spawn)(pid, "/bin/cat", actions, attributes, cat.data(), environment);
     }
-    return KIT_REAL(posix_spawn)(pid, path, actions, attributes, arguments, environment);
+    return REAL_CALL(posix_spawn)(pid, path, actions, attributes, arguments, environment);
 }
 
 TEST_F(ExecTest, GivesWhatTheCommandWrites)

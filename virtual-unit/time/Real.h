@@ -1,9 +1,9 @@
-#ifndef TESTS_KIT_REAL_H
-#define TESTS_KIT_REAL_H
+#ifndef TESTS_REAL_CALL_H
+#define TESTS_REAL_CALL_H
 
 #include <dlfcn.h>
 
-namespace Kit
+namespace VirtualTime
 {
 
 /// The C library's own function of that name, or the sanitizer's in front of it.
@@ -19,14 +19,14 @@ Function* Real(const char* name)
  * Within a stand-in: calls the real function. The pointer is kept in a constant-initialised variable, so
  * that the first call may come at any time.
  */
-#define KIT_REAL(name)                                                                                       \
+#define REAL_CALL(name)                                                                                      \
     ([] {                                                                                                    \
         using Function = decltype(::name);                                                                   \
         static constinit Function* pointer = nullptr;                                                        \
         Function* found = __atomic_load_n(&pointer, __ATOMIC_RELAXED);                                       \
         if (found == nullptr)                                                                                \
         {                                                                                                    \
-            found = Kit::Real<Function>(#name);                                                              \
+            found = VirtualTime::Real<Function>(#name);                                                      \
             __atomic_store_n(&pointer, found, __ATOMIC_RELAXED);                                             \
         }                                                                                                    \
         return found;                                                                                        \

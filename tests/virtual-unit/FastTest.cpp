@@ -1,0 +1,185 @@
+// virtual-unit run --fast: programs in virtual time.
+
+#include "tests/kit/TempDir.h"
+#include "tests/virtual-unit/RunningUnit.h"
+#include "tests/virtual-unit/VirtualUnitTest.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+
+namespace
+{
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::StartsWith;
+
+// A run of more than ten real seconds fails.
+
+class FastTest : public VirtualUnitTest
+{
+protected:
+    ~FastTest() override { fs::remove_all(directory); }
+
+    static Outcome Shell(const std::string& command, std::vector<std::string> options = {})
+    {
+        options.emplace_back("--fast");
+        return RunProgram("/bin/sh", {"-c", command}, options);
+    }
+
+    std::string File(const std::string& name) const
+    {
+        fs::create_directories(directory);
+        return directory + "/" + name;
+    }
+
+    static std::string Text(const std::string& path)
+    {
+        std::ifstream file(path);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    /// A script that has something to do much later, which an hour forgotten in between would bring.
+    std::string SleepyScript() const
+    {
+        std::ofstream(File("sleepy")) << "86400 end\n";
+        return File("sleepy");
+    }
+
+    const std::string directory = Kit::TempDir::Path() + "/fast";
+};
+
+class FastWaitTest : public FastTest, public testing::WithParamInterface<std::string>
+{
+};
+
+TEST_P(FastWaitTest, TakesExactlyItsTimeByTheClocksOfTheProgramAndNextToNone)
+{
+    const Outcome outcome = RunProgram(TIME_PROBE, {GetParam()}, {"--fast"});
+    EXPECT_EQ(outcome.output, "30000 30000\n");
+    EXPECT_THAT(outcome.errors, IsEmpty());
+    EXPECT_EQ(outcome.status, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, FastWaitTest,
+                         testing::Values("usleep", "sleep", "nanosleep", "clock_nanosleep",
+                                         "clock_nanosleep-until", "poll", "ppoll", "select", "pselect",
+                                         "epoll_wait", "sigtimedwait", "condition", "condition-until",
+                                         "terminal", "threads", "child", "interrupted"),
+                         [](const auto& way) {
+                             std::string name = way.param;
+                             std::ranges::replace(name, '-', '_');
+                             return name;
+                         });
+
+TEST_F(FastTest, ADayPassesInAMoment)
+{
+    const Outcome outcome = Shell("a=$(date +%s); sleep 86400; b=$(date +%s); echo $((b - a))");
+    EXPECT_EQ(outcome.output, "86400\n") << outcome.errors;
+}
+
+TEST_F(FastTest, TimeIsOneForAllProcesses)
+{
+    const Outcome outcome =
+        Shell("(sleep 300; echo third) & (sleep 200; echo second) & sleep 100; echo first; wait");
+    EXPECT_EQ(outcome.output, "first\nsecond\nthird\n") << outcome.errors;
+}
+
+TEST_F(FastTest, AProcessThatIsKilledInItsSleepHoldsNobodyUp)
+{
+    const Outcome outcome = Shell("sleep 1000 & sleep 10; kill -9 $!; wait $!; sleep 3600; echo on");
+    EXPECT_EQ(outcome.output, "on\n") << outcome.errors;
+}
+
+TEST_F(FastTest, ProcessesMayComeAndGo)
+{
+    const Outcome outcome = Shell("a=$(date +%s); i=0; while [ $i -lt 100 ]; do sleep 1; i=$((i+1)); done; "
+                                  "b=$(date +%s); echo $((b - a))",
+                                  {"--script", SleepyScript()});
+    EXPECT_EQ(outcome.output, "100\n") << outcome.errors;
+}
+
+TEST_F(FastTest, TimeStandsStillWhileAProgramComputes)
+{
+    const Outcome outcome = Shell("a=$(date +%s%N); i=0; while [ $i -lt 100000 ]; do i=$((i+1)); done; "
+                                  "b=$(date +%s%N); echo $((b - a))");
+    EXPECT_EQ(outcome.output, "0\n") << outcome.errors;
+}
+
+TEST_F(FastTest, AScriptIsPlayedToTheMillisecond)
+{
+    const std::string script = File("script");
+    std::ofstream(script) << "0.5 gps lost\n+1800 gps found\n3600.25 ignition on\n7200 end\n";
+    const Outcome outcome =
+        Shell("trap 'exit 7' TERM; while :; do sleep 100; done", {"--script", script, "--log", File("log")});
+    EXPECT_EQ(outcome.status, 7) << outcome.errors;
+    EXPECT_EQ(Text(File("log")), "    0.500 s  script: gps lost\n"
+                                 " 1800.500 s  script: gps found\n"
+                                 " 3600.250 s  script: ignition on\n"
+                                 " 7200.000 s  script: end\n");
+}
+
+TEST_F(FastTest, ThePortsSpeakInTheSameTime)
+{
+    // One sentence RMC a second: sixty of them in a minute.
+    const Outcome outcome = Shell("exec 3<>/dev/ttymxc0; stty raw -echo <&3; a=$(date +%s); "
+                                  "grep -m 61 -c '^.G.RMC' <&3; b=$(date +%s); echo $((b - a)) >&2");
+    EXPECT_EQ(outcome.output, "61\n");
+    EXPECT_THAT(outcome.errors, testing::AnyOf("60\n", "61\n"));
+}
+
+TEST_F(FastTest, ARecordingIsReplayed)
+{
+    const std::string command =
+        "exec 3<>/dev/ttymxc2; stty raw -echo <&3; sleep 100; "
+        "printf '\\252U\\002\\001\\001\\000\\206\\257\\357\\r' >&3; head -c 10 <&3 | od -t x1";
+    const Outcome run = Shell(command, {"--record", File("recording")});
+    EXPECT_THAT(run.output, StartsWith("0000000 aa 55 01 01 01 00 ba af ef 0d\n")) << run.errors;
+    const Outcome replay = RunUnit({"replay", File("recording"), "--fast", "--", "/bin/sh", "-c", command});
+    EXPECT_EQ(replay.output, run.output);
+    EXPECT_EQ(replay.status, 0) << replay.errors;
+}
+
+TEST_F(FastTest, TheExitStatusIsHandedOn)
+{
+    EXPECT_EQ(Shell("sleep 60; exit 9").status, 9);
+    EXPECT_EQ(Shell("sleep 60; kill -SEGV $$").status, 128 + 11);
+}
+
+TEST_F(FastTest, ASleepingProgramIsEndedBySignals)
+{
+    RunningUnit run({"run", "--fast", "--", "/bin/sh", "-c",
+                     "trap 'echo asked; exit 5' TERM; echo started; cat <> /dev/ttymxc2 & wait $!"});
+    ASSERT_TRUE(run.WaitForOutput("started"));
+    run.Signal(SIGTERM);
+    const Outcome outcome = run.End();
+    EXPECT_THAT(outcome.output, HasSubstr("asked\n"));
+    EXPECT_EQ(outcome.status, 5);
+}
+
+TEST_F(FastTest, WhatThePreloadedLibrariesWereIsKept)
+{
+    setenv("LD_PRELOAD", "libdl.so.2", 1);
+    const Outcome outcome = Shell("echo $LD_PRELOAD");
+    unsetenv("LD_PRELOAD");
+    EXPECT_THAT(outcome.output, testing::EndsWith("libvirtual-unit-time.so:libdl.so.2\n")) << outcome.errors;
+}
+
+TEST_F(FastTest, WithoutItsLibraryItIsRefused)
+{
+    fs::copy_file(VIRTUAL_UNIT, File("virtual-unit"));
+    const Outcome outcome = RunShell(File("virtual-unit") + " run --fast -- /bin/true; echo $?");
+    EXPECT_EQ(outcome.output, "3\n");
+    EXPECT_THAT(outcome.errors,
+                StartsWith("virtual-unit: --fast: libvirtual-unit-time.so is neither beside the "
+                           "program nor in "));
+}
+
+}

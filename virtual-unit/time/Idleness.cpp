@@ -50,6 +50,21 @@ bool Read(int fd, Text& text)
     return length > 0;
 }
 
+constexpr long NO_NUMBER = -1;
+
+long Number(const char* text)
+{
+    char* end = nullptr;
+    const long number = std::strtol(text, &end, 10);
+    return end == text ? NO_NUMBER : number;
+}
+
+long LastNumber(const Text& text)
+{
+    const char* const space = std::strrchr(text.data(), ' ');
+    return space == nullptr ? NO_NUMBER : Number(space);
+}
+
 constexpr char SLEEPING = 'S';
 constexpr char UNINTERRUPTED = 'D';
 constexpr char ZOMBIE = 'Z'; // has ended, and stays so until its parent cares
@@ -140,14 +155,7 @@ std::int64_t Idleness::Turns()
             lastBusy = index;
             return -1;
         }
-        long long ran = 0;
-        long long waited = 0;
-        long long slices = 0;
-        if (Read(thread.turns, text) &&
-            std::sscanf(text.data(), "%lld %lld %lld", &ran, &waited, &slices) == 3)
-        {
-            turns += slices;
-        }
+        turns += Read(thread.turns, text) ? LastNumber(text) : 0;
     }
     return turns;
 }
@@ -174,8 +182,7 @@ long Idleness::LatestThread()
     }
     Text text{};
     Read(load, text);
-    const char* const last = std::strrchr(text.data(), ' ');
-    return last == nullptr ? NOT_KNOWN : std::atol(last);
+    return LastNumber(text);
 }
 
 void Idleness::List()
@@ -218,7 +225,8 @@ void Idleness::ListProcess(pid_t process)
                 std::snprintf(path.data(), path.size(), "%s/%s", name, file);
                 return Open(task, path.data());
             };
-            threads[count++] = {std::atoi(name), open("stat"), open("schedstat"), open("wchan")};
+            threads[count++] = {static_cast<pid_t>(Number(name)), open("stat"), open("schedstat"),
+                                open("wchan")};
             if (descendants)
             {
                 ListChildren(task, name);

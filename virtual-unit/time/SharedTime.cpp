@@ -10,16 +10,16 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <charconv>
 #include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <linux/futex.h>
-#include <optional>
 #include <pthread.h>
 #include <sched.h>
+#include <string_view>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -89,33 +89,33 @@ void FreeDead()
     }
 }
 
-std::optional<std::size_t> ClaimFree()
+Process* ClaimFree()
 {
-    for (std::size_t i = 0; i < MOST_PROCESSES; ++i)
+    for (Process& process : shared->processes)
     {
         pid_t none = 0;
-        if (shared->processes[i].id.compare_exchange_strong(none, getpid()))
+        if (process.id.compare_exchange_strong(none, getpid()))
         {
-            return i;
+            return &process;
         }
     }
-    return std::nullopt;
+    return nullptr;
 }
 
-std::size_t Claim()
+Process& Claim()
 {
-    std::optional<std::size_t> index = ClaimFree();
-    if (!index)
+    Process* process = ClaimFree();
+    if (process == nullptr)
     {
         FreeDead();
-        index = ClaimFree();
+        process = ClaimFree();
     }
-    if (index)
+    if (process == nullptr)
     {
-        return *index;
+        std::fprintf(stderr, "virtual time: more than %zu processes\n", MOST_PROCESSES);
+        std::abort();
     }
-    std::fprintf(stderr, "virtual time: more than %zu processes\n", MOST_PROCESSES);
-    std::abort();
+    return *process;
 }
 
 [[noreturn]] void Serve(Process& process)
@@ -134,9 +134,8 @@ std::size_t Claim()
 }
 
 /// Has a process wake its earliest. @return false when it did not
-bool Order(std::size_t index)
+bool Order(Process& process)
 {
-    Process& process = shared->processes[index];
     const pid_t id = process.id;
     const std::uint32_t order = ++process.orders;
     FutexWake(process.orders);
@@ -153,19 +152,18 @@ bool Order(std::size_t index)
     return process.woken;
 }
 
-bool WakeEarliest(std::size_t own)
+bool WakeEarliest(const Process& own)
 {
-    const auto earliest = std::ranges::min_element(
+    Process& earliest = *std::ranges::min_element(
         shared->processes, {}, [](const Process& process) { return process.earliest.load(); });
-    if (earliest->earliest == Waits::NEVER)
+    if (earliest.earliest == Waits::NEVER)
     {
         return false;
     }
-    const auto index = static_cast<std::size_t>(earliest - shared->processes.begin());
-    return index == own ? Waits::FireEarliest() : Order(index);
+    return &earliest == &own ? Waits::FireEarliest() : Order(earliest);
 }
 
-[[noreturn]] void Lead(std::size_t own)
+[[noreturn]] void Lead(const Process& own)
 {
     Idleness threads(true);
     for (;;)
@@ -181,15 +179,15 @@ bool WakeEarliest(std::size_t own)
     }
 }
 
-void* Agent(void* index)
+void* Agent(void* process)
 {
-    const auto own = reinterpret_cast<std::size_t>(index);
-    shared->processes[own].hasAgent = true;
+    Process& own = *static_cast<Process*>(process);
+    own.hasAgent = true;
     if (shared->leader == getpid())
     {
         Lead(own);
     }
-    Serve(shared->processes[own]);
+    Serve(own);
 }
 
 /// Before a thread of this process waits: from then on its deadline counts.
@@ -199,8 +197,7 @@ void Join()
     {
         return;
     }
-    const std::size_t index = Claim();
-    Process& process = shared->processes[index];
+    Process& process = Claim();
     process.done = process.orders.load();
     Waits::place.earliest = &process.earliest;
 
@@ -212,7 +209,7 @@ void Join()
     pthread_attr_init(&detached);
     pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
     pthread_t agent = {};
-    if (pthread_create(&agent, &detached, Agent, reinterpret_cast<void*>(index)) != 0)
+    if (pthread_create(&agent, &detached, Agent, &process) != 0)
     {
         std::fprintf(stderr, "virtual time: no thread\n");
         std::abort();
@@ -231,14 +228,9 @@ void ForgetParent()
     Waits::ForgetWaiters();
 }
 
-/// The shared memory; null: this process was not told of any, and its time is the real one.
-Shared* Open()
+/// The shared memory; null: there is none, and time is real.
+Shared* Open(const char* path)
 {
-    const char* const path = std::getenv(VARIABLE);
-    if (path == nullptr)
-    {
-        return nullptr;
-    }
     const int fd = open(path, O_RDWR | O_CLOEXEC);
     void* const memory = fd >= 0 && ftruncate(fd, sizeof(Shared)) == 0
                              ? mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0)
@@ -252,16 +244,19 @@ Shared* Open()
     return static_cast<Shared*>(memory);
 }
 
-/// The descriptor behind the shared file is for this process; what it executes opens the file.
-void KeepDescriptor()
+/// The descriptor behind the shared file, "/proc/PID/fd/N", is for this process: what it executes opens the
+/// file.
+void KeepDescriptor(std::string_view path)
 {
-    const char* const number = std::strrchr(std::getenv(VARIABLE), '/') + 1;
-    fcntl(std::atoi(number), F_SETFD, FD_CLOEXEC);
+    int fd = -1;
+    std::from_chars(path.data() + path.rfind('/') + 1, path.data() + path.size(), fd);
+    fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 
 __attribute__((constructor)) void Begin()
 {
-    shared = Open();
+    const char* const path = std::getenv(VARIABLE); // NOLINT(concurrency-mt-unsafe): there is no other thread
+    shared = path == nullptr ? nullptr : Open(path);
     if (shared == nullptr)
     {
         return;
@@ -270,7 +265,7 @@ __attribute__((constructor)) void Begin()
     const bool leads = shared->leader.compare_exchange_strong(none, getpid());
     if (leads)
     {
-        KeepDescriptor();
+        KeepDescriptor(path);
         for (Process& process : shared->processes)
         {
             process.earliest = Waits::NEVER;

@@ -27,6 +27,7 @@ STAND_IN int poll(pollfd* fds, nfds_t count, int milliseconds)
     return Calls::Poll(fds, count, milliseconds);
 }
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
 STAND_IN int __poll_chk(pollfd* fds, nfds_t count, int milliseconds, size_t)
 {
     return poll(fds, count, milliseconds);
@@ -110,6 +111,7 @@ STAND_IN ssize_t read(int fd, void* bytes, size_t count)
     return Calls::ReadTimesOut(fd) ? 0 : REAL_CALL(read)(fd, bytes, count);
 }
 
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
 STAND_IN ssize_t __read_chk(int fd, void* bytes, size_t count, size_t room)
 {
     return read(fd, bytes, count < room ? count : room);

@@ -76,7 +76,7 @@ Waiter* Earliest()
 void TellEarliest()
 {
     const Waiter* const earliest = Earliest();
-    *place.earliest = earliest == nullptr ? NEVER : earliest->deadline;
+    *place.earliest.load() = earliest == nullptr ? NEVER : earliest->deadline;
 }
 
 void Add(Waiter& waiter)

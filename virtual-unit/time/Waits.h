@@ -27,13 +27,13 @@ struct Time
     std::atomic<std::int64_t> leftBehind{0}; ///< how far virtual time has run ahead of the real one so far
 };
 
-/// The time that this process lives in, and where it tells the earliest deadline of its threads (NEVER:
-/// none). Set before any thread waits.
+/// The time that this process lives in. Set before any thread waits, but for `earliest`, which `beforeWait`
+/// may set.
 struct Place
 {
     Time* time;
-    std::atomic<std::int64_t>* earliest;
-    void (*beforeWait)(); ///< called before each wait; null: nothing
+    std::atomic<std::atomic<std::int64_t>*> earliest; ///< takes the earliest deadline of its threads
+    void (*beforeWait)();                             ///< called before each wait; null: nothing
 };
 
 extern Place place; ///< of this process alone, unless changed

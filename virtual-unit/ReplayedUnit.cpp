@@ -62,8 +62,9 @@ std::optional<std::chrono::microseconds> ComparedUntil(const Recording& recordin
 
 }
 
-ReplayedUnit::ReplayedUnit(const std::string& directory)
-    : recording(Recording::Open(directory, AllPorts())), differences(ComparedUntil(recording))
+ReplayedUnit::ReplayedUnit(const std::string& directory, std::function<void(const Difference&)> tell)
+    : recording(Recording::Open(directory, AllPorts())),
+      differences(ComparedUntil(recording), std::move(tell))
 {
     for (unsigned int adapter = 0; adapter < ADAPTERS; ++adapter)
     {

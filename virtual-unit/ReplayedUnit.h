@@ -29,7 +29,9 @@ class ReplayedUnit
 public:
     using Clock = std::chrono::steady_clock;
 
-    explicit ReplayedUnit(const std::string& directory); ///< @throws Recording::Wrong
+    /// @param tell is called with the first difference, at once, on a thread of its own @throws
+    /// Recording::Wrong
+    ReplayedUnit(const std::string& directory, std::function<void(const Difference& first)> tell);
     ReplayedUnit(const ReplayedUnit&) = delete;
     ReplayedUnit& operator=(const ReplayedUnit&) = delete;
     ~ReplayedUnit();

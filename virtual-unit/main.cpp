@@ -255,7 +255,8 @@ int Run(const CommandLine& line)
 int Replay(const CommandLine& line)
 {
     const std::unique_ptr<RunLog> log = OpenLog(line.log);
-    ReplayedUnit unit(line.recording);
+    ReplayedUnit unit(line.recording,
+                      [&log](const Difference& first) { log->Report("replay: " + first.Text()); });
     const std::unique_ptr<Recorder> recorder = Record(line, unit, unit.Options(), Mask());
     int status = 0;
     {
@@ -274,17 +275,17 @@ int Replay(const CommandLine& line)
         status = RunOnVirtualUnit(line.program, unit.Devices(), unit.Module(), line.sdcard, listener);
     }
     FinishRecording(recorder.get(), *log);
-    if (const std::optional<Difference> first = unit.Found().First())
+    const std::size_t differences = unit.Found().Count();
+    if (differences == 0)
     {
-        log->Report("replay: " + first->Text());
-        if (const std::size_t others = unit.Found().Count() - 1; others > 0)
-        {
-            log->Report("replay: " + std::to_string(others) + " more differences");
-        }
-        return status == 0 ? DIFFERENT : status;
+        log->Note("replay: no difference");
+        return status;
     }
-    log->Note("replay: no difference");
-    return status;
+    if (differences > 1)
+    {
+        log->Report("replay: " + std::to_string(differences - 1) + " more differences");
+    }
+    return status == 0 ? DIFFERENT : status;
 }
 
 int ListDevices(const CommandLine& line)

@@ -16,6 +16,7 @@ namespace
 {
 
 using testing::AllOf;
+using testing::ContainsRegex;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
@@ -119,6 +120,15 @@ TEST_F(RecordedRunTest, TheFirstDifferenceIsTold)
     const Outcome failing = Replay("exit 3");
     EXPECT_EQ(failing.status, 3) << "the program's own status comes first";
     EXPECT_THAT(failing.errors, HasSubstr("the program ended before it sent that"));
+}
+
+TEST_F(RecordedRunTest, TheFirstDifferenceIsToldAtOnce)
+{
+    Record(Ask("AT+CGSN", IDENTITY_ANSWER));
+    const Outcome different = RunUnit(
+        {"replay", directory, "--fast", "--", "/bin/sh", "-c",
+         "exec 3<>" + MODEM + "; stty raw -echo <&3; printf 'AT+CSQ\\r\\n' >&3; sleep 60; echo later >&2"});
+    EXPECT_THAT(different.errors, ContainsRegex("expected 0x47 .*\nlater\n"));
 }
 
 TEST_F(RecordedRunTest, ADirectoryThatIsNotEmptyIsRefusedBeforeTheProgramStarts)

@@ -5,8 +5,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <mutex>
 #include <optional>
+#include <utility>
 
 namespace VirtualUnit
 {
@@ -16,19 +18,31 @@ class Differences
 {
 public:
     /// @param comparedUntil what came later in the recording is no difference; none: everything counts
-    explicit Differences(std::optional<std::chrono::microseconds> comparedUntil = std::nullopt)
-        : end(comparedUntil)
+    /// @param tell is called with the first difference, at once, on the thread that finds it
+    explicit Differences(
+        std::optional<std::chrono::microseconds> comparedUntil = std::nullopt,
+        std::function<void(const Difference& first)> tell = [](const Difference&) {})
+        : end(comparedUntil), tellFirst(std::move(tell))
     {
     }
 
     /// @param at what time the recording had, or the run, whichever is later
     void Add(const Difference& difference, std::chrono::microseconds at)
     {
-        const std::lock_guard lock(access);
-        if (Counts(at))
+        if (!Counts(at))
         {
+            return;
+        }
+        bool isFirst = false;
+        {
+            const std::lock_guard lock(access);
+            isFirst = !first;
             first = first.value_or(difference);
             ++count;
+        }
+        if (isFirst)
+        {
+            tellFirst(difference);
         }
     }
 
@@ -49,6 +63,7 @@ public:
 
 private:
     const std::optional<std::chrono::microseconds> end;
+    const std::function<void(const Difference&)> tellFirst;
     mutable std::mutex access; ///< guards what follows
     std::optional<Difference> first;
     std::size_t count = 0;

@@ -168,9 +168,13 @@ bool Idleness::Waits(const Thread& thread, char state)
     constexpr char STILL_RUNNING[] = "0";
     constexpr char HELD[] = "seccomp_";
     Text place{};
-    return (state == SLEEPING || state == UNINTERRUPTED) && Read(thread.place, place) &&
-           std::strcmp(place.data(), STILL_RUNNING) != 0 &&
-           (state == SLEEPING || std::strncmp(place.data(), HELD, sizeof HELD - 1) == 0);
+    if (Read(thread.place, place) && std::strcmp(place.data(), STILL_RUNNING) != 0)
+    {
+        placesAreTold = true;
+        return state == SLEEPING ||
+               (state == UNINTERRUPTED && std::strncmp(place.data(), HELD, sizeof HELD - 1) == 0);
+    }
+    return state == SLEEPING && !placesAreTold; // a kernel that tells of nobody: the state has to do
 }
 
 /// The ID that was given last to any process or thread of this machine.

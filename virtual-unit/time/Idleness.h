@@ -46,7 +46,7 @@ private:
     void ListChildren(int task, const char* thread);
     void Forget();
     std::int64_t Turns();
-    static bool Waits(const Thread& thread, char state);
+    bool Waits(const Thread& thread, char state);
 
     static constexpr long NOT_KNOWN = -1;
 
@@ -54,6 +54,7 @@ private:
     pid_t own;                     ///< ID of the thread that looks
     int load = -1;                 ///< /proc/loadavg
     long latestThread = NOT_KNOWN; ///< when the list was made
+    bool placesAreTold = false;    ///< by this kernel
     bool complete = false;         ///< the list, for certain
     std::array<Thread, 256> threads{};
     std::size_t count = 0;

@@ -498,8 +498,6 @@ using namespace VirtualTime;
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 #pragma GCC diagnostic ignored "-Wnonnull-compare"
 
-#define STAND_IN extern "C" __attribute__((visibility("default")))
-
 // Paths ------------------------------------------------------------------------------------------------
 
 #define MODE_OF(flags)                                                                                       \

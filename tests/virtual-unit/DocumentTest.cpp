@@ -2,9 +2,7 @@
 
 #include "tests/virtual-unit/VirtualUnitTest.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <set>
 #include <sstream>
 #include <string>
@@ -15,12 +13,6 @@ namespace
 std::string Help()
 {
     return RunUnit({"--help"}).output;
-}
-
-std::string Document()
-{
-    std::ifstream file(VIRTUAL_UNIT_DOCUMENT);
-    return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::string FirstWords(const std::string& text) ///< two, if there are so many
@@ -46,7 +38,7 @@ std::set<std::string> Beginnings(const std::string& document)
 
 TEST(DocumentTest, TellsEachStepThatTheHelpTells)
 {
-    const std::set<std::string> beginnings = Beginnings(Document());
+    const std::set<std::string> beginnings = Beginnings(ReadFile(VIRTUAL_UNIT_DOCUMENT));
     const std::string help = Help();
     std::istringstream steps(help.substr(help.find("Steps,")));
     std::string line;
@@ -68,7 +60,7 @@ TEST(DocumentTest, TellsEachStepThatTheHelpTells)
 
 TEST(DocumentTest, TellsEachOptionThatTheHelpTells)
 {
-    const std::set<std::string> beginnings = Beginnings(Document());
+    const std::set<std::string> beginnings = Beginnings(ReadFile(VIRTUAL_UNIT_DOCUMENT));
     std::istringstream help(Help());
     int count = 0;
     for (std::string word; help >> word;)

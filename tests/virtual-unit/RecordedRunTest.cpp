@@ -8,7 +8,6 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -53,11 +52,7 @@ protected:
         return RunUnit({"replay", directory, "--", "/bin/sh", "-c", command});
     }
 
-    std::string Text(const std::string& file) const
-    {
-        std::ifstream stream(directory + file);
-        return {std::istreambuf_iterator<char>(stream), {}};
-    }
+    std::string Text(const std::string& file) const { return ReadFile(directory + file); }
 
     const std::string directory = Kit::TempDir::Path() + "/recorded-run";
 };

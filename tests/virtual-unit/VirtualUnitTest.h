@@ -3,7 +3,9 @@
 
 #include "tests/virtual-unit/RunningUnit.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -28,6 +30,12 @@ protected:
 
     static inline Outcome check;
 };
+
+inline std::string ReadFile(const std::string& path) ///< empty when it cannot be read
+{
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
 
 inline std::vector<std::string> Lines(const std::string& text)
 {

@@ -198,8 +198,6 @@ using namespace VirtualTime;
 #pragma GCC diagnostic ignored "-Wattributes"
 #pragma GCC diagnostic ignored "-Wignored-attributes"
 
-#define STAND_IN extern "C" __attribute__((visibility("default")))
-
 STAND_IN int clock_gettime(clockid_t clock, timespec* now) noexcept
 {
     if (Calls::IsMonotonicClock(clock))

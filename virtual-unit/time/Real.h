@@ -15,6 +15,9 @@ Function* Real(const char* name)
 
 }
 
+/// Begins the definition of a function of the C library that is called in place of the real one.
+#define STAND_IN extern "C" __attribute__((visibility("default")))
+
 /**
  * Within a stand-in: calls the real function. The pointer is kept in a constant-initialised variable, so
  * that the first call may come at any time.

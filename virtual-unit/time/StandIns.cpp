@@ -6,12 +6,10 @@
 
 #include <csignal>
 #include <cstdarg>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 using namespace VirtualTime;
@@ -19,8 +17,6 @@ using namespace VirtualTime;
 // The real declarations carry attributes that a definition elsewhere does not repeat.
 #pragma GCC diagnostic ignored "-Wattributes"
 #pragma GCC diagnostic ignored "-Wignored-attributes"
-
-#define STAND_IN extern "C" __attribute__((visibility("default")))
 
 STAND_IN int poll(pollfd* fds, nfds_t count, int milliseconds)
 {

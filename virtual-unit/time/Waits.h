@@ -2,7 +2,8 @@
 #define VIRTUAL_UNIT_TIME_WAITS_H
 
 // What lies under virtual time: the clocks' values, and the threads of this process that wait for them.
-// Nothing here allocates.
+// Nothing here allocates. Calling threads: any, but FireEarliest() and FireAll() belong to one, which moves
+// the time.
 
 #include <atomic>
 #include <cstdint>
@@ -71,7 +72,7 @@ void AddTerminal(int fd);
 void RemoveTerminal(int fd);
 void DeliverTerminals();
 
-void RealPause(std::int64_t nanoseconds = 20'000);
+void RealPause(std::int64_t nanoseconds = 20'000); ///< less than a second, in real time
 
 }
 

@@ -13,7 +13,6 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <string>
@@ -26,12 +25,6 @@ namespace fs = std::filesystem;
 using VirtualUnit::PortEntry;
 using VirtualUnit::PortFormat;
 using namespace std::string_literals;
-
-std::string ReadFile(const fs::path& path)
-{
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 std::vector<std::string> ReadyScripts()
 {

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 
 namespace
@@ -38,12 +37,6 @@ protected:
     {
         fs::create_directories(directory);
         return directory + "/" + name;
-    }
-
-    static std::string Text(const std::string& path)
-    {
-        std::ifstream file(path);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
 
     /// A script that has something to do much later, which an hour forgotten in between would bring.
@@ -120,10 +113,10 @@ TEST_F(FastTest, AScriptIsPlayedToTheMillisecond)
     const Outcome outcome =
         Shell("trap 'exit 7' TERM; while :; do sleep 100; done", {"--script", script, "--log", File("log")});
     EXPECT_EQ(outcome.status, 7) << outcome.errors;
-    EXPECT_EQ(Text(File("log")), "    0.500 s  script: gps lost\n"
-                                 " 1800.500 s  script: gps found\n"
-                                 " 3600.250 s  script: ignition on\n"
-                                 " 7200.000 s  script: end\n");
+    EXPECT_EQ(ReadFile(File("log")), "    0.500 s  script: gps lost\n"
+                                     " 1800.500 s  script: gps found\n"
+                                     " 3600.250 s  script: ignition on\n"
+                                     " 7200.000 s  script: end\n");
 }
 
 TEST_F(FastTest, ThePortsSpeakInTheSameTime)

@@ -1,6 +1,7 @@
 #include "base/Tavbase/Tavlog/Logger.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <optional>
 #include <pthread.h>
@@ -17,22 +18,22 @@ constexpr std::chrono::seconds EXIT_PATIENCE{2};
 constexpr std::chrono::microseconds FIRST_EXIT_INTERVAL{50};
 constexpr std::chrono::microseconds LONGEST_EXIT_INTERVAL{10'000};
 
-Logger* instance = nullptr; ///< null until the first use
+std::atomic<Logger*> instance{nullptr}; ///< null until the first use
 
 void OnEachSink(auto action)
 {
-    action(instance->File());
-    action(instance->Console());
+    Logger* const logger = instance.load();
+    if (logger != nullptr)
+    {
+        action(logger->File());
+        action(logger->Console());
+    }
 }
 
 }
 
 void Logger::OutputWaitingLines()
 {
-    if (instance == nullptr)
-    {
-        return;
-    }
     OnEachSink([](auto& sink) {
         auto interval = FIRST_EXIT_INTERVAL;
         for (auto waited = interval.zero(); sink.mutex.HandedOver() && waited < EXIT_PATIENCE;
@@ -41,6 +42,7 @@ void Logger::OutputWaitingLines()
             interval = std::min(2 * interval, LONGEST_EXIT_INTERVAL);
             std::this_thread::sleep_for(interval);
         }
+        sink.EndWriter(); // a thread that were left would show in a leak check of the application
     });
 }
 
@@ -53,7 +55,7 @@ void Logger::CompleteLinesAtThreadEnd()
     }();
     if (key) // an application may have taken all of them
     {
-        pthread_setspecific(*key, instance);
+        pthread_setspecific(*key, instance.load());
     }
 }
 
@@ -66,9 +68,26 @@ Logger& Logger::GetInstance()
 Logger::Logger() : file(new LoggerBase<FileLogPolicy>(false)), console(new LoggerBase<ConsoleLogPolicy>(true))
 {
     instance = this;
-    pthread_atfork([] { OnEachSink([](auto& sink) { sink.BeforeFork(); }); },
-                   [] { OnEachSink([](auto& sink) { sink.AfterForkInParent(); }); },
-                   [] { OnEachSink([](auto& sink) { sink.AfterForkInChild(); }); });
+}
+
+void Logger::RegisterForkHandlers()
+{
+    pthread_atfork(
+        BeforeFork, [] { OnEachSink([](auto& sink) { sink.AfterForkInParent(); }); },
+        [] { OnEachSink([](auto& sink) { sink.AfterForkInChild(); }); });
+}
+
+void Logger::BeforeFork()
+{
+    LoggerBase<FileLogPolicy>::MarkFork();
+    LoggerBase<ConsoleLogPolicy>::MarkFork();
+    Logger* const logger = instance.load();
+    // Without the file's lock the console's is not taken either: who holds the file's may be waiting for it,
+    // and a fork handler of the application that logs would wait for the file.
+    if (logger != nullptr && logger->file->TakeForFork())
+    {
+        logger->console->TakeForFork();
+    }
 }
 
 bool Logger::OpenFile(const std::string& path, std::uint64_t maxBytes, unsigned int oldFiles)

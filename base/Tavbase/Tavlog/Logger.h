@@ -24,8 +24,8 @@ namespace Tavbase::Tavlog
  *
  * The console is on from the start; the file is off until OpenFile(). Each sink has a writer thread of its
  * own, started with the first line and running until the process ends. Lines completed before exit() are
- * output; logging works in static constructors and destructors, and in a forked child, whose lines are
- * output by the thread that logs.
+ * output; logging works in static constructors and destructors, in the application's own fork handlers
+ * (pthread_atfork()), and in a forked child, whose lines are output by the thread that logs.
  *
  * Threads: every operation may be called from any thread.
  */
@@ -108,6 +108,9 @@ private:
         return *this;
     }
 
+    /// As the library is loaded: a fork may be under way when the log is used for the first time.
+    [[gnu::constructor]] static void RegisterForkHandlers();
+    static void BeforeFork();
     static void CompleteLinesAtThreadEnd(); ///< for the calling thread, which opens a line
     /// At the end of the process, after the destructors of all static objects that use this library.
     [[gnu::destructor]] static void OutputWaitingLines();

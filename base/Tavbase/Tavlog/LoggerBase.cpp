@@ -13,6 +13,7 @@
 #include <system_error>
 #include <thread>
 #include <type_traits>
+#include <unistd.h>
 #include <utility>
 
 namespace Tavbase::Tavlog
@@ -23,6 +24,20 @@ namespace
 
 /// How long a fork waits for a line of another thread before it goes on without it.
 constexpr std::chrono::milliseconds FORK_PATIENCE{100};
+
+/// How long the end of the process waits for a line of another thread before it leaves the writer running.
+constexpr std::chrono::milliseconds END_PATIENCE{100};
+
+/// What the calling thread is about, between the log's fork handlers; for each thread, since several may fork
+/// at the same time. Found at a fixed distance from the thread's register.
+struct Forking
+{
+    pid_t process = 0;      ///< which forks
+    unsigned int depth = 0; ///< 0: none; above 1: a fork handler forks
+};
+
+template <class Policy>
+[[gnu::tls_model("initial-exec")]] thread_local constinit Forking forking{};
 
 /// For a line that is output on the application's own thread: a reader of standard output that has gone
 /// away must not end the process. The writers have the signal blocked anyway.
@@ -76,11 +91,23 @@ LoggerBase<Policy>::LoggerBase(bool enabledAtFirst) : enabled(enabledAtFirst)
 }
 
 template <class Policy>
+LoggerBase<Policy>::~LoggerBase()
+{
+    EndWriter();
+}
+
+template <class Policy>
 void LoggerBase<Policy>::Lock()
 {
     if (mutex.try_lock())
     {
         return;
+    }
+    if (forking<Policy>.depth > 0 && getpid() != forking<Policy>.process)
+    {
+        // A fork handler of the application, in the child before this sink's own: nobody is there any more
+        // to give the lock back.
+        BecomeChild();
     }
     // The file's lock comes before the console's: who waits for the file with a console line open could
     // wait for a thread that waits for that line.
@@ -92,17 +119,29 @@ void LoggerBase<Policy>::Lock()
 }
 
 template <class Policy>
+bool LoggerBase<Policy>::HasOpenLine() const
+{
+    return mutex.HeldByThisThread() && (forks == 0 || !stream.view().empty());
+}
+
+template <class Policy>
+bool LoggerBase<Policy>::TakenForFork() const
+{
+    return mutex.HeldByThisThread() && forks > 0;
+}
+
+template <class Policy>
 bool LoggerBase<Policy>::MayWrite()
 {
-    const bool held = mutex.HeldByThisThread();
+    const bool open = HasOpenLine();
     if (enabled.load())
     {
-        return held || OpenLine();
+        return open || OpenLine();
     }
-    if (held)
+    if (open)
     {
         stream.str({});
-        mutex.unlock();
+        Release();
     }
     return false;
 }
@@ -110,13 +149,16 @@ bool LoggerBase<Policy>::MayWrite()
 template <class Policy>
 bool LoggerBase<Policy>::OpenLine()
 {
-    Lock();
-    if (!enabled.load())
+    if (!TakenForFork())
     {
-        mutex.unlock();
-        return false;
+        Lock();
+        if (!enabled.load())
+        {
+            mutex.unlock();
+            return false;
+        }
+        Logger::CompleteLinesAtThreadEnd();
     }
-    Logger::CompleteLinesAtThreadEnd();
     stream.clear();
     stream.flags(std::ios_base::dec | std::ios_base::skipws);
     stream.precision(6);
@@ -126,9 +168,19 @@ bool LoggerBase<Policy>::OpenLine()
 }
 
 template <class Policy>
+void LoggerBase<Policy>::Release()
+{
+    if (forks == 0)
+    {
+        mutex.unlock();
+    }
+}
+
+template <class Policy>
 void LoggerBase<Policy>::HandOver()
 {
-    if (writerLost || (!writerRunning && !StartWriter()))
+    const bool inFork = forking<Policy>.depth > 0; // the child has no writer, and may not know it yet
+    if (inFork || writerLost || (!writerRunning && !StartWriter()))
     {
         const PipeSignalHeldBack held;
         OutputLine();
@@ -144,7 +196,7 @@ bool LoggerBase<Policy>::StartWriter()
     try
     {
         const Interfaces::SignalsBlocked blocked;
-        std::thread([this] { WriterLoop(); }).detach();
+        writer = std::thread([this] { WriterLoop(); });
         writerRunning = true;
     }
     catch (const std::system_error&)
@@ -161,6 +213,10 @@ void LoggerBase<Policy>::WriterLoop()
     while (true)
     {
         semaphore.WaitBusy();
+        if (writerEnds)
+        {
+            return;
+        }
         OutputLine();
     }
 }
@@ -177,7 +233,7 @@ void LoggerBase<Policy>::OutputLine()
         line = std::string();
     }
     stream.str(std::move(line));
-    mutex.unlock();
+    Release();
 }
 
 template <class Policy>
@@ -191,44 +247,103 @@ void LoggerBase<Policy>::Flush()
 }
 
 template <class Policy>
-void LoggerBase<Policy>::BeforeFork()
+void LoggerBase<Policy>::MarkFork()
 {
-    if (mutex.HeldByThisThread())
+    forking<Policy>.process = getpid();
+    ++forking<Policy>.depth;
+}
+
+template <class Policy>
+bool LoggerBase<Policy>::TakeForFork()
+{
+    if (!mutex.HeldByThisThread())
     {
-        forkState = ForkState::Own;
+        if (!mutex.TryLockFor(FORK_PATIENCE))
+        {
+            return false;
+        }
     }
-    else
+    else if (forks == 0)
     {
-        forkState = mutex.TryLockFor(FORK_PATIENCE) ? ForkState::Locked : ForkState::Abandoned;
+        suspended = std::make_unique<std::ostringstream>();
+        suspended->imbue(std::locale::classic());
+        stream.swap(*suspended);
     }
+    ++forks;
+    return true;
 }
 
 template <class Policy>
 void LoggerBase<Policy>::AfterForkInParent()
 {
-    if (forkState == ForkState::Locked)
+    if (forking<Policy>.depth > 0)
     {
-        mutex.unlock();
+        --forking<Policy>.depth;
     }
+    if (!TakenForFork())
+    {
+        return;
+    }
+    if (forks == 1)
+    {
+        CompleteOpenLine(); // which a fork handler of the application has begun
+    }
+    --forks;
+    if (forks == 0 && suspended != nullptr)
+    {
+        stream.swap(*suspended);
+        suspended.reset();
+        return;
+    }
+    Release();
 }
 
 template <class Policy>
 void LoggerBase<Policy>::AfterForkInChild()
 {
-    writerLost = writerLost || writerRunning;
-    switch (forkState)
+    if (getpid() != forking<Policy>.process)
     {
-    case ForkState::Own:
-        break;
-    case ForkState::Locked:
-        mutex.unlock();
-        break;
-    case ForkState::Abandoned:
+        BecomeChild();
+    }
+    AfterForkInParent();
+}
+
+template <class Policy>
+void LoggerBase<Policy>::BecomeChild()
+{
+    forking<Policy>.process = getpid();
+    if (writerRunning && !writerLost)
+    {
+        writerLost = true;
+        std::construct_at(&writer); // there is no thread that could be joined or detached
+    }
+    if (!mutex.HeldByThisThread())
+    {
         // The other thread may have been anywhere inside the stream: it cannot even be destroyed.
         std::construct_at(&stream);
         stream.imbue(std::locale::classic());
         mutex.Renew();
-        break;
+    }
+}
+
+template <class Policy>
+void LoggerBase<Policy>::EndWriter()
+{
+    const bool inLine = mutex.HeldByThisThread();
+    if (!inLine && (mutex.HandedOver() || !mutex.TryLockFor(END_PATIENCE)))
+    {
+        return; // with a line open for ever, or a console that takes nothing
+    }
+    if (writerRunning && !writerLost)
+    {
+        writerLost = true;
+        writerEnds = true;
+        semaphore.Notify();
+        writer.join();
+    }
+    if (!inLine)
+    {
+        mutex.unlock();
     }
 }
 

@@ -15,10 +15,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <ios>
+#include <memory>
 #include <mutex>
 #include <ostream>
 #include <sstream>
 #include <string>
+#include <thread>
 
 namespace Tavbase::Tavlog
 {
@@ -61,6 +63,7 @@ public:
     explicit LoggerBase(bool enabledAtFirst);
     LoggerBase(const LoggerBase&) = delete;
     LoggerBase& operator=(const LoggerBase&) = delete;
+    ~LoggerBase(); ///< no thread may be using the sink any more
 
     void Enable(bool on) { enabled.store(on); }
 
@@ -104,6 +107,10 @@ public:
     auto WithPolicy(Use use)
     {
         CompleteOpenLine();
+        if (TakenForFork())
+        {
+            return use(policy);
+        }
         Lock();
         const std::scoped_lock lock(std::adopt_lock, mutex);
         return use(policy);
@@ -114,17 +121,18 @@ private:
 
     static constexpr std::size_t KEPT_LINE_BYTES = 16384; ///< a longer line's storage is given back
 
-    enum class ForkState : std::uint8_t
-    {
-        Own,      ///< the forking thread has a line open, which the child may go on with
-        Locked,   ///< taken for the fork: no line is open
-        Abandoned ///< another thread keeps a line open; the child has no such thread
-    };
-
-    /// Around fork(): the child gets a sink that works, whatever the parent's other threads are doing.
-    void BeforeFork();
+    /**
+     * Around fork(): the child gets a sink that works, whatever the parent's other threads are doing. The
+     * forking thread takes the lock, so that no line is half written in the child; where another thread does
+     * not complete its line in time the fork goes on without the lock, and the child gets a new stream.
+     * Meanwhile the application's own fork handlers may log: the forking thread outputs such a line itself.
+     */
+    static void MarkFork();
+    bool TakeForFork(); ///< @return false when another thread keeps a line open
     void AfterForkInParent();
     void AfterForkInChild();
+
+    void EndWriter(); ///< from then on each thread outputs its lines itself
 
     template <class Piece>
     LoggerBase& Add(const Piece& piece)
@@ -143,6 +151,12 @@ private:
     bool StartWriter();
     void WriterLoop();
     void OutputLine(); ///< outputs the line, clears the stream and gives the lock back
+    void Release();    ///< gives the lock back, unless it was taken for a fork
+
+    bool HasOpenLine() const; ///< the calling thread has
+    /// By the calling thread, whose fork handlers are running: it holds the lock, and maybe no line.
+    bool TakenForFork() const;
+    void BecomeChild(); ///< on the forking thread in the child, before it touches the sink
 
     Policy policy;
     std::ostringstream stream;
@@ -150,9 +164,15 @@ private:
     Interfaces::ISemaphore semaphore; ///< wakes the writer
     std::atomic<bool> enabled;
 
-    bool writerRunning = false; ///< under the lock
-    bool writerLost = false;    ///< under the lock; a forked child has no writer and outputs lines itself
-    ForkState forkState = ForkState::Own;
+    // All under the lock.
+    bool writerRunning = false;
+    /// In a forked child, and at the end of the process: each thread outputs its lines itself.
+    bool writerLost = false;
+    bool writerEnds = false; ///< what the writer was woken for
+    unsigned int forks = 0;  ///< under way, with the lock taken: several when a fork handler forks
+    /// The line that the forking thread had open, and goes on with afterwards; null when it had none.
+    std::unique_ptr<std::ostringstream> suspended;
+    std::thread writer;
 };
 
 template <class Policy>
@@ -209,7 +229,7 @@ LoggerBase<Policy>& LoggerBase<Policy>::operator<<(std::ostream& (*manipulator)(
     stream.clear();
     manipulator(stream);
     CheckEndOfStream();
-    if (mutex.HeldByThisThread())
+    if (HasOpenLine())
     {
         stream.setstate(state);
     }
@@ -219,7 +239,7 @@ LoggerBase<Policy>& LoggerBase<Policy>::operator<<(std::ostream& (*manipulator)(
 template <class Policy>
 void LoggerBase<Policy>::CompleteOpenLine()
 {
-    if (mutex.HeldByThisThread() && MayWrite())
+    if (HasOpenLine() && MayWrite())
     {
         stream.clear();
         stream << '\n';

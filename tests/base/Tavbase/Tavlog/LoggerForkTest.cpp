@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -22,6 +23,30 @@ using Tests::LogType;
 namespace
 {
 
+// Fork handlers of an application that were registered before those of any library: they run between the
+// log's own and the fork itself.
+
+using Handler = void (*)();
+std::atomic<Handler> onPrepare{nullptr};
+std::atomic<Handler> onParent{nullptr};
+std::atomic<Handler> onChild{nullptr};
+
+void Run(const std::atomic<Handler>& handler)
+{
+    const Handler present = handler.load();
+    if (present != nullptr)
+    {
+        present();
+    }
+}
+
+__attribute__((no_sanitize("thread", "address", "undefined"))) void RegisterEarly()
+{
+    pthread_atfork([] { Run(onPrepare); }, [] { Run(onParent); }, [] { Run(onChild); });
+}
+
+__attribute__((section(".preinit_array"), used)) const Handler registerEarly = RegisterEarly;
+
 /// The parent logs to a file; a child logs to the same file and to its own standard output, which the test
 /// gets. The parent's console is off, so that what comes out of a child is the child's.
 class LoggerForkTest : public testing::Test
@@ -36,6 +61,7 @@ protected:
 
     ~LoggerForkTest() override
     {
+        onPrepare = onParent = onChild = nullptr;
         Log().CloseFile();
         Log().EnableConsole(true);
         unlink(path.c_str());
@@ -59,6 +85,24 @@ protected:
         });
         EXPECT_EQ(result.exitStatus, 0) << "signal " << result.signal;
         return Kit::LogLines(result.output);
+    }
+
+    /// A child that does nothing.
+    static void Fork()
+    {
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            _exit(0);
+        }
+        waitpid(child, nullptr, 0);
+    }
+
+    static void LogInEachHandler()
+    {
+        onPrepare = [] { Say("prepare"); };
+        onParent = [] { Say("in the parent"); };
+        onChild = [] { Say("in the child"); };
     }
 
     /// For tests in which fork() has to wait for somebody; the child, which has no clock, must not sleep.
@@ -216,6 +260,194 @@ TEST_F(LoggerForkTest, ForksAmongLinesOfOtherThreadsLoseNothing)
     EXPECT_THAT(FileLines(), testing::UnorderedElementsAreArray(expected));
 }
 
+std::atomic<bool> secondHasForked{false};
+thread_local bool isFirst = false;
+
+TEST_F(LoggerForkTest, TwoThreadsMayForkAtTheSameTime)
+{
+    secondHasForked = false;
+    onPrepare = [] {
+        if (isFirst)
+        {
+            Kit::Clock::WaitUntil([] { return secondHasForked.load(); });
+        }
+    };
+    const Elsewhere first([] {
+        isFirst = true;
+        Fork();
+    });
+    LetOthersRun();
+    Fork(); // waits in vain for the lock that the first has taken for its own
+    secondHasForked = true;
+    EXPECT_TRUE(first.IsDone());
+    const Elsewhere logging([] {
+        Say("one");
+        Say("two");
+    });
+    ASSERT_TRUE(logging.IsDone()) << "the lock was given back";
+    EXPECT_THAT(FileLines(), ElementsAre("one", "two"));
+}
+
+TEST_F(LoggerForkTest, TwoForksBesideALineThatStaysOpenLeaveTheLogAsItWas)
+{
+    std::atomic<bool> go{false};
+    const Elsewhere other([&] {
+        Log() << LogType::Info << "kept open ";
+        Kit::Clock::WaitUntil([&] { return go.load(); });
+        Log() << "and ended" << std::endl;
+    });
+    LetOthersRun();
+    {
+        const Elsewhere first(Fork);
+        const Elsewhere second(Fork);
+    }
+    const Elsewhere logging([] { Say("after it"); });
+    EXPECT_FALSE(logging.IsDone()) << "the line is still the other thread's";
+    go = true;
+    EXPECT_TRUE(other.IsDone());
+    EXPECT_TRUE(logging.IsDone());
+    EXPECT_THAT(FileLines(), ElementsAre("kept open and ended", "after it"));
+}
+
+TEST_F(LoggerForkTest, ForkHandlersOfTheApplicationMayLog)
+{
+    LogInEachHandler();
+    Say("before");
+    EXPECT_THAT(InChild([] { Say("child"); }), ElementsAre("child")) << "the console was still off";
+    Say("after");
+    const std::vector<std::string> lines = FileLines();
+    EXPECT_THAT(lines,
+                UnorderedElementsAre("before", "prepare", "in the parent", "in the child", "child", "after"));
+    EXPECT_EQ(lines[0], "before");
+    EXPECT_EQ(lines[1], "prepare");
+    EXPECT_EQ(lines.back(), "after");
+}
+
+TEST_F(LoggerForkTest, ForkHandlersThatLogLeaveALineOpenThatTheForkingThreadHasBegun)
+{
+    LogInEachHandler();
+    Log() << LogType::Warning << "begun " << std::hex;
+    EXPECT_THAT(InChild([] { Log() << "by the child " << 16 << std::endl; }), testing::SizeIs(1));
+    Log() << "by the parent " << 16 << std::endl;
+    EXPECT_THAT(FileLines(),
+                UnorderedElementsAre("prepare", "in the parent", "in the child",
+                                     "[WARNING]begun by the child 10", "[WARNING]begun by the parent 10"));
+}
+
+TEST_F(LoggerForkTest, AForkHandlerThatLogsWaitsForALineThatAnotherThreadHasOpen)
+{
+    onPrepare = [] { Say("prepare"); };
+    onParent = [] { Say("in the parent"); };
+    const Elsewhere other([] {
+        Log() << LogType::Info << "kept open ";
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        Log() << "and ended" << std::endl;
+    });
+    LetOthersRun();
+    Fork();
+    EXPECT_TRUE(other.IsDone());
+    EXPECT_THAT(FileLines(), ElementsAre("kept open and ended", "prepare", "in the parent"));
+}
+
+TEST_F(LoggerForkTest, AForkHandlerInTheChildLogsAlthoughAnotherThreadHadALineOpen)
+{
+    onChild = [] { Say("in the child"); };
+    std::atomic<bool> go{false};
+    const Elsewhere other([&] {
+        Log() << LogType::Info << "kept open ";
+        Kit::Clock::WaitUntil([&] { return go.load(); });
+        Log() << "and ended" << std::endl;
+    });
+    LetOthersRun();
+    EXPECT_THAT(InChild([] { Say("child"); }), ElementsAre("child"));
+    go = true;
+    EXPECT_TRUE(other.IsDone());
+    EXPECT_THAT(FileLines(), ElementsAre("in the child", "child", "kept open and ended"));
+}
+
+TEST_F(LoggerForkTest, ForkHandlersMayUseEveryOperationOfTheLog)
+{
+    onPrepare = [] {
+        Log().Flush();
+        Log() << LogType::Info << "never ended";
+        Log().OpenFile(Kit::TempDir::Path() + "/fork.log", 0, 0);
+        Log() << LogType::Info << "of another file" << std::endl;
+        Log().File().Enable(false);
+        Say("to nobody");
+        Log().File().Enable(true);
+    };
+    onParent = [] { Log() << LogType::Error << "left open"; };
+    Fork();
+    Say("after");
+    EXPECT_THAT(FileLines(), ElementsAre("never ended", "of another file", "[ERROR]left open", "after"));
+}
+
+TEST_F(LoggerForkTest, AForkHandlerThatForksMayLogToo)
+{
+    static std::atomic<bool> nested;
+    nested = false;
+    onPrepare = [] {
+        if (!nested.exchange(true))
+        {
+            Say("outer");
+            Fork();
+            Say("outer again");
+        }
+        else
+        {
+            Say("inner");
+        }
+    };
+    Fork();
+    const Elsewhere logging([] { Say("after"); });
+    ASSERT_TRUE(logging.IsDone());
+    EXPECT_THAT(FileLines(), ElementsAre("outer", "inner", "outer again", "after"));
+}
+
+int LogFromTwoThreads()
+{
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 2; ++thread)
+    {
+        threads.emplace_back([thread] {
+            for (int line = 0; line < 100; ++line)
+            {
+                Log() << LogType::Info << "thread " << thread << " line " << line << std::endl;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    return 0;
+}
+
+KIT_PROGRAM(FirstLineInAForkHandler)
+{
+    onPrepare = [] { Log() << LogType::Info << "prepare" << std::endl; };
+    onParent = [] { Log() << LogType::Info << "in the parent" << std::endl; };
+    onChild = [] { Log() << LogType::Info << "in the child" << std::endl; };
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        std::exit(LogFromTwoThreads());
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    Log() << LogType::Info << "parent" << std::endl;
+    return status;
+}
+
+TEST_F(LoggerForkTest, TheVeryFirstLineMayComeFromAForkHandler)
+{
+    const Kit::ChildResult result = Kit::RunProgram("FirstLineInAForkHandler");
+    EXPECT_EQ(result.exitStatus, 0) << result.output;
+    const std::vector<std::string> lines = Kit::LogLines(result.output);
+    EXPECT_THAT(lines, testing::SizeIs(204));
+    EXPECT_THAT(lines, testing::IsSupersetOf({"prepare", "in the parent", "in the child", "parent"}));
+}
+
 TEST_F(LoggerForkTest, AnExceptionallyShortChildDisturbsNobody)
 {
     const pid_t child = fork();
@@ -276,25 +508,6 @@ TEST_F(LoggerForkTest, AChildsStaticObjectsMayLogInTheirDestructors)
     const Kit::ChildResult result = Kit::RunProgram("ChildWithStaticObjects");
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_THAT(Kit::LogLines(result.output), ElementsAre("parent", "child", "good-bye", "status 0"));
-}
-
-int LogFromTwoThreads()
-{
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 2; ++thread)
-    {
-        threads.emplace_back([thread] {
-            for (int line = 0; line < 100; ++line)
-            {
-                Log() << LogType::Info << "thread " << thread << " line " << line << std::endl;
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
-    return 0;
 }
 
 KIT_PROGRAM(ChildWithThreads)

@@ -1,11 +1,13 @@
 #include "Gpio/GpioCore.h"
 
+#include "base/Tavbase/Interfaces/InterruptibleWait.h"
 #include "base/Tavbase/Tavlog/Logger.h"
 #include "base/Tavsystem/System/UnmountAll.h"
 
 #include <chrono>
 #include <fcntl.h>
 #include <iostream>
+#include <string>
 #include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
@@ -32,6 +34,13 @@ constexpr int WITHOUT_LIMIT = -1;
 constexpr std::chrono::milliseconds POWER_PULSE{100};
 constexpr std::chrono::milliseconds HUB_RESET_TIME{20};
 constexpr std::chrono::seconds HUB_ENUMERATION_TIME{8};
+
+/// Prints a line in one piece, whatever format the application has given to the stream.
+void Print(std::string line)
+{
+    line += '\n';
+    std::cout.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
+}
 
 }
 
@@ -86,7 +95,7 @@ bool GpioCore::SetPin(unsigned int pin, unsigned int value)
 bool GpioCore::ShutDown()
 {
     Tavsystem::System::UnmountAll();
-    std::cout << "POWER OFF, Bye." << std::endl;
+    Print("POWER OFF, Bye.");
     return SetPin(POWER_LINE, 0);
 }
 
@@ -119,32 +128,45 @@ bool GpioCore::HWResetUsbHub()
 
 bool GpioCore::Pool(int& trigger)
 {
+    Tavbase::Interfaces::InterruptibleWait wait; // what is printed here is never cut short
     trigger = 0;
     if (!Initialize())
     {
-        std::cout << "Event module driver could not be open." << std::endl;
+        Print("Event module driver could not be open.");
         return false;
     }
     pollfd device = fds[0]; // its own: several threads may wait
-    const int ready = poll(&device, 1, WITHOUT_LIMIT);
+    const int ready = wait.During([&device] { return poll(&device, 1, WITHOUT_LIMIT); });
     if (ready < 1)
     {
-        std::cout << "---- BAD POLL (" << ready << ") ----" << std::endl;
+        if (!wait.StopRequested()) // else it was interrupted in good order
+        {
+            Print("---- BAD POLL (" + std::to_string(ready) + ") ----");
+        }
         return false;
     }
     if ((device.revents & POLLIN) == 0)
     {
         return false;
     }
+    // Another thread may take the message first: this one then waits here for the next.
     std::array<unsigned char, MESSAGE_BYTES> message{};
-    if (read(device.fd, message.data(), message.size()) < 0)
+    const ssize_t count = wait.During([&] { return read(device.fd, message.data(), message.size()); });
+    if (count < 0)
     {
-        std::cout << "Error while trying to read trigger." << std::endl;
+        if (!wait.StopRequested())
+        {
+            Print("Error while trying to read trigger.");
+        }
         return false;
     }
     trigger = message[0];
     if (trigger == 0)
     {
+        if (count > 0) // a message without an event: another one may be queued behind it
+        {
+            wait.NoteProgress();
+        }
         return false;
     }
     Logger::GetInstance() << LogType::Info << "[GPIO] ===> Got trigger [" << trigger << "]" << std::endl;

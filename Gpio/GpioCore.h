@@ -58,7 +58,8 @@ public:
     static bool HWResetUsbHub();
 
     /**
-     * Waits for a trigger, without a limit; a signal ends the wait as a failure.
+     * Waits for a trigger, without a limit; a signal ends the wait as a failure. On the thread of a
+     * GpioManager that is being destroyed the wait ends too, and nothing is told.
      * @param trigger receives it, 1 to 255; 0 on failure
      * @return false when the device cannot be opened or read, which is told on standard output, and for a
      *         trigger of 0

@@ -38,7 +38,7 @@ class GpioOutput;
  * each means is between the driver and the application.
  *
  * Where the driver is missing, or its wait fails again and again, the thread tries again after a pause, one
- * second at most.
+ * second at most. A trigger of 0, which is none, is passed over without a pause.
  *
  * Calling threads: construction, RunIgnitionStart() and destruction belong to the application's thread.
  * Listeners are called on the manager's thread, in the order of registration, and delay the next trigger.
@@ -64,7 +64,8 @@ public:
 
     GpioManager(std::nullptr_t, unsigned int) : GpioManager() {} ///< without a listener
 
-    /// Ends the thread, also while it waits. A derived class ends it in its own destructor, by StopWorker().
+    /// Ends the thread, also while it waits; a listener that is being called is waited for, and none of its
+    /// system calls is interrupted. A derived class ends it in its own destructor, by StopWorker().
     ~GpioManager() override;
 
     // In this order: it is that of the table of virtual operations.

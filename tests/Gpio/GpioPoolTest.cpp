@@ -6,6 +6,8 @@
 #include <array>
 #include <atomic>
 #include <fcntl.h>
+#include <iomanip>
+#include <iostream>
 #include <poll.h>
 #include <string_view>
 #include <unistd.h>
@@ -205,6 +207,22 @@ TEST_F(GpioPoolTest, AWaitThatFailsOrGivesNothingIsTold)
     ExpectNoTrigger(log, printed, ElementsAre("---- BAD POLL (0) ----\n"));
     EXPECT_THAT(System::CallsOf("read"), IsEmpty());
     EXPECT_EQ(Take("\x02"), 2) << "it passes";
+}
+
+TEST_F(GpioPoolTest, WhatIsToldIsOnePieceWhateverTheApplicationHasSetForItsOwnOutput)
+{
+    const std::ios_base::fmtflags before = std::cout.flags();
+    std::cout << std::hex << std::showbase << std::showpos << std::left << std::setfill('*');
+    System::Fail("poll", EINTR);
+    std::cout.width(30);
+    ExpectNoTrigger(log, printed, ElementsAre("---- BAD POLL (-1) ----\n"));
+    driver.Trigger(3);
+    System::Fail("read", EIO);
+    ExpectNoTrigger(log, printed, ElementsAre("Error while trying to read trigger.\n"));
+    EXPECT_EQ(printed.Writes(), 2) << "each in one write";
+    std::cout.flags(before);
+    std::cout.fill(' ');
+    std::cout.width(0);
 }
 
 TEST_F(GpioPoolTest, AWaitThatGivesAnotherEventIsNotTold)

@@ -36,6 +36,12 @@ public:
         return times;
     }
 
+    int Writes() const ///< how many pieces the texts came in
+    {
+        const std::scoped_lock lock(access);
+        return writes;
+    }
+
     bool IsEmpty() const ///< not even a text that has not been flushed
     {
         const std::scoped_lock lock(access);
@@ -53,6 +59,7 @@ protected:
     int_type overflow(int_type character) override
     {
         const std::scoped_lock lock(access);
+        ++writes;
         pending += traits_type::to_char_type(character);
         return character;
     }
@@ -60,6 +67,7 @@ protected:
     std::streamsize xsputn(const char* text, std::streamsize count) override
     {
         const std::scoped_lock lock(access);
+        ++writes;
         pending.append(text, static_cast<std::size_t>(count));
         return count;
     }
@@ -78,6 +86,7 @@ protected:
 
 private:
     mutable std::mutex access;
+    int writes = 0;
     std::string pending;
     std::vector<std::string> texts;
     std::vector<std::chrono::nanoseconds> times;

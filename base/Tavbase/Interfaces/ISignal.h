@@ -16,9 +16,11 @@ class Worker;
  * Base of an object that waits for values on a thread of its own and hands each to its receivers.
  *
  * The worker calls SignalWait() and, when that returned true, SignalFire() with the value, over and over.
- * After a failed wait it pauses: 10 ms at first, twice as long after each further failure, at most one
- * second; a successful wait sets the pause back, a stop ends it. An exception that leaves one of the two
- * is written to the log as an error and ends the worker, never the process.
+ * After a wait that failed at once (within a millisecond) it pauses: 10 ms at first, twice as long after each
+ * further one, at most one second; a stop ends the pause. A successful wait sets the pause back, and so does
+ * a wait that has blocked before it failed, which is followed at once, but not sooner than 10 ms after its
+ * begin, and one that took something from its device (InterruptibleWait::NoteProgress()). An exception that
+ * leaves one of the two is written to the log as an error and ends the worker, never the process.
  *
  * The most derived class ends the worker in its own destructor, by StopWorker(), before anything of it is
  * destroyed: the worker calls virtual operations. The destructor here ends a worker that is still there.
@@ -66,9 +68,11 @@ public:
 
 protected:
     /**
-     * Ends the worker and waits for it, also when it is blocked in a system call: it is sent a real-time
-     * signal that the application does not use until it has left the call (which then fails with EINTR).
-     * The object can be started again afterwards. Called on the worker itself it only requests the end.
+     * Ends the worker and waits for it, also when it is blocked in SignalWait(): while it is there, it is
+     * sent a real-time signal that the application does not use until it has left the system call (which then
+     * fails with EINTR). A SignalWait() that does more than wait says by an InterruptibleWait which call that
+     * may be. SignalFire() and the receivers are never interrupted, but waited for. The object can be started
+     * again afterwards. Called on the worker itself it only requests the end.
      */
     void StopWorker();
 
@@ -76,6 +80,7 @@ protected:
         name; ///< the worker's name for the system's tools and the log; set by the derived constructor
 
 private:
+    bool Wait(int& value);
     void Loop();
 
     DelegateList<ISignalDelegate> delegates;

@@ -33,7 +33,7 @@ void IThread::Stopping()
 bool IThread::Start()
 {
     return worker->Start(
-        name, false, [this] { Loop(); }, [this] { RunAfter(); });
+        name, [this] { Loop(); }, [this] { RunAfter(); });
 }
 
 void IThread::Stop()

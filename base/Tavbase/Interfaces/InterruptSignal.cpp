@@ -45,12 +45,22 @@ int InterruptSignal::Number()
 
 void InterruptSignal::AcceptOnThisThread()
 {
+    Mask(SIG_UNBLOCK);
+}
+
+void InterruptSignal::RefuseOnThisThread()
+{
+    Mask(SIG_BLOCK);
+}
+
+void InterruptSignal::Mask(int how)
+{
     if (Number() != 0)
     {
         sigset_t one;
         sigemptyset(&one);
         sigaddset(&one, Number());
-        pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+        pthread_sigmask(how, &one, nullptr);
     }
 }
 

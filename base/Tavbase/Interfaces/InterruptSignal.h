@@ -15,10 +15,12 @@ class InterruptSignal
 {
 public:
     static void AcceptOnThisThread();   ///< for the worker: takes the signal while all others stay blocked
+    static void RefuseOnThisThread();   ///< blocked again, as in every new worker
     static void Send(pthread_t thread); ///< nothing when every real-time signal is in use
 
 private:
     static int Number();
+    static void Mask(int how);
 };
 
 }

@@ -23,6 +23,8 @@ constexpr std::chrono::hours LONGEST_SLEEP{24 * 365};
 /// arrives between its look at the request and the system call is lost.
 constexpr std::chrono::microseconds INTERRUPT_INTERVAL{200};
 
+[[gnu::tls_model("initial-exec")]] thread_local constinit Worker* ofThisThread = nullptr;
+
 constexpr std::size_t THREAD_NAME_LENGTH = 15; // the kernel's limit
 
 void LogFailure(const std::string& name, const std::string& what)
@@ -39,8 +41,7 @@ Worker::~Worker()
     Join();
 }
 
-bool Worker::Start(const std::string& name, bool interruptible, std::function<void()> body,
-                   std::function<void()> last)
+bool Worker::Start(const std::string& name, std::function<void()> body, std::function<void()> last)
 {
     if (OnOwnThread())
     {
@@ -63,21 +64,17 @@ bool Worker::Start(const std::string& name, bool interruptible, std::function<vo
     try
     {
         const SignalsBlocked blocked;
-        thread = std::thread(
-            [this, threadName = name, interruptible, first = std::move(body), second = std::move(last)] {
-                {
-                    const std::scoped_lock state(access);
-                    self = std::this_thread::get_id();
-                }
-                pthread_setname_np(pthread_self(), threadName.substr(0, THREAD_NAME_LENGTH).c_str());
-                if (interruptible)
-                {
-                    InterruptSignal::AcceptOnThisThread();
-                }
-                const EndMark mark(*this);
-                RunGuarded(threadName, first);
-                RunGuarded(threadName, second);
-            });
+        thread = std::thread([this, threadName = name, first = std::move(body), second = std::move(last)] {
+            ofThisThread = this;
+            {
+                const std::scoped_lock state(access);
+                self = std::this_thread::get_id();
+            }
+            pthread_setname_np(pthread_self(), threadName.substr(0, THREAD_NAME_LENGTH).c_str());
+            const EndMark mark(*this);
+            RunGuarded(threadName, first);
+            RunGuarded(threadName, second);
+        });
     }
     catch (const std::exception& e)
     {
@@ -127,12 +124,37 @@ void Worker::Interrupt()
         std::unique_lock state(access);
         while (running && stopRequested)
         {
-            // The thread is joined only under `lifecycle`, so that its handle is good here.
-            InterruptSignal::Send(thread.native_handle());
+            if (accepts)
+            {
+                // The thread is joined only under `lifecycle`, so that its handle is good here.
+                InterruptSignal::Send(thread.native_handle());
+            }
             changed.wait_for(state, INTERRUPT_INTERVAL, [this] { return !running; });
         }
     }
     Join();
+}
+
+bool Worker::Accept(bool on)
+{
+    const bool before = accepts;
+    if (on)
+    {
+        InterruptSignal::AcceptOnThisThread();
+        accepts = true;
+    }
+    else
+    {
+        // The word first, so that hardly a signal is left over for the next time.
+        accepts = false;
+        InterruptSignal::RefuseOnThisThread();
+    }
+    return before;
+}
+
+Worker* Worker::OfThisThread()
+{
+    return ofThisThread;
 }
 
 bool Worker::Sleep(std::chrono::milliseconds duration)

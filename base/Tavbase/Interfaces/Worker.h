@@ -1,12 +1,14 @@
 #ifndef BASE_TAVBASE_INTERFACES_WORKER_H
 #define BASE_TAVBASE_INTERFACES_WORKER_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace Tavbase::Interfaces
 {
@@ -29,13 +31,11 @@ public:
     /**
      * Starts the thread.
      * @param name        shown by the system's tools, cut to 15 characters
-     * @param interruptible true: Interrupt() can end a system call in which the thread is blocked
      * @param body        what the thread runs
      * @param last        what it runs after that, also when an exception ended the body
      * @return false when the thread still runs or none could be created (which is logged)
      */
-    bool Start(const std::string& name, bool interruptible, std::function<void()> body,
-               std::function<void()> last);
+    bool Start(const std::string& name, std::function<void()> body, std::function<void()> last);
 
     void RequestStop(); ///< from any thread: StopRequested() becomes true, a Sleep() ends
     bool StopRequested() const;
@@ -44,8 +44,19 @@ public:
     /// started since. Returns at once on the thread itself, which cannot wait for itself.
     void Join();
 
-    /// RequestStop() and Join() for an interruptible thread that may be blocked in the kernel.
+    /// RequestStop() and Join() for a thread that may be blocked in the kernel: ends system calls of the
+    /// thread while it accepts that, and no other.
     void Interrupt();
+
+    /// On the worker's own thread: may Interrupt() end system calls from now on? Not so at first.
+    /// @return what it was before
+    bool Accept(bool on);
+
+    static Worker* OfThisThread(); ///< null on a thread that is no worker's
+
+    void NoteProgress() { progress = true; } ///< on the worker's own thread
+
+    bool TakeProgress() { return std::exchange(progress, false); } ///< likewise: was it noted?
 
     /// Sleeps for `duration`, a year at most. @return false when a stop has been requested, before or
     /// meanwhile
@@ -80,6 +91,9 @@ private:
     bool stopRequested = false;
     bool running = false;
     std::thread::id self;
+
+    std::atomic<bool> accepts{false}; ///< system calls may be interrupted now
+    bool progress = false;            ///< the thread's own
 };
 
 }

@@ -1,6 +1,7 @@
 #include "base/Tavbase/Interfaces/ISignal.h"
 
 #include "base/Tavbase/Interfaces/ISemaphore.h"
+#include "base/Tavbase/Interfaces/InterruptibleWait.h"
 #include "tests/base/Tavbase/Interfaces/VirtualSlot.h"
 #include "tests/kit/DeviceTest.h"
 #include "tests/kit/Leaks.h"
@@ -25,6 +26,7 @@
 #include <utility>
 #include <vector>
 
+using Tavbase::Interfaces::InterruptibleWait;
 using Tavbase::Interfaces::ISemaphore;
 using Tavbase::Interfaces::ISignal;
 using namespace std::chrono_literals;
@@ -254,6 +256,71 @@ TEST_F(ISignalTest, ASuccessfulWaitSetsThePauseBack)
     EXPECT_THAT(calls, ElementsAre(0ms, 10ms, 30ms, 70ms, 150ms, 150ms, 160ms, 180ms));
 }
 
+/// The first `count` calls of a wait that takes `duration` and fails, in virtual time.
+std::vector<std::chrono::nanoseconds> FailingCalls(Probe& probe, milliseconds duration, std::size_t count)
+{
+    std::vector<std::chrono::nanoseconds> calls;
+    probe.wait = [&](int&) {
+        if (calls.size() < count)
+        {
+            calls.push_back(Kit::Clock::Elapsed());
+        }
+        std::this_thread::sleep_for(duration);
+        return false;
+    };
+    probe.Start();
+    std::this_thread::sleep_for(duration * count + 10s);
+    probe.StopWorker();
+    return calls;
+}
+
+TEST_F(ISignalTest, AWaitThatHasBlockedBeforeItFailedIsFollowedByTheNextOneAtOnce)
+{
+    Probe probe;
+    EXPECT_THAT(FailingCalls(probe, 300ms, 5), ElementsAre(0ms, 300ms, 600ms, 900ms, 1200ms));
+}
+
+TEST_F(ISignalTest, WaitsThatBlockForAShortTimeBeforeTheyFailAreTenMillisecondsApart)
+{
+    Probe probe;
+    EXPECT_THAT(FailingCalls(probe, 2ms, 5), ElementsAre(0ms, 10ms, 20ms, 30ms, 40ms));
+}
+
+TEST_F(ISignalTest, AWaitThatHasBlockedSetsThePauseBack)
+{
+    Probe probe;
+    std::vector<std::chrono::nanoseconds> calls;
+    probe.wait = [&](int&) {
+        calls.push_back(Kit::Clock::Elapsed());
+        if (calls.size() == 4)
+        {
+            std::this_thread::sleep_for(50ms);
+        }
+        return false;
+    };
+    probe.Start();
+    std::this_thread::sleep_for(165ms);
+    probe.StopWorker();
+    EXPECT_THAT(calls, ElementsAre(0ms, 10ms, 30ms, 70ms, 120ms, 130ms, 150ms));
+}
+
+TEST_F(ISignalTest, AFailedWaitThatTookSomethingFromItsDeviceIsFollowedByTheNextOneAtOnce)
+{
+    Probe probe;
+    std::vector<std::chrono::nanoseconds> calls;
+    probe.wait = [&](int& value) {
+        InterruptibleWait().NoteProgress();
+        calls.push_back(Kit::Clock::Elapsed());
+        value = 7;
+        return calls.size() > 100;
+    };
+    probe.fire = [&](int) { probe.StopWorker(); };
+    probe.Start();
+    LetOthersRun();
+    EXPECT_THAT(probe.Fired(), ElementsAre(7));
+    EXPECT_THAT(calls, testing::AllOf(SizeIs(101), testing::Each(0ms)));
+}
+
 TEST_F(ISignalTest, AStopEndsThePauseAtOnce)
 {
     Probe probe;
@@ -399,6 +466,92 @@ TEST_F(ISignalTest, StopWorkerWaitsForAValueThatIsBeingFired)
     EXPECT_EQ(begun, 1);
     EXPECT_EQ(done, 1);
     EXPECT_EQ(Kit::Clock::Elapsed(), 20ms);
+}
+
+/// Ends the worker on another thread, and sees that it waits; then sends what the worker waits for.
+void StopWhileItIsBlocked(Probe& probe, const Pipe& pipe)
+{
+    std::atomic<bool> stopped{false};
+    std::thread stopper([&] {
+        probe.StopWorker();
+        stopped = true;
+    });
+    std::this_thread::sleep_for(50ms);
+    EXPECT_FALSE(stopped);
+    pipe.Send(9);
+    stopper.join();
+    EXPECT_FALSE(probe.IsRunning());
+}
+
+TEST_F(ISignalTest, StopWorkerInterruptsNoSystemCallOfAReceiver)
+{
+    Probe probe;
+    probe.wait = [](int& value) {
+        value = 4;
+        return true;
+    };
+    ssize_t result = 0;
+    char byte = 0;
+    probe.fire = [&](int) { result = read(pipe.Out(), &byte, 1); };
+    probe.Start();
+    LetOthersRun();
+    StopWhileItIsBlocked(probe, pipe);
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(byte, 9);
+}
+
+TEST_F(ISignalTest, AWaitThatSaysWhichCallMayBeInterruptedIsInterruptedInNoOther)
+{
+    Probe probe;
+    const Pipe second;
+    std::vector<std::string> calls;
+    probe.wait = [&](int&) {
+        InterruptibleWait wait;
+        char byte = 0;
+        const auto readFrom = [&byte](const Pipe& from) { return read(from.Out(), &byte, 1); };
+        const auto tell = [&](ssize_t result) {
+            calls.push_back(result == 1 ? "read" : "failed with " + std::to_string(errno));
+        };
+        tell(readFrom(pipe));
+        EXPECT_TRUE(wait.StopRequested());
+        tell(wait.During([&] { return readFrom(second); }));
+        return false;
+    };
+    probe.Start();
+    LetOthersRun();
+    StopWhileItIsBlocked(probe, pipe);
+    EXPECT_THAT(calls, ElementsAre("read", "failed with " + std::to_string(EINTR)));
+}
+
+TEST_F(ISignalTest, WhatIsInterruptedIsWhatItWasAfterAnInnerWait)
+{
+    Probe probe;
+    const auto block = BlockInRead();
+    probe.wait = [&](int& value) {
+        {
+            const InterruptibleWait inner;
+        }
+        return block(value);
+    };
+    probe.Start();
+    LetOthersRun();
+    probe.StopWorker();
+    EXPECT_EQ(interrupted, 1);
+}
+
+TEST_F(ISignalTest, OnAThreadThatIsNoWorkersAnInterruptibleWaitOnlyMakesTheCall)
+{
+    sigset_t before;
+    pthread_sigmask(SIG_BLOCK, nullptr, &before);
+    InterruptibleWait wait;
+    wait.NoteProgress();
+    sigset_t during;
+    EXPECT_EQ(wait.During([&] { return pthread_sigmask(SIG_BLOCK, nullptr, &during); }), 0);
+    for (int number = 1; number <= SIGRTMAX; ++number)
+    {
+        EXPECT_EQ(sigismember(&during, number), sigismember(&before, number)) << number;
+    }
+    EXPECT_FALSE(wait.StopRequested());
 }
 
 TEST_F(ISignalTest, StopWorkerOnTheWorkerItselfRequestsTheEnd)

@@ -26,7 +26,7 @@ namespace
 constexpr const char* NAME = "/control";
 constexpr int WAITING_CLIENTS = 8;
 constexpr std::size_t LONGEST_LINE = 4096;
-constexpr timeval PATIENCE = {5, 0}; // with the other side
+constexpr timeval PATIENCE = {60, 0}; // with the other side, on a busy machine
 
 constexpr char DONE = '+'; // the first byte of an answer
 constexpr char REFUSED = '-';

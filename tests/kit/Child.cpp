@@ -28,7 +28,6 @@ ChildResult AwaitChild(pid_t child, int output)
 
 ChildResult RunInChild(const std::function<int()>& work)
 {
-    constexpr unsigned int LONGEST_SECONDS = 10;
     std::array<int, 2> ends{};
     if (pipe(ends.data()) != 0)
     {
@@ -38,7 +37,7 @@ ChildResult RunInChild(const std::function<int()>& work)
     const pid_t child = fork();
     if (child == 0)
     {
-        alarm(LONGEST_SECONDS);
+        alarm(LONGEST_CHILD_SECONDS);
         dup2(ends[1], STDOUT_FILENO);
         dup2(ends[1], STDERR_FILENO);
         close(ends[0]);

@@ -100,7 +100,8 @@ class Checker : public testing::EmptyTestEventListener
         CheckSinkLocks();
         Leaks::Holdings after = Leaks::Present();
         // A thread that has been joined may take the kernel a moment to forget.
-        for (int wait = 0; wait < 200 && after.threads > before.threads + allowed.threads; ++wait)
+        constexpr int MOST_PAUSES = 60'000; // a minute
+        for (int wait = 0; wait < MOST_PAUSES && after.threads > before.threads + allowed.threads; ++wait)
         {
             RealPause();
             after = Leaks::Present();
@@ -113,7 +114,7 @@ class Checker : public testing::EmptyTestEventListener
     /// A line that is still open would keep Flush() waiting for ever: better a message than a time-out.
     static void CheckSinkLocks()
     {
-        alarm(20);
+        alarm(60);
         Tavbase::Tavlog::Logger::GetInstance().Flush();
         alarm(0);
     }

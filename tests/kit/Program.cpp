@@ -16,7 +16,6 @@ namespace
 {
 
 constexpr const char* ARGUMENT = "--kit-program=";
-constexpr unsigned int LONGEST_SECONDS = 10;
 
 std::map<std::string, Program::Work>& Programs()
 {
@@ -79,7 +78,7 @@ bool Program::RunByArguments(int argc, char** argv, int& status)
         std::fprintf(stderr, "kit: no program %s\n", argument.c_str());
         std::abort();
     }
-    alarm(LONGEST_SECONDS);
+    alarm(LONGEST_CHILD_SECONDS);
     status = work();
     return true;
 }

@@ -21,7 +21,7 @@ namespace Kit
  *
  *     const Kit::ChildResult result = Kit::RunProgram("LogsAndExits");
  *
- * It has real time unless it makes a Clock of its own. After ten real seconds it is killed.
+ * It has real time unless it makes a Clock of its own. When it hangs it is killed.
  */
 class Program
 {

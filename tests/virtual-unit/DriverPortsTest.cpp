@@ -22,10 +22,9 @@ using testing::IsEmpty;
 class DriverPortsTest : public VirtualUnitTest
 {
 protected:
-    static Outcome Drive(const std::string& what, const std::vector<std::string>& options = {},
-                         RunningUnit::Options how = {})
+    static Outcome Drive(const std::string& what, const std::vector<std::string>& options = {})
     {
-        return Probe({what}, options, how, DRIVER_PROBE);
+        return Probe({what}, options, {}, DRIVER_PROBE);
     }
 
     static std::vector<std::string> FileLines(const std::string& path)
@@ -47,7 +46,8 @@ TEST_F(DriverPortsTest, PinsAreDrivenWithoutPrivileges)
 {
     RunningUnit::Options how;
     how.unprivileged = true;
-    EXPECT_THAT(Drive("pins", {}, how).output, HasSubstr("pin 0\n"));
+    const Outcome outcome = Probe({"pins"}, {}, how, ForNobody(DRIVER_PROBE).c_str());
+    EXPECT_THAT(outcome.output, HasSubstr("pin 0\n")) << outcome.errors;
 }
 
 TEST_F(DriverPortsTest, TheIgnitionIsATriggerOfFiveBytes)

@@ -20,7 +20,7 @@
 namespace
 {
 
-constexpr int PATIENCE_MILLISECONDS = 5000;
+constexpr int PATIENCE_MILLISECONDS = 100'000;
 
 int OpenOrEnd(const char* path, int flags = O_RDWR)
 {

@@ -53,7 +53,7 @@ protected:
     {
         std::vector<std::string> arguments = {"run"};
         arguments.insert(arguments.end(), options.begin(), options.end());
-        arguments.insert(arguments.end(), {"--", "/bin/sh", "-c", ASK + command});
+        arguments.insert(arguments.end(), {"--fast", "--", "/bin/sh", "-c", ASK + command});
         return RunUnit(arguments);
     }
 

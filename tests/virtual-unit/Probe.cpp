@@ -33,6 +33,7 @@ namespace
 {
 
 constexpr const char* PORT = "/dev/ttymxc0";
+constexpr int PATIENCE_MILLISECONDS = 100'000; // against hanging
 
 using Arguments = std::vector<std::string>;
 
@@ -155,20 +156,28 @@ int Lines(const Arguments& arguments)
 {
     const int fd = OpenRaw();
     std::string line;
-    for (int rest = std::stoi(arguments.at(0)); rest > 0 && ReadLine(fd, line, 3000); --rest)
+    for (int rest = std::stoi(arguments.at(0)); rest > 0 && ReadLine(fd, line, PATIENCE_MILLISECONDS); --rest)
     {
         std::printf("%s\n", line.c_str());
     }
     return 0;
 }
 
-int Release(const Arguments&)
+/// The answer to the query of the release, behind the sentences that may come before it. The argument, if
+/// there is one, is for how many milliseconds nothing comes when there is no answer.
+int Release(const Arguments& arguments)
 {
+    const int patience = arguments.empty() ? PATIENCE_MILLISECONDS : std::stoi(arguments.front());
     const int fd = OpenRaw();
     const std::string_view query = "$PMTK605*31\r\n";
     Print("write", write(fd, query.data(), query.size()));
     std::string line;
-    std::printf("%s\n", ReadLine(fd, line, 500) ? line.c_str() : "no answer");
+    bool heard = false;
+    do
+    {
+        heard = ReadLine(fd, line, patience);
+    } while (heard && !line.starts_with("$PMTK"));
+    std::printf("%s\n", heard ? line.c_str() : "no answer");
     return 0;
 }
 
@@ -186,7 +195,7 @@ int Ask(const Arguments& arguments)
     char c = 0;
     if (write(fd, command.data(), command.size()) > 0)
     {
-        while (!reply.ends_with("\xEF\x0D") && ReadByte(fd, c, 3000))
+        while (!reply.ends_with("\xEF\x0D") && ReadByte(fd, c, PATIENCE_MILLISECONDS))
         {
             reply += c;
         }

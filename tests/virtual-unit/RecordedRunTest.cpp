@@ -47,9 +47,12 @@ protected:
         return RunUnit(options);
     }
 
-    Outcome Replay(const std::string& command) const
+    Outcome Replay(const std::string& command, const std::vector<std::string>& options = {}) const
     {
-        return RunUnit({"replay", directory, "--", "/bin/sh", "-c", command});
+        std::vector<std::string> arguments = {"replay", directory};
+        arguments.insert(arguments.end(), options.begin(), options.end());
+        arguments.insert(arguments.end(), {"--", "/bin/sh", "-c", command});
+        return RunUnit(arguments);
     }
 
     std::string Text(const std::string& file) const { return ReadFile(directory + file); }
@@ -59,7 +62,7 @@ protected:
 
 TEST_F(RecordedRunTest, EachPortHasAFileThatTellsWhatWentOverIt)
 {
-    const Outcome outcome = Record(Ask("AT+CGSN", IDENTITY_ANSWER) + DRIVER_PROBE " pins > /dev/null");
+    const Outcome outcome = Record(Ask("AT+CGSN", IDENTITY_ANSWER) + DRIVER_PROBE_WORD + " pins > /dev/null");
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_THAT(Text(MODEM_FILE), AllOf(StartsWith("# virtual-unit recording 1\n# port " + MODEM + "\n"),
                                         HasSubstr(" ! opened\n"), HasSubstr(" > \"AT+CGSN\\r\\n\"\n"),
@@ -84,7 +87,8 @@ TEST_F(RecordedRunTest, NumbersAreMaskedOnRequest)
 
 TEST_F(RecordedRunTest, AReplayAnswersAsTheUnitDid)
 {
-    const std::string program = Ask("AT+CGSN", IDENTITY_ANSWER) + "lsusb; " DRIVER_PROBE " chip; exit 7";
+    const std::string program =
+        Ask("AT+CGSN", IDENTITY_ANSWER) + "lsusb; " + DRIVER_PROBE_WORD + " chip; exit 7";
     const Outcome recorded = Record(program, {"--modem-signal", "7"});
     EXPECT_EQ(recorded.status, 7) << recorded.errors;
     const Outcome replayed = Replay(program);
@@ -98,10 +102,10 @@ TEST_F(RecordedRunTest, AModuleThatWasPulledOutIsPulledOutInTheReplay)
     const std::string program = "sleep 0.3; lsusb; sleep 0.4; lsusb; test -e " + MODEM + " && echo there";
     std::filesystem::create_directories(directory);
     std::ofstream(directory + ".script") << "0.1 modem unplug\n+0.4 modem plug\n";
-    const Outcome recorded = Record(program, {"--script", directory + ".script"});
+    const Outcome recorded = Record(program, {"--script", directory + ".script", "--fast"});
     std::filesystem::remove(directory + ".script");
     EXPECT_THAT(recorded.output, AllOf(StartsWith("Bus 002"), EndsWith("there\n"), HasSubstr("05c6:9090")));
-    EXPECT_EQ(Replay(program).output, recorded.output);
+    EXPECT_EQ(Replay(program, {"--fast"}).output, recorded.output);
 }
 
 TEST_F(RecordedRunTest, TheFirstDifferenceIsTold)
@@ -120,9 +124,9 @@ TEST_F(RecordedRunTest, TheFirstDifferenceIsTold)
 TEST_F(RecordedRunTest, TheFirstDifferenceIsToldAtOnce)
 {
     Record(Ask("AT+CGSN", IDENTITY_ANSWER));
-    const Outcome different = RunUnit(
-        {"replay", directory, "--fast", "--", "/bin/sh", "-c",
-         "exec 3<>" + MODEM + "; stty raw -echo <&3; printf 'AT+CSQ\\r\\n' >&3; sleep 60; echo later >&2"});
+    const Outcome different = Replay(
+        "exec 3<>" + MODEM + "; stty raw -echo <&3; printf 'AT+CSQ\\r\\n' >&3; sleep 60; echo later >&2",
+        {"--fast"});
     EXPECT_THAT(different.errors, ContainsRegex("expected 0x47 .*\nlater\n"));
 }
 

@@ -1,5 +1,7 @@
 #include "tests/virtual-unit/RunningUnit.h"
 
+#include "tests/kit/TempDir.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -7,6 +9,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
 #include <grp.h>
 #include <poll.h>
 #include <stdexcept>
@@ -20,6 +23,7 @@ namespace
 {
 
 constexpr unsigned int NOBODY = 65534;
+constexpr long LONGEST_MILLISECONDS = 120'000;
 
 long Now()
 {
@@ -61,10 +65,34 @@ void CloseIfOpen(int& fd)
 
 }
 
-RunningUnit::RunningUnit(const std::vector<std::string>& arguments, Options options)
-    : deadline(Now() + options.longestSeconds * 1000L)
+std::string Word(const std::string& text)
 {
-    std::vector<char*> argv = {const_cast<char*>(VIRTUAL_UNIT)};
+    std::string word = "'";
+    for (const char c : text)
+    {
+        word += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return word + "'";
+}
+
+std::string ForNobody(const std::string& program)
+{
+    namespace fs = std::filesystem;
+    constexpr fs::perms FOR_ALL{0755};
+    const fs::path directory = Kit::TempDir::Path();
+    const fs::path copy = directory / fs::path(program).filename();
+    fs::copy_file(program, copy, fs::copy_options::skip_existing);
+    fs::permissions(copy, FOR_ALL);
+    fs::permissions(directory, FOR_ALL);
+    return copy;
+}
+
+RunningUnit::RunningUnit(const std::vector<std::string>& arguments, Options options)
+    : deadline(Now() + LONGEST_MILLISECONDS)
+{
+    const bool becomeNobody = options.unprivileged && geteuid() == 0;
+    std::string program = becomeNobody ? ForNobody(VIRTUAL_UNIT) : VIRTUAL_UNIT;
+    std::vector<char*> argv = {program.data()};
     for (const std::string& argument : arguments)
     {
         argv.push_back(const_cast<char*>(argument.c_str()));
@@ -73,9 +101,6 @@ RunningUnit::RunningUnit(const std::vector<std::string>& arguments, Options opti
 
     const std::array<int, 2> output = options.onTerminal ? Terminal() : Pipe();
     const std::array<int, 2> errors = Pipe();
-    // By descriptor, since "nobody" need not be able to reach the path.
-    const int program = open(VIRTUAL_UNIT, O_RDONLY | O_CLOEXEC);
-    const bool becomeNobody = options.unprivileged && geteuid() == 0;
 
     pid = fork();
     if (pid == 0)
@@ -94,11 +119,10 @@ RunningUnit::RunningUnit(const std::vector<std::string>& arguments, Options opti
         dup2(options.onTerminal ? output[1] : errors[1], STDERR_FILENO);
         if (!becomeNobody || (setgroups(0, nullptr) == 0 && setgid(NOBODY) == 0 && setuid(NOBODY) == 0))
         {
-            fexecve(program, argv.data(), environ);
+            execv(argv.front(), argv.data());
         }
         _exit(125);
     }
-    close(program);
     close(output[1]);
     close(errors[1]);
     streams = {output[0], errors[0]};

@@ -5,6 +5,13 @@
 #include <sys/types.h>
 #include <vector>
 
+/// A text as one word of a command line of the shell, whatever is in it.
+std::string Word(const std::string& text);
+
+/// A copy of a program, in the kit's TempDir, that "nobody" can execute: wherever the program itself lies,
+/// and whatever the umask was when it was built. @return its path
+std::string ForNobody(const std::string& program);
+
 /// How a run of the program virtual-unit ended.
 struct Outcome
 {
@@ -17,8 +24,7 @@ struct Outcome
  * The program virtual-unit, running.
  *
  * Its end is the end of standard output and error, which all processes that it starts inherit: a process
- * that is left behind shows as a run that does not end. Ten real seconds are the most, unless a test gives
- * more.
+ * that is left behind shows as a run that does not end. After two minutes of real time it hangs.
  */
 class RunningUnit
 {
@@ -26,9 +32,8 @@ public:
     struct Options
     {
         bool onTerminal = false;   ///< the three standard streams are a terminal (all is `output` then)
-        bool unprivileged = false; ///< as "nobody", where this process is root
+        bool unprivileged = false; ///< as "nobody", where this process is root: see ForNobody()
         bool errorsClosed = false; ///< its standard error is a pipe that nobody reads
-        int longestSeconds = 10;
     };
 
     explicit RunningUnit(const std::vector<std::string>& arguments) : RunningUnit(arguments, Options()) {}

@@ -53,13 +53,13 @@ protected:
         return path;
     }
 
-    /// Runs a command line of the shell, in which `step STEP` does one.
+    /// Runs a command line of the shell, in which `step STEP` does one, in virtual time.
     Outcome Shell(const std::string& command, const std::string& script = "",
                   std::vector<std::string> options = {}) const
     {
-        std::vector<std::string> arguments = {"run", "--script", Write(script), "--log", log};
+        std::vector<std::string> arguments = {"run", "--fast", "--script", Write(script), "--log", log};
         std::ranges::move(options, std::back_inserter(arguments));
-        const std::string functions = "step() { " VIRTUAL_UNIT " do \"$@\"; }; ";
+        const std::string functions = "step() { " + Word(VIRTUAL_UNIT) + " do \"$@\"; }; ";
         arguments.insert(arguments.end(), {"--", "/bin/sh", "-c", functions + command});
         return RunUnit(arguments);
     }
@@ -154,7 +154,7 @@ TEST_F(ScriptTest, BlankLinesAndCommentsAreNothing)
 TEST_F(ScriptTest, TheUnitIsFittedAsItSaysUnlessTheCommandLineSaysOtherwise)
 {
     const std::string script = "unit gps skm53\nunit key 00A1B2C3D4E5\nunit i2c-adapter 2\n";
-    const std::string command = VIRTUAL_UNIT " devices";
+    const std::string command = Word(VIRTUAL_UNIT) + " devices";
     const std::string fitted = Shell(command, script).output;
     EXPECT_THAT(fitted, HasSubstr("GPS receiver SKM53\n"));
     EXPECT_THAT(fitted, HasSubstr("driver-ID reader, key 00A1B2C3D4E5\n"));
@@ -215,8 +215,8 @@ TEST_F(ScriptTest, ItWaitsForWhatTheProgramSendsAndGets)
     EXPECT_EQ(once.errors,
               "virtual-unit: " + temporary + "/the.script:7: the program ended before this was reached\n");
 
-    const Outcome all = Shell(ask + "printf 'AT+CSQ\\r\\n' >&3; head -c 28 <&3 > /dev/null; " DRIVER_PROBE
-                                    " pins > /dev/null; " DRIVER_PROBE " trigger",
+    const Outcome all = Shell(ask + "printf 'AT+CSQ\\r\\n' >&3; head -c 28 <&3 > /dev/null; " +
+                                  DRIVER_PROBE_WORD + " pins > /dev/null; " + DRIVER_PROBE_WORD + " trigger",
                               script);
     EXPECT_EQ(all.status, 0) << all.errors;
     EXPECT_THAT(all.output, EndsWith("trigger 1\n"));
@@ -307,11 +307,11 @@ TEST_F(ScriptTest, AWrongStepIsRefusedAndDoesNothing)
 
 TEST_F(ScriptTest, ThePortsTellHowTheyAre)
 {
-    const std::string devices = VIRTUAL_UNIT " devices";
+    const std::string devices = Word(VIRTUAL_UNIT) + " devices";
     const std::string output =
         Shell("step gps lost; step key 00a1b2c3d4e5; step modem registration roaming; step buzzer unplug; "
-              "step i2c dead; step sounder refused; " DRIVER_PROBE " pins > /dev/null; " +
-              devices)
+              "step i2c dead; step sounder refused; " +
+              DRIVER_PROBE_WORD + " pins > /dev/null; " + devices)
             .output;
     EXPECT_THAT(
         Lines(output),
@@ -361,15 +361,16 @@ TEST_F(ScriptTest, TheBridgeIsPulledOutAndComesBack)
 {
     const Outcome outcome = Shell(
         "exec 3<>/dev/hidraw0; step sounder unplug; cat <&3; echo x >&3; test -e /dev/hidraw0 || echo gone; "
-        "step sounder plug; " DRIVER_PROBE " bridge");
+        "step sounder plug; " +
+        DRIVER_PROBE_WORD + " bridge");
     EXPECT_THAT(outcome.output, AllOf(StartsWith("gone\n"), EndsWith("write 6\n"))) << outcome.errors;
     EXPECT_THAT(outcome.errors, HasSubstr("I/O error"));
 }
 
 TEST_F(ScriptTest, APinIsRefused)
 {
-    const Outcome outcome =
-        Shell("step pin 103 refused; " DRIVER_PROBE " pins; step pin 103 well; " DRIVER_PROBE " pins");
+    const Outcome outcome = Shell("step pin 103 refused; " + DRIVER_PROBE_WORD +
+                                  " pins; step pin 103 well; " + DRIVER_PROBE_WORD + " pins");
     EXPECT_THAT(Lines(outcome.output), AllOf(testing::Contains("pin EIO"), testing::Contains("pin 0")));
 }
 
@@ -384,7 +385,7 @@ TEST_F(ScriptTest, OnlyARunCanBeToldAStep)
 
 TEST_F(ScriptTest, TheOnlyRunIsFoundFromOutside)
 {
-    RunningUnit run({"run", "--log", log, "--", "/bin/sh", "-c", "echo started; sleep 5"});
+    RunningUnit run({"run", "--log", log, "--", "/bin/sh", "-c", "echo started; sleep 600"});
     ASSERT_TRUE(run.WaitForOutput("started"));
     EXPECT_EQ(RunUnit({"do", "ignition", "on"}).errors, "");
     EXPECT_THAT(Log(), ElementsAre("do: ignition on"));
@@ -395,7 +396,7 @@ TEST_F(ScriptTest, TheOnlyRunIsFoundFromOutside)
 TEST_F(ScriptTest, OfSeveralRunsOneHasToBeChosen)
 {
     const std::string control = temporary + "/chosen";
-    const std::vector<std::string> program = {"--", "/bin/sh", "-c", "echo started; sleep 5"};
+    const std::vector<std::string> program = {"--", "/bin/sh", "-c", "echo started; sleep 600"};
     std::vector<std::string> first = {"run", "--control", control, "--log", log};
     std::vector<std::string> second = {"run"};
     first.insert(first.end(), program.begin(), program.end());

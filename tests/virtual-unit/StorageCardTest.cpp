@@ -114,7 +114,7 @@ TEST_F(StorageCardTest, DirectoriesAreMadeAndListed)
 TEST_F(StorageCardTest, FilesAreRenamedAndMovedInAndOut)
 {
     const Outcome outcome =
-        Shell("cd " + work.string() +
+        Shell("cd " + Word(work) +
               "; mkdir /mnt/sdcard/db; echo text > mine; mv mine /mnt/sdcard/db/a && test ! -e mine && "
               "mv /mnt/sdcard/db/a /mnt/sdcard/b && mv /mnt/sdcard/b /mnt/sdcard/db && ls /mnt/sdcard/db && "
               "mv /mnt/sdcard/db/b back && cat back && ls /mnt/sdcard/db");
@@ -128,7 +128,7 @@ TEST_F(StorageCardTest, TreesAreCopiedInAndOutAndRemoved)
     fs::create_directories(work / "tree/sub");
     std::ofstream(work / "tree/sub/file") << "deep";
     const Outcome outcome = Shell(
-        "cd " + work.string() +
+        "cd " + Word(work) +
         "; cp -r tree /mnt/sdcard && cp -a /mnt/sdcard/tree /mnt/sdcard/tree2 && "
         "cp -r /mnt/sdcard/tree2 out && rm -r /mnt/sdcard/tree && ls /mnt/sdcard && rm -r /mnt/sdcard/*");
     EXPECT_EQ(outcome.output, "tree2\n");
@@ -281,7 +281,7 @@ TEST_F(StorageCardTest, DotsLeadOutNeitherToReadNorToWrite)
 {
     std::ofstream(work / "secret") << "secret";
     const Outcome outcome =
-        Shell("cat /mnt/sdcard/../secret; cat /mnt/sdcard/../.." + (work / "secret").string() +
+        Shell("cat /mnt/sdcard/../secret; cat /mnt/sdcard/../.." + Word(work / "secret") +
               "; echo x > /mnt/sdcard/../secret; " +
               "mkdir /mnt/sdcard/../made; cat /mnt/sdcard/../sdcard/../../mnt/sdcard/none");
     EXPECT_EQ(outcome.output, "");
@@ -381,20 +381,20 @@ TEST_F(StorageCardTest, ThePrivateDirectoryIsGoneHoweverTheRunEnds)
     EXPECT_EQ(RunShell(fill + "exit 4").status, 4);
     EXPECT_THAT(NamesIn(temporary), IsEmpty());
 
-    EXPECT_EQ(RunShell(fill + "exec " PROBE " crash").status, 128 + SIGSEGV);
+    EXPECT_EQ(RunShell(fill + "exec " + PROBE_WORD + " crash").status, 128 + SIGSEGV);
     EXPECT_THAT(NamesIn(temporary), IsEmpty());
 
     EXPECT_EQ(RunUnit({"run", "--", "no-such-program"}).status, 127);
     EXPECT_THAT(NamesIn(temporary), IsEmpty());
 
-    RunningUnit ended({"run", "--", "/bin/sh", "-c", fill + "exec " PROBE " wait"});
+    RunningUnit ended({"run", "--", "/bin/sh", "-c", fill + "exec " + PROBE_WORD + " wait"});
     ASSERT_TRUE(ended.WaitForOutput("ready"));
     EXPECT_THAT(NamesIn(temporary), Contains(StartsWith("virtual-unit-")));
     ended.Signal(SIGTERM);
     EXPECT_EQ(ended.End().status, 128 + SIGTERM);
     EXPECT_THAT(NamesIn(temporary), IsEmpty());
 
-    RunningUnit killed({"run", "--", "/bin/sh", "-c", fill + "exec " PROBE " ignore 15 2"});
+    RunningUnit killed({"run", "--", "/bin/sh", "-c", fill + "exec " + PROBE_WORD + " ignore 15 2"});
     ASSERT_TRUE(killed.WaitForOutput("ready"));
     killed.Signal(SIGTERM);
     killed.Signal(SIGINT);
@@ -403,7 +403,8 @@ TEST_F(StorageCardTest, ThePrivateDirectoryIsGoneHoweverTheRunEnds)
 
     RunningUnit::Options onTerminal;
     onTerminal.onTerminal = true;
-    RunningUnit interrupted({"run", "--", "/bin/sh", "-c", fill + "exec " PROBE " wait"}, onTerminal);
+    RunningUnit interrupted({"run", "--", "/bin/sh", "-c", fill + "exec " + PROBE_WORD + " wait"},
+                            onTerminal);
     ASSERT_TRUE(interrupted.WaitForOutput("ready"));
     interrupted.Type("\x03");
     EXPECT_EQ(interrupted.End().status, 128 + SIGINT);

@@ -186,7 +186,7 @@ TEST_F(VirtualUnitTest, TheReceiverIsHeardOnThePort)
 TEST_F(VirtualUnitTest, TheSkm53IsHeardOnThePort)
 {
     const std::vector<std::string> lines =
-        Lines(Probe({"lines", "6"}, {"--gps", "skm53", "--gps-fix-after", "9"}).output);
+        Lines(Probe({"lines", "6"}, {"--gps", "skm53", "--gps-fix-after", "9", "--fast"}).output);
     ASSERT_EQ(lines.size(), 6U);
     EXPECT_TRUE(std::all_of(lines.begin(), lines.end(), IsSentence));
     EXPECT_THAT(lines[5], AllOf(StartsWith("$GPRMC,"), HasSubstr(",V,")));
@@ -195,7 +195,8 @@ TEST_F(VirtualUnitTest, TheSkm53IsHeardOnThePort)
 TEST_F(VirtualUnitTest, TheReceiverHearsTheProgram)
 {
     EXPECT_THAT(Lines(Probe({"release"}).output), ElementsAre("write ok", HasSubstr("Quectel-L26")));
-    EXPECT_THAT(Lines(Probe({"release"}, {"--gps", "skm53"}).output), ElementsAre("write ok", "no answer"));
+    EXPECT_THAT(Lines(Probe({"release", "500"}, {"--gps", "skm53", "--fast"}).output),
+                ElementsAre("write ok", "no answer"));
 }
 
 TEST_F(VirtualUnitTest, TheKeyReaderAnswersOnItsPort)
@@ -223,7 +224,7 @@ TEST_F(VirtualUnitTest, ARecordingIsPlayed)
 
 TEST_F(VirtualUnitTest, ChildrenRunOnTheUnitToo)
 {
-    const Outcome outcome = RunShell("(" PROBE " release; true) && cat /dev/i2c-2");
+    const Outcome outcome = RunShell("(" + PROBE_WORD + " release; true) && cat /dev/i2c-2");
     EXPECT_THAT(outcome.output, HasSubstr("Quectel-L26"));
     EXPECT_THAT(outcome.errors, HasSubstr("virtual-unit: /dev/i2c-2 is not served"));
     EXPECT_EQ(outcome.status, 1);
@@ -267,7 +268,7 @@ TEST_F(VirtualUnitTest, PathsMayBeWrittenInOtherWays)
 
 TEST_F(VirtualUnitTest, AProgramWithAllDescriptorsInUseIsToldSo)
 {
-    const Outcome outcome = RunShell("ulimit -n 64; " PROBE " fill");
+    const Outcome outcome = RunShell("ulimit -n 64; " + PROBE_WORD + " fill");
     EXPECT_EQ(outcome.output, "one too many EMFILE\none less ok\n");
 }
 
@@ -334,7 +335,8 @@ TEST_F(VirtualUnitTest, CtrlCOnATerminalEndsEverything)
 {
     RunningUnit::Options onTerminal;
     onTerminal.onTerminal = true;
-    RunningUnit unit({"run", "--", "/bin/sh", "-c", PROBE " wait & " PROBE " wait; exit 6"}, onTerminal);
+    RunningUnit unit({"run", "--", "/bin/sh", "-c", PROBE_WORD + " wait & " + PROBE_WORD + " wait; exit 6"},
+                     onTerminal);
     ASSERT_TRUE(unit.WaitForOutput("ready\r\nready"));
     unit.Type("\x03");
     const Outcome outcome = unit.End();
@@ -353,14 +355,15 @@ TEST_F(VirtualUnitTest, TheProgramDecidesAboutCtrlC)
 
 TEST_F(VirtualUnitTest, WhatTheProgramLeavesBehindIsEnded)
 {
-    const Outcome outcome = RunShell("(" PROBE " wait 15 & " PROBE " wait &); sleep 0.1; exit 3");
+    const Outcome outcome =
+        RunFast("(" + PROBE_WORD + " wait 15 & " + PROBE_WORD + " wait &); sleep 0.1; exit 3");
     EXPECT_EQ(outcome.status, 3);
     EXPECT_THAT(outcome.output, HasSubstr("ended by a signal\n"));
 }
 
 TEST_F(VirtualUnitTest, WhatIsLeftBehindDeafIsKilled)
 {
-    const Outcome outcome = RunShell("(" PROBE " ignore 15 &); sleep 0.1; exit 3");
+    const Outcome outcome = RunFast("(" + PROBE_WORD + " ignore 15 &); sleep 0.1; exit 3");
     EXPECT_EQ(outcome.status, 3);
 }
 

@@ -57,9 +57,7 @@ protected:
         std::vector<std::string> arguments = {"run", "--", SURVIVAL_PROBE, "counted", trial};
         const std::vector<std::string> devices = ServedDevices();
         arguments.insert(arguments.end(), devices.begin(), devices.end());
-        RunningUnit::Options patient;
-        patient.longestSeconds = 60; // a second or two where nothing else runs
-        return RunUnit(arguments, patient);
+        return RunUnit(arguments);
     }
 
     static std::vector<std::string> ServedDevices()

@@ -59,12 +59,25 @@ inline Outcome RunProgram(const std::string& program, const std::vector<std::str
     return RunUnit(all, how);
 }
 
+/// A command line of the shell in virtual time: a sleep in it ends when all others wait.
+inline Outcome RunFast(const std::string& command, std::vector<std::string> options = {})
+{
+    options.emplace_back("--fast");
+    return RunProgram("/bin/sh", {"-c", command}, options);
+}
+
 #ifdef PROBE
+inline const std::string PROBE_WORD = Word(PROBE); ///< of a command line of the shell
+
 inline Outcome Probe(const std::vector<std::string>& arguments, const std::vector<std::string>& options = {},
                      RunningUnit::Options how = {}, const char* program = PROBE)
 {
     return RunProgram(program, arguments, options, how);
 }
+#endif
+
+#ifdef DRIVER_PROBE
+inline const std::string DRIVER_PROBE_WORD = Word(DRIVER_PROBE);
 #endif
 
 #endif

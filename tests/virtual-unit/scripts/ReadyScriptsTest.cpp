@@ -140,13 +140,11 @@ protected:
     /// A run of the monitor, whose lines go to the file of that name.
     Outcome Monitor(std::vector<std::string> arguments, const std::string& lines) const
     {
-        RunningUnit::Options options;
-        options.longestSeconds = 100;
         for (const std::string& argument : {"--fast"s, "--"s, std::string(MONITOR), "--lines"s, File(lines)})
         {
             arguments.emplace_back(argument);
         }
-        return RunUnit(arguments, options);
+        return RunUnit(arguments);
     }
 
     Outcome Play() const

@@ -15,10 +15,10 @@ using VirtualTime::Idleness;
 
 // In real time: what the kernel tells of threads is looked at.
 
-/// Looks again and again, for two seconds at most.
+/// Looks again and again, for a minute at most.
 bool ComesToRest(Idleness& idleness)
 {
-    constexpr int MOST_LOOKS = 2000;
+    constexpr int MOST_LOOKS = 60'000;
     constexpr std::int64_t PAUSE = 1'000'000;
     for (int look = 0; look < MOST_LOOKS; ++look)
     {

@@ -4,6 +4,7 @@
 // wakes its fellows when it is told to.
 
 #include "virtual-unit/time/Idleness.h"
+#include "virtual-unit/time/Real.h"
 #include "virtual-unit/time/VirtualTime.h"
 #include "virtual-unit/time/Waits.h"
 
@@ -244,8 +245,7 @@ Shared* Open(const char* path)
     return static_cast<Shared*>(memory);
 }
 
-/// The descriptor behind the shared file, "/proc/PID/fd/N", is for this process: what it executes opens the
-/// file.
+/// The descriptor behind a path "/proc/PID/fd/N" is for this process: what it executes opens the file.
 void KeepDescriptor(std::string_view path)
 {
     int fd = -1;
@@ -265,7 +265,9 @@ __attribute__((constructor)) void Begin()
     const bool leads = shared->leader.compare_exchange_strong(none, getpid());
     if (leads)
     {
+        const std::string_view preloaded = std::getenv(PRELOAD); // NOLINT(concurrency-mt-unsafe): as above
         KeepDescriptor(path);
+        KeepDescriptor(preloaded.substr(0, preloaded.find(':')));
         for (Process& process : shared->processes)
         {
             process.earliest = Waits::NEVER;
@@ -289,4 +291,9 @@ __attribute__((constructor)) void Begin()
 
 }
 
+}
+
+STAND_IN bool VirtualUnitTimeIsVirtual()
+{
+    return VirtualTime::shared != nullptr;
 }

@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <string>
 #include <sys/mman.h>
@@ -14,7 +16,11 @@ namespace VirtualTime
 namespace
 {
 
-constexpr const char* PRELOAD = "LD_PRELOAD";
+/// How all processes of a run reach what this one has open, as long as it lives.
+std::string PathOf(int descriptor)
+{
+    return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
+}
 
 /// Beside the program where it was built, in the directory of libraries where it was installed.
 std::filesystem::path Library()
@@ -58,6 +64,11 @@ void Enter(char** arguments)
     // NOLINTBEGIN(concurrency-mt-unsafe): nothing has happened yet
     if (std::getenv(VARIABLE) != nullptr)
     {
+        auto* const isVirtual = reinterpret_cast<bool (*)()>(dlsym(RTLD_DEFAULT, TELLS));
+        if (isVirtual == nullptr || !isVirtual())
+        {
+            throw NotPossible(std::string(TIME_LIBRARY) + " could not be preloaded");
+        }
         return;
     }
     Require();
@@ -66,11 +77,16 @@ void Enter(char** arguments)
     {
         throw NotPossible("no memory to share: " + std::generic_category().message(errno));
     }
-    const std::string path = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(memory);
+    // Not by its own path: LD_PRELOAD is taken apart at blanks and colons, and knows no quotation.
+    const int library = open(Library().c_str(), O_RDONLY);
+    if (library < 0)
+    {
+        throw NotPossible(std::string(TIME_LIBRARY) + ": " + std::generic_category().message(errno));
+    }
     const char* const preloaded = std::getenv(PRELOAD);
     const std::string libraries =
-        Library().string() + (preloaded != nullptr ? ":" + std::string(preloaded) : "");
-    setenv(VARIABLE, path.c_str(), 1);
+        PathOf(library) + (preloaded != nullptr ? ":" + std::string(preloaded) : "");
+    setenv(VARIABLE, PathOf(memory).c_str(), 1);
     setenv(PRELOAD, libraries.c_str(), 1);
     // NOLINTEND(concurrency-mt-unsafe)
     execv("/proc/self/exe", arguments);

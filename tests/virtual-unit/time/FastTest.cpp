@@ -1,5 +1,6 @@
 // virtual-unit run --fast: programs in virtual time.
 
+#include "tests/kit/Child.h"
 #include "tests/kit/TempDir.h"
 #include "tests/virtual-unit/RunningUnit.h"
 #include "tests/virtual-unit/VirtualUnitTest.h"
@@ -11,6 +12,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
+#include <unistd.h>
 #include <utility>
 
 namespace
@@ -43,6 +45,8 @@ protected:
         std::ofstream(File("sleepy")) << "86400 end\n";
         return File("sleepy");
     }
+
+    static constexpr const char* LIBRARY = "libvirtual-unit-time.so";
 
     const std::string directory = Kit::TempDir::Path() + "/fast";
 };
@@ -160,7 +164,33 @@ TEST_F(FastTest, WhatThePreloadedLibrariesWereIsKept)
     setenv("LD_PRELOAD", "libdl.so.2", 1);
     const Outcome outcome = Shell("echo $LD_PRELOAD");
     unsetenv("LD_PRELOAD");
-    EXPECT_THAT(outcome.output, testing::EndsWith("libvirtual-unit-time.so:libdl.so.2\n")) << outcome.errors;
+    EXPECT_THAT(outcome.output, testing::EndsWith(":libdl.so.2\n")) << outcome.errors;
+}
+
+TEST_F(FastTest, BlanksAndColonsInThePathOfItsLibraryAreNoMatter)
+{
+    const fs::path folder = File("a tree: with a blank");
+    fs::create_directory(folder);
+    const fs::path unit = fs::path(VIRTUAL_UNIT);
+    fs::copy_file(unit, folder / unit.filename());
+    fs::copy_file(unit.parent_path() / LIBRARY, folder / LIBRARY);
+    const std::string copy = folder / unit.filename();
+    const Kit::ChildResult run = Kit::RunInChild([&copy] {
+        execl(copy.c_str(), copy.c_str(), "run", "--fast", "--", "/bin/sh", "-c",
+              "a=$(date +%s); sleep 150; echo $(($(date +%s) - a))", nullptr);
+        return 1;
+    });
+    EXPECT_EQ(run.output, "150\n");
+}
+
+TEST_F(FastTest, ALibraryThatCannotBeLoadedIsTold)
+{
+    fs::copy_file(VIRTUAL_UNIT, File("virtual-unit"));
+    std::ofstream(File(LIBRARY)) << "not a library";
+    const Outcome outcome = RunShell(Word(File("virtual-unit")) + " run --fast -- echo started; echo $?");
+    EXPECT_EQ(outcome.output, "3\n");
+    EXPECT_THAT(outcome.errors,
+                testing::EndsWith("virtual-unit: --fast: libvirtual-unit-time.so could not be preloaded\n"));
 }
 
 TEST_F(FastTest, WithoutItsLibraryItIsRefused)

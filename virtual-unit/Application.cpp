@@ -4,10 +4,12 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
+#include <sstream>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -122,6 +124,21 @@ pid_t ParentOf(const std::filesystem::path& process)
     return parent;
 }
 
+/// Whether a directory of PATH that can be looked into has a file of that name.
+bool IsInPath(const std::string& name)
+{
+    const char* const path = std::getenv("PATH"); // NOLINT(concurrency-mt-unsafe): nobody else alters it now
+    std::istringstream directories(path != nullptr ? path : "");
+    for (std::string directory; std::getline(directories, directory, ':');)
+    {
+        if (access((std::filesystem::path(directory) / name).c_str(), F_OK) == 0)
+        {
+            return true;
+        }
+    }
+    return false;
+}
+
 std::vector<pid_t> OwnChildren()
 {
     std::vector<pid_t> children;
@@ -198,6 +215,10 @@ void Application::AwaitStart(const std::function<void()>& answer)
     int none = -1;
     if (Hear(channel.Get(), error, none))
     {
+        if (error == EACCES && program.find('/') == std::string::npos && !IsInPath(program))
+        {
+            error = ENOENT; // execvp() says so as well when it may not enter a directory of PATH
+        }
         throw NotStarted(program + ": " + std::generic_category().message(error),
                          error == ENOENT || error == ENOTDIR ? NOT_FOUND : NOT_EXECUTABLE);
     }

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -73,6 +74,24 @@ TEST_F(VirtualUnitTest, AProgramThatIsNotThereIsReportedAsByAShell)
     const Outcome notExecutable = RunUnit({"run", "--", "/etc/passwd"});
     EXPECT_EQ(notExecutable.status, 126);
     EXPECT_EQ(notExecutable.errors, "virtual-unit: /etc/passwd: Permission denied\n");
+}
+
+TEST_F(VirtualUnitTest, ADirectoryOfThePathThatCannotBeEnteredHidesNothing)
+{
+    const std::string closed = Kit::TempDir::Path() + "/closed";
+    std::filesystem::create_directories(closed + "/below");
+    std::filesystem::permissions(closed, std::filesystem::perms::none);
+    const std::string path = std::getenv("PATH");
+    setenv("PATH", (closed + "/below:" + path).c_str(), 1);
+    RunningUnit::Options nobody;
+    nobody.unprivileged = true;
+    const Outcome missing = RunUnit({"run", "--", "no-such-program"}, nobody);
+    const Outcome there = RunUnit({"run", "--", "true"}, nobody);
+    setenv("PATH", path.c_str(), 1);
+    std::filesystem::permissions(closed, std::filesystem::perms::owner_all);
+    EXPECT_EQ(missing.status, 127);
+    EXPECT_EQ(missing.errors, "virtual-unit: no-such-program: No such file or directory\n");
+    EXPECT_EQ(there.status, 0) << there.errors;
 }
 
 TEST_F(VirtualUnitTest, ABadCommandLineIsRefusedInOneLine)

@@ -36,7 +36,8 @@ build_with_cmake()
 build_with_pkg_config()
 {
     local -a flags
-    read -ra flags < <(PKG_CONFIG_PATH=$1/$LIBDIR/pkgconfig pkg-config --cflags --libs tavdevice)
+    # They are text for a shell: a blank in the prefix stands there as "\ ".
+    eval "flags=($(PKG_CONFIG_PATH=$1/$LIBDIR/pkgconfig pkg-config --cflags --libs tavdevice))"
     [[ " ${flags[*]} " == *" -I$1/"* ]] || fail "unexpected flags: ${flags[*]}"
     "$CXX" "${strict[@]}" "$here/application/main.cpp" -o "$2" "${flags[@]}"
     LD_LIBRARY_PATH=$1/$LIBDIR run_application "$2"
@@ -101,17 +102,21 @@ check_moved()
 # A tree staged under DESTDIR, as for a package or for the root of another machine.
 check_staged()
 {
-    local root=$WORK/staged flags
+    local root=$WORK/staged flags link
     rm -rf "$root"
     DESTDIR=$root "$CMAKE" --install "$BUILD" --prefix /usr >/dev/null
     [[ $(ls "$root") == usr ]] || fail "installed outside of /usr: $(ls "$root")"
 
-    # A cross build: the root of the target is put in front of every directory, once.
-    flags=$(PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$root/usr/$LIBDIR/pkgconfig \
+    # A cross build: the root of the target is put in front of every directory, once. By a path without a
+    # blank, since pkgconf puts a root that has one there a second time.
+    link=$(mktemp -d)
+    ln -s "$root" "$link/root"
+    flags=$(PKG_CONFIG_SYSROOT_DIR=$link/root PKG_CONFIG_LIBDIR=$link/root/usr/$LIBDIR/pkgconfig \
         pkg-config --cflags --libs tavdevice)
     [[ $flags =~ ^-I([^ ]+)\ -L([^ ]+)\ -lTavdevice\ -lTavsystem\ -lTavbase\ *$ &&
         ${BASH_REMATCH[1]} -ef $root/usr/include/Tavdevice && ${BASH_REMATCH[2]} -ef $root/usr/$LIBDIR ]] ||
         fail "flags for a cross build: $flags"
+    rm -r "$link"
     if grep -rlF "$WORK" "$root" --include='*.cmake' --include='*.pc'; then
         fail "the place of staging stands in the files above"
     fi

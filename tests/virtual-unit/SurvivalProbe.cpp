@@ -140,16 +140,16 @@ struct Holdings
 /// The same, when nothing that the supervisor holds for a moment is among it.
 Holdings SettledHoldings(pid_t supervisor)
 {
-    for (Holdings holdings(supervisor);;)
+    constexpr int LOOKS = 20; // a busy machine may stop the supervisor in the midst of it
+    Holdings holdings(supervisor);
+    for (int same = 0; same < LOOKS;)
     {
         usleep(10000);
         const Holdings later(supervisor);
-        if (later == holdings)
-        {
-            return later;
-        }
+        same = later == holdings ? same + 1 : 0;
         holdings = later;
     }
+    return holdings;
 }
 
 /// Opens the device and lets it answer. @return false when it does not
@@ -684,7 +684,9 @@ int main(int argc, char** argv)
     const int status = trials.at(name)(devices);
     const bool stillServed = UseAll(devices);
     Holdings after(supervisor);
-    for (int wait = 0; wait < 400 && after != before; ++wait) // it takes orphans away when it comes to it
+    constexpr int MOST_WAITS = 12'000; // a minute
+    for (int wait = 0; wait < MOST_WAITS && after != before;
+         ++wait) // it takes orphans away when it comes to it
     {
         usleep(5000);
         after = Holdings(supervisor);

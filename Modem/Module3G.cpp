@@ -4,6 +4,7 @@
 
 #include "Modem/AtChannel.h"
 #include "Modem/AtCommands.h"
+#include "base/DatesBeyond2038.h"
 #include "base/Tavbase/IException.h"
 
 #include <algorithm>
@@ -12,6 +13,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <fcntl.h>
 #include <string>
@@ -187,7 +189,7 @@ std::chrono::system_clock::time_point Module3G::end;
 std::mutex Module3G::mutexATCommands;
 int Module3G::failedRegistrations = 0;
 bool Module3G::autoCarrierSelection = false;
-std::time_t Module3G::lastTransmitionTime = 0;
+std::int64_t Module3G::lastTransmitionTime = 0;
 pollfd Module3G::cFds = {};
 Module3GSignalStatus Module3G::signal_status = {};
 

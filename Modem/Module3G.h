@@ -8,7 +8,7 @@
 
 #include <atomic>
 #include <chrono>
-#include <ctime>
+#include <cstdint>
 #include <list>
 #include <mutex>
 #include <poll.h>
@@ -241,10 +241,14 @@ public:
 
     static std::mutex mutexATCommands; ///< held for the whole of an exchange
 
-    static int failedRegistrations;         ///< the application's count; the library only resets it
-    static bool autoCarrierSelection;       ///< true: the module chooses the operator; false at first
-    static std::time_t lastTransmitionTime; ///< by SetLastTransmissionTime(); 0 at first
-    static pollfd cFds;                     ///< for the application
+    static int failedRegistrations;   ///< the application's count; the library only resets it
+    static bool autoCarrierSelection; ///< true: the module chooses the operator; false at first
+
+    /// By SetLastTransmissionTime(): seconds since 1970; 0 at first. No std::time_t: on a 32-bit target its
+    /// size is chosen by macros (_TIME_BITS) that the library and its application need not have in common.
+    static std::int64_t lastTransmitionTime;
+
+    static pollfd cFds; ///< for the application
 
     static Module3GSignalStatus signal_status; ///< by CheckSignal()
 

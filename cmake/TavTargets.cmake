@@ -9,6 +9,15 @@ if(TAVDEVICE_WARNINGS_AS_ERRORS)
     target_compile_options(tav_build_flags INTERFACE -Werror)
 endif()
 
+# On a 32-bit target the C library's own widths end in 2038: times beyond are refused or wrong, and so are the
+# files that carry them. The macros are for the targets of this tree alone. Handed on to applications they would
+# change the applications' interfaces to other libraries; kept here they may change no type in a public header, which
+# tests/consumer/dates.sh looks after. Elsewhere the widths are 64 bits anyway, and the macros would only make other
+# names of the same functions (open64), which those who stand in for them would have to know.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(tav_build_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 if(TAVDEVICE_HARDENED)
     # _FORTIFY_SOURCE needs an optimised build; a distribution may have set another level already.
     target_compile_options(tav_build_flags INTERFACE

@@ -388,7 +388,9 @@ static_assert(std::is_same_v<decltype(Module3G::m3gIMEI), std::string>);
 static_assert(std::is_same_v<decltype(Module3G::m3g_fw_version), std::string>);
 static_assert(std::is_same_v<decltype(Module3G::failedRegistrations), int>);
 static_assert(std::is_same_v<decltype(Module3G::autoCarrierSelection), bool>);
-static_assert(std::is_same_v<decltype(Module3G::lastTransmitionTime), std::time_t>);
+static_assert(std::is_same_v<decltype(Module3G::lastTransmitionTime), std::int64_t>);
+static_assert(sizeof(long) != sizeof(std::int64_t) ||
+              std::is_same_v<decltype(Module3G::lastTransmitionTime), std::time_t>); // as it was, on 64 bits
 static_assert(std::is_same_v<decltype(Module3G::label), std::string>);
 static_assert(std::is_same_v<decltype(Module3G::counter), int>);
 static_assert(std::is_same_v<decltype(Operator::status), std::int32_t>);

@@ -1,5 +1,6 @@
 #include "base/Tavbase/Tavlog/FileLogPolicy.h"
 
+#include "base/DatesBeyond2038.h"
 #include "base/Tavbase/Tavlog/WriteAll.h"
 
 #include <cstdio>

@@ -1,5 +1,7 @@
 #include "base/Tavsystem/FileUtils/Tavdir.h"
 
+#include "base/DatesBeyond2038.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <sys/stat.h>

@@ -1,6 +1,7 @@
 #include "base/Tavsystem/System/MountTable.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace Tavsystem::System
@@ -44,6 +45,51 @@ std::string Decode(std::string_view field)
     return text;
 }
 
+/// File systems for raw flash, whatever their source is called.
+constexpr std::array<std::string_view, 5> FLASH_TYPES = {"ubifs", "jffs2", "yaffs", "yaffs2", "logfs"};
+
+/// Takes the decimal digits off the front of `rest`. @return whether there was one
+bool TakeDigits(std::string_view& rest)
+{
+    const std::size_t before = rest.size();
+    rest.remove_prefix(std::min(rest.find_first_not_of("0123456789"), before));
+    return rest.size() < before;
+}
+
+/// A separator and a volume's name. What begins with a slash is a directory of a host of that name.
+bool IsVolumeName(std::string_view text, std::string_view separators)
+{
+    return text.size() > 1 && separators.find(text[0]) != std::string_view::npos && text[1] != '/';
+}
+
+/// As raw flash is named to mount(): mtd:NAME, mtdN; ubi:NAME, ubiX:NAME, the same with '!', ubiX_Y, ubiX.
+bool IsFlash(std::string_view source)
+{
+    const std::string_view kind = source.substr(0, 3);
+    std::string_view rest = source.substr(kind.size());
+    if (kind == "mtd")
+    {
+        return IsVolumeName(rest, ":") || (TakeDigits(rest) && rest.empty());
+    }
+    if (kind != "ubi")
+    {
+        return false;
+    }
+    const bool hasDevice = TakeDigits(rest);
+    if (hasDevice && rest.starts_with('_'))
+    {
+        rest.remove_prefix(1);
+        return TakeDigits(rest) && rest.empty();
+    }
+    return IsVolumeName(rest, ":!") || (hasDevice && rest.empty());
+}
+
+bool IsStorage(std::string_view source, std::string_view type)
+{
+    return source.starts_with("/dev/") || IsFlash(source) ||
+           std::find(FLASH_TYPES.begin(), FLASH_TYPES.end(), type) != FLASH_TYPES.end();
+}
+
 std::ptrdiff_t Depth(const std::string& path)
 {
     return std::count(path.begin(), path.end(), '/');
@@ -72,7 +118,8 @@ std::vector<std::string> MountPointsToUnmount(std::string_view table)
         const std::string_view source = TakeUntil(line, ' ');
         const std::string_view point = TakeUntil(line, ' ');
         const bool isWhole = !line.empty();
-        if (isWhole && source.starts_with("/dev/") && point != "/")
+        const std::string_view type = TakeUntil(line, ' ');
+        if (isWhole && IsStorage(source, type) && point != "/")
         {
             AddByDepth(points, Decode(point));
         }

@@ -79,6 +79,54 @@ TEST_F(UnmountAllTest, UnmountsTheVolumesOnDevicesButTheRoot)
                 ElementsAre("/mnt/sdcard", "/data"));
 }
 
+TEST_F(UnmountAllTest, UnmountsWhatLiesOnRawFlashByItsSource)
+{
+    EXPECT_THAT(UnmountedFrom("ubi0:rootfs / ubifs rw 0 0\n"
+                              "mtd:log /1 romfs rw 0 0\n"
+                              "mtd12 /2 cramfs rw 0 0\n"
+                              "ubi0:data /3 squashfs rw 0 0\n"
+                              "ubi:my\\040data /4 other rw 0 0\n"
+                              "ubi!data /5 other rw 0 0\n"
+                              "ubi10!data /6 other rw 0 0\n"
+                              "ubi10_12 /7 other rw 0 0\n"
+                              "ubi1 /8 other rw 0 0\n"),
+                ElementsAre("/8", "/7", "/6", "/5", "/4", "/3", "/2", "/1"));
+}
+
+TEST_F(UnmountAllTest, UnmountsWhatLiesOnRawFlashByItsType)
+{
+    EXPECT_THAT(UnmountedFrom("root / jffs2 rw 0 0\n"
+                              "data /1 ubifs rw 0 0\n"
+                              "none /2 jffs2 rw 0 0\n"
+                              "log /3 yaffs rw 0 0\n"
+                              "31:2 /4 yaffs2 rw 0 0\n"
+                              "x /5 logfs rw 0 0\n"),
+                ElementsAre("/5", "/4", "/3", "/2", "/1"));
+}
+
+TEST_F(UnmountAllTest, LeavesWhatOnlyLooksLikeRawFlash)
+{
+    EXPECT_THAT(UnmountedFrom("ubi /1 other rw 0 0\n"
+                              "ubi: /2 other rw 0 0\n"
+                              "ubi0: /3 other rw 0 0\n"
+                              "ubi_1 /4 other rw 0 0\n"
+                              "ubi0_ /5 other rw 0 0\n"
+                              "ubi0_1x /6 other rw 0 0\n"
+                              "ubiquity /7 other rw 0 0\n"
+                              "ubi0:/srv/data /8 nfs rw 0 0\n"
+                              "mtd /9 other rw 0 0\n"
+                              "mtd: /10 other rw 0 0\n"
+                              "mtd0x /11 other rw 0 0\n"
+                              "mtd!log /12 other rw 0 0\n"
+                              "mtd:/srv/log /13 nfs4 rw 0 0\n"
+                              "xmtd0 /14 other rw 0 0\n"
+                              "tmpfs /15 tmpfs rw 0 0\n"
+                              "overlay /16 overlay rw,lowerdir=/ubi0:data 0 0\n"
+                              "server:data /17 ubifs2 rw 0 0\n"
+                              "ub /18 jffs rw 0 0\n"),
+                IsEmpty());
+}
+
 TEST_F(UnmountAllTest, UnmountsTheDeepestFirst)
 {
     EXPECT_THAT(UnmountedFrom("/dev/a /mnt/a/b vfat rw 0 0\n"

@@ -10,6 +10,7 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <exception>
 #include <thread>
 
@@ -46,6 +47,10 @@ constexpr unsigned int DRIVER_ID_REPLY_BYTES = 17;
 constexpr int PRESENCE_TRIES = 5;
 constexpr int SEND_TRIES = 3;
 constexpr std::chrono::milliseconds RETRY_PAUSE{200};
+
+constexpr std::uint64_t LINE_BYTES =
+    4096; // what the terminal keeps; noise beyond it is left to the next command
+constexpr std::uint64_t DROPPED_AT_ONCE = 256;
 
 constexpr LogType UNTAGGED = LogType{3};
 
@@ -92,6 +97,9 @@ struct DriverId::Layout
     static_assert(offsetof(DriverId, mSerial) < offsetof(DriverId, mFileName));
     static_assert(offsetof(DriverId, mFileName) < offsetof(DriverId, mFilePath));
     static_assert(offsetof(DriverId, mFilePath) < offsetof(DriverId, mDirReady));
+    // In the padding before mSerial: that behind the last field may hold fields of a derived class.
+    static_assert(offsetof(DriverId, mLine) == offsetof(DriverId, mPresent) + sizeof(mPresent));
+    static_assert(offsetof(DriverId, mSerial) - offsetof(DriverId, mPresent) <= alignof(decltype(mSerial)));
 #pragma GCC diagnostic pop
 };
 
@@ -144,7 +152,7 @@ bool DriverId::CheckDevicePresence()
         Logger::GetInstance().File() << LogType::Info << "Send ACK command to identify driver id device"
                                      << std::endl;
         Require(SendCmdMsg(ACKNOWLEDGE), "send error");
-        Require(ReadCmdMsg(ACKNOWLEDGE_REPLY_BYTES), "read error");
+        Require(ReadReply(ACKNOWLEDGE_REPLY_BYTES), "read error");
         const bool present = Acknowledged();
         if (!present)
         {
@@ -159,7 +167,7 @@ bool DriverId::StartAnnoying()
     return mPresent && Guarded("Annoying command execution failed: ", [this] {
                // Whether it was sent is not looked at, other than when it is stopped: the reply tells.
                SendCmdMsg(START_ANNOYING);
-               Require(ReadCmdMsg(ACKNOWLEDGE_REPLY_BYTES), "Read error");
+               Require(ReadReply(ACKNOWLEDGE_REPLY_BYTES), "Read error");
                return Acknowledged();
            });
 }
@@ -168,7 +176,7 @@ bool DriverId::StopAnnoying()
 {
     return mPresent && Guarded("Stop annoying failed: ", [this] {
                Require(SendCmdMsg(STOP_ANNOYING), "Send error");
-               Require(ReadCmdMsg(ACKNOWLEDGE_REPLY_BYTES), "Read error");
+               Require(ReadReply(ACKNOWLEDGE_REPLY_BYTES), "Read error");
                return Acknowledged();
            });
 }
@@ -178,7 +186,7 @@ bool DriverId::RequestDriverIdReset()
     return Guarded("Request driver id reset execution failed: ", [this] {
         Logger::GetInstance() << LogType::Info << "Send Driver ID reset" << std::endl;
         Require(SendCmdMsg(RESET_DRIVER_ID), "send error");
-        Require(ReadCmdMsg(ACKNOWLEDGE_REPLY_BYTES), "read error");
+        Require(ReadReply(ACKNOWLEDGE_REPLY_BYTES), "read error");
         return Acknowledged();
     });
 }
@@ -187,7 +195,7 @@ bool DriverId::RequestDriverId(std::string& id)
 {
     return Guarded("Request driver id execution failed: ", [this, &id] {
         Require(SendCmdMsg(REQUEST_DRIVER_ID), "Send error");
-        Require(ReadCmdMsg(DRIVER_ID_REPLY_BYTES), "Read driver key error");
+        Require(ReadReply(DRIVER_ID_REPLY_BYTES), "Read driver key error");
         std::array<unsigned char, SerialProtocol::IDENTIFIER_BYTES> identifier{};
         switch (static_cast<Reply::Result>(ParseRcvMsg(identifier.data())))
         {
@@ -233,6 +241,10 @@ void DriverId::RemoveFile()
 
 bool DriverId::OnSend(TavubufferDynamic& frame)
 {
+    if (mLine != Line::Clean)
+    {
+        DropLateReply();
+    }
     for (int tries = 0; tries < SEND_TRIES; ++tries)
     {
         if (mSerial.Send(frame))
@@ -248,6 +260,34 @@ bool DriverId::OnRead(TavubufferDynamic& buffer)
 {
     mSerial.Read(buffer, 0);
     return buffer.length == buffer.capacity;
+}
+
+bool DriverId::ReadReply(unsigned int bytes)
+{
+    const bool read = ReadCmdMsg(bytes);
+    if (!read)
+    {
+        mLine = Line::Doubtful;
+    }
+    else if (mLine == Line::Doubtful)
+    {
+        mLine = Line::Recovering; // this may have been the late reply, and its own be still to come
+    }
+    return read;
+}
+
+void DriverId::DropLateReply()
+{
+    TavubufferDynamic dropped(DROPPED_AT_ONCE);
+    std::uint64_t total = 0;
+    while (total < LINE_BYTES && mSerial.Read(dropped, 0))
+    {
+        total += dropped.length;
+    }
+    if (mLine == Line::Recovering && total == 0)
+    {
+        mLine = Line::Clean;
+    }
 }
 
 bool DriverId::Acknowledged()

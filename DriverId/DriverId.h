@@ -26,6 +26,11 @@ namespace TavDevice
  * result and by one line in the log (and by the reason that ReadCmdMsg() writes to the console); nothing is
  * thrown.
  *
+ * After a command whose reply could not be read, what the line still holds is dropped before the next one,
+ * so that a reply that came too late is not taken for the next one's. One that comes while the next command
+ * already waits cannot be told from that one's reply; it is taken for it, and the one after that is right
+ * again.
+ *
  * The port is opened by Init() and closed by Dispose() or the destructor. On a closed port commands fail
  * after the 600 ms that OnSend() goes on trying.
  *
@@ -77,7 +82,8 @@ public:
 
     void RemoveFile(); ///< forgets the driver ID
 
-    /// Sends a frame to the reader, by three tries, with 200 ms after each that fails.
+    /// Sends a frame to the reader, by three tries, with 200 ms after each that fails. After a reply that
+    /// could not be read, what the line holds is dropped first: 4096 bytes at most, without waiting.
     bool OnSend(TavubufferDynamic& frame) override;
 
     /// Takes what the port holds, without waiting. @return true when that filled the buffer to its capacity
@@ -86,9 +92,20 @@ public:
 private:
     struct Layout; ///< checks the order of the fields
 
+    /// What may still be on the line before a command.
+    enum class Line : unsigned char
+    {
+        Clean,     ///< nothing
+        Doubtful,  ///< the reply that could not be read
+        Recovering ///< the reply of the last command, where that one took an earlier one's
+    };
+
+    bool ReadReply(unsigned int bytes); ///< ReadCmdMsg(), whose result decides what is thought of the line
+    void DropLateReply();
     bool Acknowledged(); ///< decodes the reply that was received
 
     bool mPresent = false; ///< the reader has been found
+    Line mLine = Line::Clean;
     Tavdevice::SerialPort::Serial mSerial;
     std::string mFileName;
     std::string mFilePath;

@@ -18,6 +18,11 @@ namespace SerialProtocol
  *         const int result = ParseRcvMsg(nullptr);
  *     }
  *
+ * A reply that comes after its ReadCmdMsg() has given up stays on the line and is taken for the reply of the
+ * next command, and that one's for the one after it, and so on: nothing in a frame tells which command it
+ * answers. A derived class whose line keeps input drops it in OnSend(), before the frame, when the last
+ * reading failed (TavDevice::DriverId does).
+ *
  * Failures are told by the result; those of ReadCmdMsg() by one line on the console's log besides. No
  * operation of this class throws, but for the constructor, when there is no memory.
  *

@@ -474,6 +474,134 @@ TEST_F(RequestDriverIdTest, KeepsAStatusThatComesInstead)
     EXPECT_EQ(reader.GetLastStatus(), 0x01) << "the byte before the six";
 }
 
+// Replies that come too late -----------------------------------------------------------------------------
+
+const std::string FIRST_KEY = Frames::Long(0x05, Reversed("first!"));
+const std::string SECOND_KEY = Frames::Long(0x05, Reversed("second"));
+const std::string THIRD_KEY = Frames::Long(0x05, Reversed("third!"));
+constexpr const char* FIRST_ID = "666972737421";
+constexpr const char* SECOND_ID = "7365636F6E64";
+constexpr const char* THIRD_ID = "746869726421";
+
+class LateReplyTest : public RequestDriverIdTest
+{
+protected:
+    /// The ID that is told by a reply which comes 50 ms after the request; UNTOUCHED when that fails.
+    std::string Ask(const std::string& reply)
+    {
+        id = UNTOUCHED;
+        const Kit::Peer peer(line, {{50ms, reply}});
+        reader.RequestDriverId(id);
+        return id;
+    }
+
+    /// No reply within the time.
+    void TimeOut()
+    {
+        EXPECT_FALSE(reader.RequestDriverId(id));
+        ForgetLog();
+        System::ForgetCalls();
+    }
+};
+
+TEST_F(LateReplyTest, ThatHasComeBeforeTheNextCommandIsDropped)
+{
+    TimeOut();
+    line.Send(FIRST_KEY);
+    EXPECT_EQ(Ask(SECOND_KEY), SECOND_ID);
+    EXPECT_EQ(Ask(THIRD_KEY), THIRD_ID);
+    ExpectLines({});
+}
+
+TEST_F(LateReplyTest, ThatComesDuringTheNextCommandIsTakenForItsReplyAndSpoilsNoneAfterThat)
+{
+    TimeOut();
+    EXPECT_EQ(Ask(FIRST_KEY), FIRST_ID) << "nobody can tell that it is an old one";
+    line.Send(SECOND_KEY);
+    EXPECT_EQ(Ask(THIRD_KEY), THIRD_ID);
+    EXPECT_EQ(Ask(FIRST_KEY), FIRST_ID);
+    ExpectLines({});
+}
+
+TEST_F(LateReplyTest, ThatIsFollowedByOthersSpoilsNone)
+{
+    TimeOut();
+    for (int times = 0; times < 3; ++times)
+    {
+        EXPECT_EQ(Ask(FIRST_KEY), FIRST_ID);
+        line.Send(SECOND_KEY);
+    }
+    EXPECT_EQ(Ask(THIRD_KEY), THIRD_ID);
+}
+
+TEST_F(LateReplyTest, ThatComesDuringInitSpoilsNoneAfterThat)
+{
+    TimeOut();
+    {
+        const Kit::Peer peer(line, {{50ms, ACKNOWLEDGE + ACKNOWLEDGE}, {150ms, ACKNOWLEDGE}});
+        EXPECT_TRUE(reader.Init());
+    }
+    EXPECT_EQ(Ask(FIRST_KEY), FIRST_ID);
+}
+
+TEST_F(LateReplyTest, IsDroppedAfterEachKindOfFailedReading)
+{
+    for (const std::string& bad :
+         {WithWrongCrc(FIRST_KEY), ACKNOWLEDGE + FIRST_KEY, "\xAA"s + FIRST_KEY, "\xAA\xEF\x0D"s + FIRST_KEY})
+    {
+        line.Send(bad + FIRST_KEY);
+        EXPECT_FALSE(reader.RequestDriverId(id));
+        EXPECT_EQ(Ask(SECOND_KEY), SECOND_ID);
+    }
+}
+
+TEST_F(LateReplyTest, IsDroppedWithoutAWaitOrAnotherFrame)
+{
+    TimeOut();
+    line.Received();
+    line.Send(FIRST_KEY);
+    const auto before = Passed();
+    EXPECT_EQ(Ask(SECOND_KEY), SECOND_ID);
+    EXPECT_EQ(line.Received(), Frames::Command(3));
+    EXPECT_EQ(Passed() - before, 100ms) << "the look that finds the reply";
+    const Texts calls = Functions();
+    ASSERT_GE(calls.size(), 3U);
+    EXPECT_THAT(Texts(calls.begin(), calls.begin() + 3), ElementsAre("read", "read", "write"));
+}
+
+TEST_F(LateReplyTest, CostsNoCallOnceTheLineIsKnownToBeClean)
+{
+    TimeOut();
+    EXPECT_EQ(Ask(FIRST_KEY), FIRST_ID);
+    EXPECT_EQ(Ask(SECOND_KEY), SECOND_ID) << "before it nothing was found";
+    System::ForgetCalls();
+    EXPECT_EQ(Ask(THIRD_KEY), THIRD_ID);
+    EXPECT_EQ(Functions().front(), "write");
+}
+
+TEST_F(LateReplyTest, OfAnUndisturbedLineIsNotLookedFor)
+{
+    line.Send(FIRST_KEY + SECOND_KEY);
+    EXPECT_TRUE(reader.RequestDriverId(id));
+    EXPECT_EQ(id, FIRST_ID);
+    EXPECT_TRUE(reader.RequestDriverId(id));
+    EXPECT_EQ(id, SECOND_ID) << "nothing was read away";
+    EXPECT_EQ(Functions().front(), "write");
+}
+
+TEST_F(LateReplyTest, OnALineThatIsNeverSilentHoldsNoCommand)
+{
+    TimeOut();
+    line.Send(std::string(4000, '\x55'));
+    // From now on every read finds 64 bytes.
+    System::Fail("read", 0, 1, 100'000, 64);
+    EXPECT_FALSE(reader.RequestDriverId(id));
+    const Texts calls = Functions();
+    const auto written = std::find(calls.begin(), calls.end(), "write");
+    ASSERT_NE(written, calls.end());
+    EXPECT_EQ(written - calls.begin(), 4096 / 64);
+}
+
 // Every call failing in turn -----------------------------------------------------------------------------
 
 /// What failed in one session that uses everything.

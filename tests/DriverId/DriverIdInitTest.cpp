@@ -244,7 +244,7 @@ TEST_F(DriverIdTest, AReaderThatIsNotResetIsThereAllTheSame)
     EXPECT_TRUE(reader.Init());
     EXPECT_EQ(Clock::Elapsed(), 100ms + 3s);
     EXPECT_EQ(Last(FileLines()), "[ERROR]Request driver id reset execution failed: read error");
-    line.Send(ACKNOWLEDGE);
+    const Kit::Peer later(line, {{50ms, ACKNOWLEDGE}});
     EXPECT_TRUE(reader.StartAnnoying());
 }
 

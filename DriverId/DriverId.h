@@ -77,7 +77,8 @@ public:
      */
     bool LoadFromFile(std::string& id);
 
-    /// Stores a driver ID of 12 characters. Any other text, and "000000000000", removes the record instead.
+    /// Stores a driver ID of 12 characters, and waits until it is on the card. Any other text, and
+    /// "000000000000", removes the record instead.
     void SaveToFile(std::string& id);
 
     void RemoveFile(); ///< forgets the driver ID

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <fcntl.h>
 #include <optional>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <unistd.h>
 #include <utility>
@@ -26,13 +27,14 @@ constexpr const char* NO_DRIVER = "000000000000";
 constexpr std::size_t ID_CHARACTERS = 12;
 constexpr std::size_t SHORTEST_PATH = 6;
 constexpr std::size_t READ_BYTES = 4096;
-constexpr std::size_t LONGEST_RECORD = 65536; // what is on the card may be anything
+constexpr std::size_t LONGEST_RECORD = 1024 * 1024; // what is on the card may be anything
 
-/// A file that is open, until the end of the scope.
+/// A regular file that is open, until the end of the scope. Whatever else has its name is left alone: a FIFO
+/// would hold the caller, and a terminal or device do with the bytes what it does.
 class OpenedFile
 {
 public:
-    OpenedFile(const std::string& path, int flags) : fd(open(path.c_str(), flags | O_CLOEXEC, MODE)) {}
+    OpenedFile(const std::string& path, int flags) : fd(OpenRegular(path.c_str(), flags)) {}
 
     OpenedFile(const OpenedFile&) = delete;
     OpenedFile& operator=(const OpenedFile&) = delete;
@@ -48,6 +50,22 @@ public:
 
 private:
     static constexpr mode_t MODE = 0666;
+
+    static int OpenRegular(const char* path, int flags)
+    {
+        struct stat status = {};
+        if (stat(path, &status) == 0 && !S_ISREG(status.st_mode))
+        {
+            return -1;
+        }
+        const int opened = open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, MODE);
+        if (opened >= 0 && (fstat(opened, &status) != 0 || !S_ISREG(status.st_mode)))
+        {
+            close(opened); // another one has taken the name since
+            return -1;
+        }
+        return opened;
+    }
 
     int fd;
 };
@@ -146,7 +164,8 @@ void DriverIdRecord::Save(const std::string& id) const
         return;
     }
     const ssize_t written = write(file.Descriptor(), text->data(), text->size());
-    if (file.Close() && written == static_cast<ssize_t>(text->size()))
+    const bool onCard = written == static_cast<ssize_t>(text->size()) && fdatasync(file.Descriptor()) == 0;
+    if (file.Close() && onCard)
     {
         Logger::GetInstance() << LogType::Info << "Driver Id " << id << " saved to " << path << std::endl;
     }

@@ -6,12 +6,18 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <iterator>
 #include <ostream>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 using testing::Contains;
 using testing::Each;
+using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
 using testing::Not;
@@ -124,12 +130,37 @@ TEST_F(DriverIdFileTest, AFileThatCannotBeOpenedForWritingIsLeftAsItIs)
 
 TEST_F(DriverIdFileTest, ACardWithoutSpaceIsSilent)
 {
-    // Every write to it fails with ENOSPC. By a link: what removes the record must not reach the device.
-    std::filesystem::create_symlink("/dev/full", card.Record());
+    System::Fail("write", ENOSPC);
     Save(ID);
-    EXPECT_THAT(System::CallsOf("open"), Contains(Field(&System::Call::path, RECORD)));
-    EXPECT_TRUE(std::filesystem::is_symlink(card.Record()));
+    EXPECT_EQ(System::FailuresDone(), 1);
+    EXPECT_EQ(card.Content(), "");
     ExpectLines({});
+}
+
+TEST_F(DriverIdFileTest, AnIdIsOnTheCardBeforeItIsSaidToBeSaved)
+{
+    Save(ID);
+    Texts names;
+    for (const System::Call& call : System::Calls())
+    {
+        if (call.path == RECORD)
+        {
+            names.emplace_back(call.function);
+        }
+    }
+    EXPECT_THAT(names, ElementsAre("stat", "open", "fstat", "write", "fdatasync", "close"));
+    ExpectLines({SAVED});
+}
+
+TEST_F(DriverIdFileTest, AnIdThatDoesNotReachTheCardIsNotSaidToBeSaved)
+{
+    System::Fail("fdatasync", EIO);
+    Save(ID);
+    EXPECT_EQ(System::FailuresDone(), 1);
+    EXPECT_EQ(System::CallsOf("close").size(), 1U);
+    ExpectLines({});
+    Save(ID);
+    ExpectLines({SAVED});
 }
 
 // IDs that are not stored --------------------------------------------------------------------------------
@@ -244,7 +275,7 @@ std::string Padded(std::size_t bytes)
     return CONTENT + std::string(bytes - CONTENT.size(), ' ');
 }
 
-constexpr std::size_t LONGEST = 65536;
+constexpr std::size_t LONGEST = 1024 * 1024;
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, NoRecord,
@@ -375,6 +406,112 @@ TEST_F(DriverIdFileTest, ARecordOutlivesTheReader)
     EXPECT_TRUE(another.LoadFromFile(id));
     EXPECT_EQ(id, ID);
 }
+
+// What is no file ----------------------------------------------------------------------------------------
+
+/// A FIFO, terminal, device or socket in the record's place, with the test at its other end where it has one.
+class Node
+{
+public:
+    Node(const std::string& kind, const std::string& path)
+    {
+        if (kind == "Fifo" || kind == "FifoWithAnotherEnd")
+        {
+            EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+            other = kind == "Fifo" ? -1 : open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        }
+        else if (kind == "Terminal")
+        {
+            other = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+            std::array<char, 64> name{};
+            EXPECT_EQ(grantpt(other) + unlockpt(other) + ptsname_r(other, name.data(), name.size()), 0);
+            std::filesystem::create_symlink(name.data(), path);
+        }
+        else if (kind == "Socket")
+        {
+            sockaddr_un address = {AF_UNIX, {}};
+            path.copy(std::begin(address.sun_path), sizeof(address.sun_path) - 1);
+            other = socket(AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+            EXPECT_EQ(bind(other, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        }
+        else if (kind == "Directory")
+        {
+            std::filesystem::create_directory(path);
+        }
+        else
+        {
+            std::filesystem::create_symlink("/dev/" + kind, path);
+        }
+    }
+
+    ~Node() { close(other); }
+
+    Node(const Node&) = delete;
+    Node& operator=(const Node&) = delete;
+
+    bool GotSomething() const
+    {
+        char byte = 0;
+        return other >= 0 && read(other, &byte, 1) > 0;
+    }
+
+private:
+    int other = -1;
+};
+
+class NoFile : public DriverIdFileTest, public testing::WithParamInterface<const char*>
+{
+protected:
+    void ExpectLeftAlone(const Node& node) const
+    {
+        struct stat status = {};
+        EXPECT_EQ(lstat(card.Record().c_str(), &status), 0);
+        EXPECT_FALSE(S_ISREG(status.st_mode));
+        EXPECT_FALSE(node.GotSomething());
+        ExpectLines({});
+    }
+};
+
+TEST_P(NoFile, IsNeitherOpenedNorRead)
+{
+    const Node node(GetParam(), card.Record());
+    System::ForgetCalls();
+    EXPECT_EQ(Load(), UNTOUCHED);
+    EXPECT_THAT(System::CallsOf("open"), IsEmpty());
+    ExpectLeftAlone(node);
+}
+
+TEST_P(NoFile, IsNeitherOpenedNorWritten)
+{
+    const Node node(GetParam(), card.Record());
+    System::ForgetCalls();
+    Save(ID);
+    EXPECT_THAT(System::CallsOf("open"), IsEmpty());
+    ExpectLeftAlone(node);
+}
+
+TEST_P(NoFile, ThatTakesTheNameAtTheLastMomentNeitherHoldsTheCallerNorIsUsed)
+{
+    const Node node(GetParam(), card.Record());
+    System::Fail("stat", ENOENT, 1, 2);
+    EXPECT_EQ(Load(), UNTOUCHED);
+    Save(ID);
+    EXPECT_EQ(System::FailuresDone(), 2);
+    EXPECT_THAT(System::CallsOf("read"), IsEmpty());
+    EXPECT_THAT(System::CallsOf("write"), IsEmpty());
+    for (const System::Call& call : System::CallsOf("open"))
+    {
+        EXPECT_EQ(call.argument & (O_NONBLOCK | O_NOCTTY), O_NONBLOCK | O_NOCTTY);
+    }
+    ExpectLeftAlone(node);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, NoFile,
+                         testing::Values("Fifo", "FifoWithAnotherEnd", "Terminal", "Socket", "Directory",
+                                         "null", "zero", "full"),
+                         [](const testing::TestParamInfo<const char*>& row) {
+                             return std::string(row.param);
+                         });
 
 // Without the directory ----------------------------------------------------------------------------------
 

@@ -683,6 +683,11 @@ STAND_IN int ftruncate(int fd, off_t length) noexcept
         OnDescriptor("ftruncate", fd, length, [&] { return REAL_CALL(ftruncate)(fd, length); }));
 }
 
+STAND_IN int fdatasync(int fd)
+{
+    return static_cast<int>(OnDescriptor("fdatasync", fd, 0, [&] { return REAL_CALL(fdatasync)(fd); }));
+}
+
 STAND_IN int fstat(int fd, struct stat* status) noexcept
 {
     return static_cast<int>(OnDescriptor("fstat", fd, 0, [&] { return syscall(SYS_fstat, fd, status); }));

@@ -2,6 +2,7 @@
 
 #include "base/Tavbase/Json/Json.h"
 #include "base/Tavbase/Tavlog/Logger.h"
+#include "base/Tavbase/Util/StandardStreams.h"
 
 #include <array>
 #include <cstddef>
@@ -58,7 +59,8 @@ private:
         {
             return -1;
         }
-        const int opened = open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, MODE);
+        const int opened =
+            Tavbase::Util::AboveStandardStreams(open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, MODE));
         if (opened >= 0 && (fstat(opened, &status) != 0 || !S_ISREG(status.st_mode)))
         {
             close(opened); // another one has taken the name since

@@ -2,6 +2,7 @@
 
 #include "base/Tavbase/Interfaces/InterruptibleWait.h"
 #include "base/Tavbase/Tavlog/Logger.h"
+#include "base/Tavbase/Util/StandardStreams.h"
 #include "base/Tavsystem/System/UnmountAll.h"
 
 #include <chrono>
@@ -62,7 +63,7 @@ bool GpioCore::Initialize()
     {
         return true;
     }
-    fds[0].fd = open(DEVICE, O_RDWR);
+    fds[0].fd = Tavbase::Util::AboveStandardStreams(open(DEVICE, O_RDWR));
     initialized = fds[0].fd >= 0;
     if (initialized)
     {

@@ -1,5 +1,7 @@
 #include "I2C/I2c.h"
 
+#include "base/Tavbase/Util/StandardStreams.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
@@ -64,7 +66,7 @@ bool I2c::Open()
         SetError(std::string("Invalid device length"), "Open", true, true);
         return false;
     }
-    fd = open(device.c_str(), O_RDWR | O_NONBLOCK | O_SYNC);
+    fd = Tavbase::Util::AboveStandardStreams(open(device.c_str(), O_RDWR | O_NONBLOCK | O_SYNC));
     return fd >= 0 || Fail("Unable to open bus: ", "Open");
 }
 

@@ -6,6 +6,7 @@
 #include "Modem/AtCommands.h"
 #include "base/DatesBeyond2038.h"
 #include "base/Tavbase/IException.h"
+#include "base/Tavbase/Util/StandardStreams.h"
 
 #include <algorithm>
 #include <array>
@@ -118,7 +119,7 @@ namespace AtChannel
 
 int Open(const char* path)
 {
-    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
+    const int fd = Tavbase::Util::AboveStandardStreams(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK));
     if (fd < 0)
     {
         return -1;

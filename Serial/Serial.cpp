@@ -1,6 +1,7 @@
 #include "Serial/Serial.h"
 
 #include "base/Tavbase/Tavlog/Logger.h"
+#include "base/Tavbase/Util/StandardStreams.h"
 
 #include <array>
 #include <cerrno>
@@ -93,7 +94,7 @@ bool Serial::Open()
     ResetError();
     Logger::GetInstance() << LogType::Info << "[SERIAL] Try to open device " << device << std::endl;
 
-    fd = open(device.c_str(), O_RDWR | O_NOCTTY);
+    fd = Tavbase::Util::AboveStandardStreams(open(device.c_str(), O_RDWR | O_NOCTTY));
     if (fd < 0)
     {
         return Fail("[SERIAL] Unable to open serial port", "Open");

@@ -3,6 +3,7 @@
 #include "DriverId/DriverIdRecord.h"
 
 #include "tests/DriverId/DriverIdTest.h"
+#include "tests/kit/ClosedStreams.h"
 
 #include <array>
 #include <cerrno>
@@ -607,6 +608,34 @@ TEST_F(DriverIdLogTest, ARecordThatIsOnlyNamedTouchesNothing)
         const DriverIdRecord record(RECORD);
     }
     EXPECT_FALSE(System::Reached());
+}
+
+// Standard streams that are closed -----------------------------------------------------------------------
+
+KIT_PROGRAM(RecordWithoutStreams)
+{
+    System::Redirect(RECORD, Kit::TempDir::Path() + "/record");
+    const Kit::ClosedStreams closed;
+    const DriverIdRecord record(RECORD);
+    record.Save(ID);
+    std::string id;
+    KIT_REQUIRE(record.Load(id) && id == ID);
+    int looked = 0;
+    for (const System::Call& call : System::Calls())
+    {
+        if (call.path == RECORD && (call.function == "read"s || call.function == "write"s))
+        {
+            KIT_REQUIRE(call.fd > STDERR_FILENO);
+            ++looked;
+        }
+    }
+    KIT_REQUIRE(looked >= 2);
+    return 0;
+}
+
+TEST(RecordDescriptorTest, TheRecordIsNoStandardStreamWhenOneIsClosed)
+{
+    Kit::ClosedStreams::Run("RecordWithoutStreams");
 }
 
 }

@@ -3,8 +3,10 @@
 #include "Gpio/GpioCore.h"
 #include "tests/Gpio/GpioTest.h"
 #include "tests/kit/Child.h"
+#include "tests/kit/ClosedStreams.h"
 #include "tests/kit/Interruptions.h"
 #include "tests/kit/Leaks.h"
+#include "tests/kit/MessageDevice.h"
 #include "tests/kit/TempDir.h"
 
 #include <atomic>
@@ -415,6 +417,30 @@ TEST_F(GpioShutDownTest, WithoutADeviceItUnmountsAndFails)
     EXPECT_THAT(System::CallsOf("umount2"), SizeIs(2));
     EXPECT_THAT(printed.Texts(), ElementsAre("POWER OFF, Bye.\n"));
     EXPECT_THAT(driver.Written(), IsEmpty());
+}
+
+// Standard streams that are closed -----------------------------------------------------------------------
+
+KIT_PROGRAM(GpioWithoutStreams)
+{
+    std::vector<unsigned long> pins;
+    Kit::MessageDevice device(DEVICE, [&](unsigned long pin, void*) {
+        pins.push_back(pin);
+        return 0;
+    });
+    const Kit::ClosedStreams closed;
+    KIT_REQUIRE(GpioCore::Initialize());
+    Kit::ClosedStreams::Print();
+    KIT_REQUIRE(device.Received().empty());
+    KIT_REQUIRE(GpioCore::SetPin(100, 1));
+    KIT_REQUIRE(pins == std::vector<unsigned long>{100});
+    GpioCore::Close();
+    return 0;
+}
+
+TEST(GpioDescriptorTest, NothingThatIsPrintedGetsToTheDriverWhenAStandardStreamIsClosed)
+{
+    Kit::ClosedStreams::Run("GpioWithoutStreams");
 }
 
 }

@@ -6,6 +6,7 @@
 #include "tests/I2C/Bridge.h"
 #include "tests/base/Tavbase/Interfaces/VirtualSlot.h"
 #include "tests/kit/Child.h"
+#include "tests/kit/ClosedStreams.h"
 #include "tests/kit/DeviceTest.h"
 #include "tests/kit/Interruptions.h"
 
@@ -546,6 +547,29 @@ TEST(HidI2CShapeTest, OnlyTheDestructorIsVirtual)
     EXPECT_EQ(Tests::VirtualSlot(&HidI2C::I2C_Write), -1);
     EXPECT_EQ(Tests::VirtualSlot(&HidI2C::I2C_Read), -1);
     EXPECT_EQ(Tests::VirtualSlot(&HidI2C::DoPrint), -1);
+}
+
+// Standard streams that are closed -----------------------------------------------------------------------
+
+KIT_PROGRAM(HidI2CWithoutStreams)
+{
+    Bridge bridge;
+    const Kit::ClosedStreams closed;
+    HidI2C hid;
+    KIT_REQUIRE(hid.Open(BRIDGE));
+    Kit::ClosedStreams::Print();
+    KIT_REQUIRE(bridge.Received().empty());
+    unsigned char data[2] = {1, 2};
+    int count = 0;
+    KIT_REQUIRE(hid.I2C_Write(0x62, FT260_I2C_START_AND_STOP, data, 2, &count));
+    KIT_REQUIRE(bridge.Received().size() == 1);
+    KIT_REQUIRE(hid.Close());
+    return 0;
+}
+
+TEST(HidI2CDescriptorTest, NothingThatIsPrintedGetsToTheBridgeWhenAStandardStreamIsClosed)
+{
+    Kit::ClosedStreams::Run("HidI2CWithoutStreams");
 }
 
 }

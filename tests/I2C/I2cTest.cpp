@@ -5,6 +5,7 @@
 #include "tests/I2C/Adapter.h"
 #include "tests/base/Tavbase/Interfaces/VirtualSlot.h"
 #include "tests/kit/Child.h"
+#include "tests/kit/ClosedStreams.h"
 #include "tests/kit/DeviceTest.h"
 
 #include <memory>
@@ -408,6 +409,26 @@ TEST(I2cShapeTest, IsDestroyedThroughItsErrorRecord)
 {
     const std::unique_ptr<Tavbase::Interfaces::IError> record = std::make_unique<I2c>(1);
     EXPECT_EQ(record->GetClassName(), "I2C");
+}
+
+// Standard streams that are closed -----------------------------------------------------------------------
+
+KIT_PROGRAM(I2cWithoutStreams)
+{
+    Kit::MessageDevice device(ADAPTER, [](unsigned long, void*) { return 0; });
+    const Kit::ClosedStreams closed;
+    I2c bus(1);
+    KIT_REQUIRE(bus.Open());
+    Kit::ClosedStreams::Print();
+    KIT_REQUIRE(device.Received().empty());
+    KIT_REQUIRE(bus.Acquire(0x1C));
+    KIT_REQUIRE(bus.Close());
+    return 0;
+}
+
+TEST(I2cDescriptorTest, NothingThatIsPrintedGetsToTheAdapterWhenAStandardStreamIsClosed)
+{
+    Kit::ClosedStreams::Run("I2cWithoutStreams");
 }
 
 }

@@ -1,11 +1,9 @@
 // Opening an interface, its settings, and exchanges that cannot begin.
 
 #include "tests/Modem/ModemTest.h"
+#include "tests/kit/ClosedStreams.h"
 #include "tests/kit/Program.h"
-#include "virtual-unit/time/Real.h"
 
-#include <atomic>
-#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -21,26 +19,6 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
-
-namespace
-{
-
-std::atomic<int> flagsSet{-1}; ///< by the latest fcntl(F_SETFL)
-
-}
-
-extern "C" __attribute__((visibility("default"))) int fcntl(int fd, int command, ...)
-{
-    va_list arguments;
-    va_start(arguments, command);
-    const long argument = va_arg(arguments, long);
-    va_end(arguments);
-    if (command == F_SETFL)
-    {
-        flagsSet = static_cast<int>(argument);
-    }
-    return REAL_CALL(fcntl)(fd, command, argument);
-}
 
 namespace ModemTests
 {
@@ -190,7 +168,6 @@ INSTANTIATE_TEST_SUITE_P(All, ClearedFlag,
 
 TEST_F(PortTest, AnInterfaceIsOpenedWithoutWaitingAndNotAsATerminalOfTheProcess)
 {
-    flagsSet = -1;
     const int fd = OpenPort(MAIN_PORT);
     ASSERT_GT(fd, 0);
     const auto opens = Kit::System::CallsOf("open");
@@ -198,7 +175,7 @@ TEST_F(PortTest, AnInterfaceIsOpenedWithoutWaitingAndNotAsATerminalOfTheProcess)
     EXPECT_EQ(opens[0].path, MAIN_PORT);
     EXPECT_EQ(opens[0].argument, O_RDWR | O_NOCTTY | O_NONBLOCK);
     EXPECT_EQ(opens[0].result, fd);
-    EXPECT_EQ(flagsSet, O_NONBLOCK);
+    EXPECT_EQ(Kit::System::LastStatusFlags(), O_NONBLOCK);
     EXPECT_EQ(fcntl(fd, F_GETFL) & (O_ACCMODE | O_NONBLOCK), O_RDWR | O_NONBLOCK);
     const auto sets = Kit::System::CallsOf("tcsetattr");
     ASSERT_THAT(sets, SizeIs(1));
@@ -470,6 +447,28 @@ TEST(Module3GRecords, HaveTheirFieldsInOrder)
     EXPECT_EQ(wanted.code, 26201);
     EXPECT_EQ(wanted.spare, 7);
     EXPECT_TRUE(wanted.selected);
+}
+
+// Standard streams that are closed -----------------------------------------------------------------------
+
+KIT_PROGRAM(ModemWithoutStreams)
+{
+    Kit::Terminal line(MAIN_PORT);
+    const Kit::ClosedStreams closed;
+    const int fd = OpenPort(MAIN_PORT);
+    KIT_REQUIRE(fd > STDERR_FILENO);
+    KIT_REQUIRE((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0);
+    Kit::ClosedStreams::Print();
+    KIT_REQUIRE(line.Received().empty());
+    KIT_REQUIRE(write(fd, COMMAND, 8) == 8);
+    KIT_REQUIRE(line.Received() == COMMAND);
+    close(fd);
+    return 0;
+}
+
+TEST(PortDescriptorTest, NothingThatIsPrintedGoesOutOnTheLineWhenAStandardStreamIsClosed)
+{
+    Kit::ClosedStreams::Run("ModemWithoutStreams");
 }
 
 }

@@ -1,6 +1,7 @@
 // A port's life: opening, closing, copying, its error record and the shape of the class.
 
 #include "tests/Serial/SerialTest.h"
+#include "tests/kit/ClosedStreams.h"
 
 #include "tests/kit/Child.h"
 #include "tests/kit/TempDir.h"
@@ -506,6 +507,28 @@ TEST_F(SerialTest, DestroyingThroughTheErrorRecordClosesThePort)
     std::unique_ptr<Tavbase::Interfaces::IError> record = std::move(other);
     record.reset();
     EXPECT_FALSE(IsOpen(fd));
+}
+
+// Standard streams that are closed -----------------------------------------------------------------------
+
+KIT_PROGRAM(SerialWithoutStreams)
+{
+    Kit::Terminal line("/dev/ttymxc0");
+    const Kit::ClosedStreams closed;
+    Serial port("/dev/ttymxc0", B9600);
+    KIT_REQUIRE(port.Open());
+    Kit::ClosedStreams::Print();
+    KIT_REQUIRE(line.Received().empty());
+    std::string text = "sent";
+    KIT_REQUIRE(port.Send(reinterpret_cast<unsigned char*>(text.data()), 4));
+    KIT_REQUIRE(line.Received() == "sent");
+    KIT_REQUIRE(port.Close());
+    return 0;
+}
+
+TEST(SerialDescriptorTest, NothingThatIsPrintedGoesOutOnTheLineWhenAStandardStreamIsClosed)
+{
+    Kit::ClosedStreams::Run("SerialWithoutStreams");
 }
 
 }

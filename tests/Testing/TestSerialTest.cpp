@@ -2,6 +2,7 @@
 
 #include "Testing/TestSerial.h"
 #include "tests/kit/Child.h"
+#include "tests/kit/ClosedStreams.h"
 #include "tests/kit/MessageDevice.h"
 #include "tests/kit/System.h"
 
@@ -245,6 +246,25 @@ TEST(TavBenchTest, TheProgramWithoutASourceOfItsOwnRunsTheLibrarysMain)
     });
     EXPECT_EQ(result.exitStatus, 0);
     EXPECT_EQ(result.output, "Open: No such file or directory\nBye Bye\n");
+}
+
+// Standard streams that are closed -----------------------------------------------------------------------
+
+KIT_PROGRAM(BenchWithoutStreams)
+{
+    for (const int answer : {0, -EINVAL})
+    {
+        Kit::MessageDevice uart(UART, [answer](unsigned long, void*) { return answer; });
+        const Kit::ClosedStreams closed;
+        KIT_REQUIRE(TestSerial() == 0);
+        KIT_REQUIRE(uart.Received().empty());
+    }
+    return 0;
+}
+
+TEST(BenchDescriptorTest, NothingThatIsPrintedGoesOutOnTheLineWhenAStandardStreamIsClosed)
+{
+    Kit::ClosedStreams::Run("BenchWithoutStreams");
 }
 
 }

@@ -100,6 +100,7 @@ std::array<PathText, MOST_DESCRIPTORS> descriptorPaths{}; // empty: not one of t
 struct termios lastSettings = {};
 struct termios reportedSettings = {};
 bool settingsReported = false;
+int lastStatusFlags = -1;
 int failures = 0;
 bool unmountsAnswered = false;
 std::atomic<bool> reached{false};
@@ -442,6 +443,12 @@ struct termios System::LastSettings()
     return lastSettings;
 }
 
+int System::LastStatusFlags()
+{
+    const Spin lock;
+    return lastStatusFlags;
+}
+
 void System::ReportSettings(const struct termios& settings)
 {
     const Spin lock;
@@ -485,6 +492,7 @@ void System::Reset()
     unmountsAnswered = false;
     reached = false;
     lastSettings = {};
+    lastStatusFlags = -1;
     settingsReported = false;
 }
 
@@ -645,6 +653,54 @@ STAND_IN int close(int fd)
         SetDescriptor(fd, "");
     }
     return result;
+}
+
+namespace
+{
+
+int FcntlWith(int fd, int command, long argument)
+{
+    if (command == F_SETFL && IsKitDescriptor(fd))
+    {
+        const Spin lock;
+        lastStatusFlags = static_cast<int>(argument);
+    }
+    if (command != F_DUPFD && command != F_DUPFD_CLOEXEC)
+    {
+        return REAL_CALL(fcntl)(fd, command, argument);
+    }
+    const auto copy = static_cast<int>(
+        OnDescriptor("fcntl", fd, command, [&] { return REAL_CALL(fcntl)(fd, command, argument); }));
+    if (copy >= 0 && IsKitDescriptor(fd))
+    {
+        PathText path{};
+        {
+            const Spin lock;
+            path = descriptorPaths[static_cast<std::size_t>(fd)];
+        }
+        SetDescriptor(copy, path.data());
+    }
+    return copy;
+}
+
+}
+
+STAND_IN int fcntl(int fd, int command, ...)
+{
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    return FcntlWith(fd, command, argument);
+}
+
+STAND_IN int fcntl64(int fd, int command, ...)
+{
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    return FcntlWith(fd, command, argument);
 }
 
 STAND_IN ssize_t read(int fd, void* bytes, size_t count)

@@ -27,7 +27,8 @@ public:
         const char* function; ///< as in C: "open", "tcsetattr"
         std::string path;     ///< what was asked for; for a descriptor what it was opened by
         int fd;               ///< -1 when the call has none
-        long argument; ///< open: flags; tcflush: queue; usleep, nanosleep, select: microseconds; write: bytes
+        long argument; ///< open: flags; fcntl (duplications only): the command; tcflush: queue; usleep,
+                       ///< nanosleep, select: microseconds; write: bytes
         long result;
         int error; ///< errno when the result is -1
     };
@@ -53,6 +54,9 @@ public:
 
     /// The settings that the last tcsetattr() asked for (a pseudo terminal does not keep all of them).
     static struct termios LastSettings();
+
+    /// What the last fcntl(F_SETFL) asked for; -1 when there was none since the last Reset().
+    static int LastStatusFlags();
 
     /// What tcgetattr() reports from now on, until the next tcsetattr(): for a line whose present settings a
     /// pseudo terminal could not have.

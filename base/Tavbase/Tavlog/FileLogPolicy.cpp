@@ -2,6 +2,7 @@
 
 #include "base/DatesBeyond2038.h"
 #include "base/Tavbase/Tavlog/WriteAll.h"
+#include "base/Tavbase/Util/StandardStreams.h"
 
 #include <cstdio>
 #include <fcntl.h>
@@ -53,14 +54,8 @@ bool FileLogPolicy::Open()
     {
         return false;
     }
-    descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-    if (descriptor >= 0 && descriptor <= STDERR_FILENO)
-    {
-        // Standard output is closed: what is printed to it must not end up in the file.
-        const int low = descriptor;
-        descriptor = fcntl(low, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        close(low);
-    }
+    descriptor = Util::AboveStandardStreams(
+        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), STDIN_FILENO);
     return descriptor >= 0;
 }
 

@@ -1,5 +1,7 @@
 #include "base/Tavsystem/SysUtil/ExecSystemCmdThroughPipe.h"
 
+#include "base/Tavbase/Util/StandardStreams.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -35,18 +37,10 @@ public:
         }
     }
 
-    /**
-     * Takes `opened` over, under a number above the standard ones: where the application has closed one
-     * of those, a new descriptor gets its number, and prints of other threads would go into the pipe.
-     */
+    /// Takes `opened` over, under a number above all standard ones: the command's own are made from it.
     bool Take(int opened)
     {
-        fd = opened;
-        if (opened <= STDERR_FILENO)
-        {
-            fd = fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-            close(opened);
-        }
+        fd = Tavbase::Util::AboveStandardStreams(opened, STDIN_FILENO);
         return fd >= 0;
     }
 

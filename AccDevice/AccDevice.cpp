@@ -123,14 +123,20 @@ int AccDevice::RunBefore()
 void AccDevice::Run()
 {
     // A failed read has every bit set, and so asks for the samples too.
-    if ((bus.ReadByte(INT_SOURCE) & SOURCE_FIFO) != 0)
+    const int source = bus.ReadByte(INT_SOURCE);
+    if ((source & SOURCE_FIFO) != 0)
     {
-        if (bus.ReadBytes(OUT_X_MSB, samples))
+        const bool fetched = bus.ReadBytes(OUT_X_MSB, samples);
+        if (fetched)
         {
             DoCallback(&samples);
         }
         bus.ReadByte(F_STATUS);
-        return;
+        if (fetched || source >= 0)
+        {
+            return;
+        }
+        // A bus that refuses at once must not take the whole processor.
     }
     std::this_thread::sleep_for(POLL_INTERVAL);
 }

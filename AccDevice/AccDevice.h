@@ -76,7 +76,7 @@ public:
     /// Opens the adapter again and resets the FIFO. @return 1; 0, and so the end of the thread, when that
     /// fails, which is told on standard output
     int RunBefore() override;
-    void Run() override;      ///< one poll: a batch is handed on, or 20 ms go by
+    void Run() override;      ///< one poll: a batch is handed on, or 20 ms go by, with a dead bus too
     void RunAfter() override; ///< releases the samples' storage, closes the adapter
 
     // Register operations on the chip that `bus` has acquired. Each returns whether the chip took the write;

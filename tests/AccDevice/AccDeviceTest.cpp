@@ -346,10 +346,31 @@ TEST_P(AccErrors, AFailedBatchIsNotHandedOnAndTheStatusIsRead)
     accelerometer.Run();
     EXPECT_THAT(chip.Transfers(), ElementsAreArray(BATCH_STEP));
     EXPECT_EQ(receiver.Count(), 0u);
+    EXPECT_THAT(Kit::System::Sleeps(), IsEmpty());
     EXPECT_FALSE(accelerometer.HasError());
     chip.FailOn(OUT_X_MSB, 0);
     accelerometer.Run();
     EXPECT_EQ(receiver.Count(), 1u) << "the next one is";
+    accelerometer.RunAfter();
+}
+
+TEST_P(AccErrors, ABusThatRefusesEverythingIsAskedEveryTwentyMilliseconds)
+{
+    ASSERT_NO_FATAL_FAILURE(Begin());
+    for (const unsigned char reg : {INT_SOURCE, OUT_X_MSB})
+    {
+        chip.FailOn(reg, GetParam());
+    }
+    for (int step = 0; step < 3; ++step)
+    {
+        ForgetAll();
+        const auto before = Clock::Elapsed();
+        accelerometer.Run();
+        EXPECT_THAT(chip.Transfers(), ElementsAreArray(BATCH_STEP));
+        EXPECT_EQ(Clock::Elapsed() - before, 20ms);
+        EXPECT_THAT(Kit::System::Sleeps(), ElementsAre(20ms));
+    }
+    EXPECT_EQ(receiver.Count(), 0u);
     accelerometer.RunAfter();
 }
 

@@ -255,7 +255,7 @@ TEST_F(AccThreadTest, ABusThatFailsForAWhileIsSurvived)
     {
         Kit::System::Fail("ioctl", error, 1, 7);
     }
-    Pass(100ms);
+    Pass(300ms); // three of them in each step of 20 ms
     EXPECT_EQ(Kit::System::FailuresDone(), 35);
     const std::size_t before = receiver.Count();
     chip.Fill();

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <ctime> // for applications that have relied on it
 #include <list>
 #include <mutex>
 #include <poll.h>

@@ -5,12 +5,18 @@
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <linux/openat2.h>
 #include <optional>
 #include <string_view>
+#include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace VirtualUnit
 {
@@ -84,6 +90,73 @@ Answer CardCalls::Find(const HeldCall& held, const UnitPath& path, const UnitPat
     default:
         return FindForPath(held, path.IsOnCard() ? path : otherPath);
     }
+}
+
+Answer CardCalls::Unmount(const HeldCall& held)
+{
+    if (!mounted)
+    {
+        return Answer::Error(EINVAL);
+    }
+    const bool detaches = (held.OwnArgumentOr(0) & MNT_DETACH) != 0;
+    if (const std::optional<std::string> used = FindInUse(held); used && !detaches)
+    {
+        reportLine(std::string(UnitPath::CARD) + " stays mounted: the program uses " + *used);
+        return Answer::Error(EBUSY);
+    }
+    mounted = false;
+    reportLine(std::string(UnitPath::CARD) + " is unmounted");
+    return Answer::Success();
+}
+
+/// What the calling program has open on the card, or its working directory there: as a path of the unit.
+std::optional<std::string> CardCalls::FindInUse(const HeldCall& held) const
+{
+    namespace fs = std::filesystem;
+    const fs::path process = "/proc/" + std::to_string(held.Thread());
+    std::vector<fs::path> links = {process / "cwd"};
+    std::error_code error;
+    for (fs::directory_iterator entry(process / "fd", error), end; !error && entry != end;
+         entry.increment(error))
+    {
+        links.push_back(entry->path());
+    }
+    for (const fs::path& link : links)
+    {
+        const fs::path target = fs::read_symlink(link, error);
+        if (const std::optional<std::string> below = card.Find(target))
+        {
+            return fs::path(UnitPath::CARD) / *below;
+        }
+    }
+    return std::nullopt;
+}
+
+Answer CardCalls::OpenMountTable(const HeldCall& held) const
+{
+    open_how how = {held.OwnArgument(), 0, 0};
+    if (const int error = held.Kind() == Kind::OpenHow ? held.ReadOpenHow(how) : 0; error != 0)
+    {
+        return Answer::Error(error);
+    }
+    if ((how.flags & O_ACCMODE) != O_RDONLY)
+    {
+        return Answer::Error(EACCES);
+    }
+    std::string table = "/dev/root / ext4 rw,relatime 0 0\n";
+    if (mounted)
+    {
+        table += std::string("/dev/mmcblk3p1 ") + UnitPath::CARD + " vfat rw,relatime 0 0\n";
+    }
+    const Descriptor content(memfd_create("mounts", MFD_CLOEXEC));
+    if (content.Get() < 0 ||
+        write(content.Get(), table.data(), table.size()) != static_cast<ssize_t>(table.size()))
+    {
+        return Answer::Error(errno);
+    }
+    const std::string name = "/proc/self/fd/" + std::to_string(content.Get());
+    const int opened = open(name.c_str(), O_RDONLY | O_CLOEXEC); // from its beginning
+    return opened < 0 ? Answer::Error(errno) : Answer::Opened(opened, (how.flags & O_CLOEXEC) != 0);
 }
 
 Answer CardCalls::FindForPath(const HeldCall& held, const UnitPath& path)

@@ -8,12 +8,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace VirtualUnit
 {
 
-/// Answers the system calls that name a path on the storage card.
+/// Answers the system calls that name a path on the storage card, and those that mount tables are about.
 class CardCalls
 {
 public:
@@ -24,7 +25,14 @@ public:
     /// @param otherPath empty for a call that names one path only
     Answer Find(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
 
+    /// Takes the card out of the mount table, unless the calling program uses it (EBUSY). Its files can still
+    /// be reached: other processes of the run may not have ended.
+    Answer Unmount(const HeldCall& held);
+
+    Answer OpenMountTable(const HeldCall& held) const; ///< the unit's, as it is now; for reading only
+
 private:
+    std::optional<std::string> FindInUse(const HeldCall& held) const;
     Answer FindForPath(const HeldCall& held, const UnitPath& path);
     Answer FindBeyond(const HeldCall& held, const UnitPath& path);
     Answer Open(const HeldCall& held, const std::string& path, std::uint64_t flags, std::uint64_t mode);
@@ -35,6 +43,7 @@ private:
 
     const StorageCard& card;
     std::function<void(const std::string& line)> reportLine;
+    bool mounted = true;
 };
 
 }

@@ -119,8 +119,7 @@ Answer Responder::Find()
     }
     if (call->kind == Kind::Forbidden)
     {
-        ReportOnce(std::string(call->name) + " is refused: it would touch this machine's mounts or power");
-        return Answer::Error(EPERM);
+        return Forbid(call->name);
     }
 
     const HeldCall held(*request, *call);
@@ -134,12 +133,32 @@ Answer Responder::Find()
     const int otherError = held.ReadPath(held.OtherPath(), otherPath);
     const UnitPath absolute = Absolute(held, held.Path(), path);
     const UnitPath otherAbsolute = Absolute(held, held.OtherPath(), otherPath);
+    const bool unmounts = call->kind == Kind::Unmount; // it never goes on to the kernel
     if (error != 0 || otherError != 0)
     {
         return RefuseUnreadable(held, error != 0 ? error : otherError,
-                                BelongsToUnit(absolute) || BelongsToUnit(otherAbsolute));
+                                unmounts || BelongsToUnit(absolute) || BelongsToUnit(otherAbsolute));
+    }
+    if (unmounts)
+    {
+        return FindForUnmount(held, absolute);
     }
     return FindForPaths(held, absolute, otherAbsolute);
+}
+
+Answer Responder::Forbid(const char* name)
+{
+    ReportOnce(std::string(name) + " is refused: it would touch this machine's mounts or power");
+    return Answer::Error(EPERM);
+}
+
+Answer Responder::FindForUnmount(const HeldCall& held, const UnitPath& path)
+{
+    if (!path.IsCard())
+    {
+        return Forbid(held.Name());
+    }
+    return StillWaits() ? cardCalls.Unmount(held) : Answer::None();
 }
 
 bool Responder::BelongsToUnit(const UnitPath& path) const
@@ -166,6 +185,10 @@ Answer Responder::RefuseUnreadable(const HeldCall& held, int error, bool ofUnit)
 
 Answer Responder::FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath)
 {
+    if (path.IsMountTable() && (held.Kind() == Kind::Open || held.Kind() == Kind::OpenHow))
+    {
+        return cardCalls.OpenMountTable(held);
+    }
     const bool onCard = IsOfCard(path) || IsOfCard(otherPath);
     const UnitPath& devicePath = table.BelongsToUnit(path.Text()) ? path : otherPath;
     if (!onCard && !table.BelongsToUnit(devicePath.Text()))

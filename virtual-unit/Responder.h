@@ -23,7 +23,8 @@ namespace VirtualUnit
 
 /**
  * Answers the system calls that the filter holds up: those on the unit's paths from the device table or the
- * storage card, the forbidden ones with EPERM; all others go on to the kernel.
+ * storage card, those that read the mount table with the unit's, the forbidden ones with EPERM; all others go
+ * on to the kernel.
  *
  * It sees a path as it is written, made absolute, with "." and ".." and doubled slashes taken out; symbolic
  * links are not followed. It keeps a program from reaching this machine's devices by accident, not by intent.
@@ -64,6 +65,8 @@ private:
     Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     Answer FindForDevice(const HeldCall& held, const std::string& path);
     Answer FindForIoctl(const HeldCall& held);
+    Answer FindForUnmount(const HeldCall& held, const UnitPath& path);
+    Answer Forbid(const char* name);
     Answer RefuseUnreadable(const HeldCall& held, int error, bool ofUnit);
     void Send(const Answer& answer);
     void ReportOnce(const std::string& line);

@@ -103,8 +103,8 @@ constexpr InterceptedCall CALLS[] = {
     {"acct", Kind::Other, {NONE, 0}},
     {"uselib", Kind::Other, {NONE, 0}},
     {"ioctl", Kind::Ioctl, {}, 0},
-    {"umount", Kind::Forbidden},
-    {"umount2", Kind::Forbidden},
+    {"umount", Kind::Unmount, {NONE, 0}},
+    {"umount2", Kind::Unmount, {NONE, 0}, 1},
     {"reboot", Kind::Forbidden},
 };
 

@@ -34,6 +34,7 @@ struct InterceptedCall
         Execute,
         Ioctl,    ///< `argument`: the descriptor; the request and its argument follow
         Socket,   ///< the path stands in a socket's address, whose size follows
+        Unmount,  ///< `argument`: the flags, if it has any
         Other,    ///< does something else with the file that the path names
         Forbidden ///< never carried out, whatever its arguments
     };

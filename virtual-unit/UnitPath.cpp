@@ -42,6 +42,16 @@ bool UnitPath::IsOnCard() const
     return OnCard(text);
 }
 
+bool UnitPath::IsCard() const
+{
+    return IsOnCard() && BelowCard().empty();
+}
+
+bool UnitPath::IsMountTable() const
+{
+    return text == "/proc/self/mounts" || text == "/proc/mounts";
+}
+
 std::string UnitPath::BelowCard() const
 {
     const std::size_t begin = text.find_first_not_of('/', ROOT.size());

@@ -30,6 +30,9 @@ public:
     bool StartsFrom(Start point) const { return start == point; }
 
     bool IsOnCard() const;
+    bool IsCard() const; ///< where it is mounted, itself
+
+    bool IsMountTable() const; ///< the list of what is mounted, under one of its usual names
 
     /// It goes through the card and leaves it by "..", so that this machine's kernel cannot find the way.
     bool LeavesCard() const { return leavesCard; }

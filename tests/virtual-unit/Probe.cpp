@@ -18,6 +18,7 @@
 #include <string_view>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -396,6 +397,45 @@ int CardRefusals(const Arguments&)
     return 0;
 }
 
+/// The mount table, and the end of the card's mount.
+int CardUnmount(const Arguments&)
+{
+    const std::intptr_t nowhere = 8;
+    const auto printTable = [] {
+        std::array<char, 256> text = {};
+        const int table = open("/proc/self/mounts", O_RDONLY | O_CLOEXEC);
+        std::printf("%zd bytes, close on exec %d\n%s", read(table, text.data(), text.size() - 1),
+                    fcntl(table, F_GETFD) & FD_CLOEXEC, text.data());
+        close(table);
+    };
+    open_how how = {O_RDONLY, 0, 0};
+    const int file = open("/mnt/sdcard/file", O_RDWR | O_CREAT, 0644);
+    const int other = dup(file);
+    printTable();
+    Print("openat2 of the table", syscall(SYS_openat2, AT_FDCWD, "/proc/mounts", &how, sizeof(how)));
+    Print("open of the table to write", open("/proc/self/mounts", O_RDWR));
+    Print("umount2 of the root", syscall(SYS_umount2, "/", 0));
+    Print("umount2 below the card", syscall(SYS_umount2, "/mnt/sdcard/file", 0));
+    Print("umount2 of nowhere", syscall(SYS_umount2, nowhere, 0));
+    Print("umount2 with an open file", syscall(SYS_umount2, CARD, 0));
+    close(file);
+    unlink("/mnt/sdcard/file");
+    Print("umount2 with a removed file that is open", syscall(SYS_umount2, CARD, 0));
+    close(other);
+    printTable();
+    Print("umount2", syscall(SYS_umount2, "/mnt/./sdcard/", 0));
+    printTable();
+    Print("umount2 again", syscall(SYS_umount2, CARD, 0));
+    return 0;
+}
+
+int CardDetach(const Arguments&)
+{
+    open("/mnt/sdcard/file", O_RDWR | O_CREAT, 0644);
+    Print("umount2", syscall(SYS_umount2, CARD, MNT_DETACH));
+    return 0;
+}
+
 /// Calls relative to a directory of the card.
 int CardRelative(const Arguments&)
 {
@@ -494,6 +534,8 @@ int main(int argc, char** argv)
         {"card", Card},
         {"card-refusals", CardRefusals},
         {"card-relative", CardRelative},
+        {"card-unmount", CardUnmount},
+        {"card-detach", CardDetach},
         {"card-interrupted", CardInterrupted}};
     const Arguments arguments(argv + 1, argv + argc);
     return probes.at(arguments.at(0))(Arguments(arguments.begin() + 1, arguments.end()));

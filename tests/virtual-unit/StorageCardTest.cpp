@@ -411,6 +411,47 @@ TEST_F(StorageCardTest, ThePrivateDirectoryIsGoneHoweverTheRunEnds)
     EXPECT_THAT(NamesIn(temporary), IsEmpty());
 }
 
+TEST_F(StorageCardTest, TheCardIsUnmountedWhenTheProgramUsesItNoMore)
+{
+    const std::string root = "/dev/root / ext4 rw,relatime 0 0\n";
+    const std::string both = root + "/dev/mmcblk3p1 /mnt/sdcard vfat rw,relatime 0 0\n";
+    const Outcome outcome = Probe({"card-unmount"}, {"--sdcard", card});
+    EXPECT_EQ(outcome.output, "81 bytes, close on exec 1\n" + both +
+                                  "openat2 of the table ok\n"
+                                  "open of the table to write EACCES\n"
+                                  "umount2 of the root EPERM\n"
+                                  "umount2 below the card EPERM\n"
+                                  "umount2 of nowhere EFAULT\n"
+                                  "umount2 with an open file EBUSY\n"
+                                  "umount2 with a removed file that is open EBUSY\n"
+                                  "81 bytes, close on exec 1\n" +
+                                  both +
+                                  "umount2 ok\n"
+                                  "33 bytes, close on exec 1\n" +
+                                  root + "umount2 again EINVAL\n");
+    EXPECT_THAT(
+        Lines(outcome.errors),
+        ElementsAre("virtual-unit: umount2 is refused: it would touch this machine's mounts or power",
+                    "virtual-unit: /mnt/sdcard stays mounted: the program uses /mnt/sdcard/file",
+                    "virtual-unit: /mnt/sdcard stays mounted: the program uses /mnt/sdcard/file (deleted)",
+                    "virtual-unit: /mnt/sdcard is unmounted"));
+    EXPECT_EQ(outcome.status, 0);
+}
+
+TEST_F(StorageCardTest, TheCardIsDetachedEvenWhileItIsUsed)
+{
+    EXPECT_EQ(Probe({"card-detach"}).output, "umount2 ok\n");
+}
+
+TEST_F(StorageCardTest, TheMountTableIsTheUnitsForEveryProgram)
+{
+    const Outcome outcome = Shell("cat /proc/self/mounts; cat </proc/mounts");
+    EXPECT_EQ(outcome.output, "/dev/root / ext4 rw,relatime 0 0\n"
+                              "/dev/mmcblk3p1 /mnt/sdcard vfat rw,relatime 0 0\n"
+                              "/dev/root / ext4 rw,relatime 0 0\n"
+                              "/dev/mmcblk3p1 /mnt/sdcard vfat rw,relatime 0 0\n");
+}
+
 TEST_F(StorageCardTest, ItWorksWithoutPrivileges)
 {
     fs::permissions(Kit::TempDir::Path(), fs::perms(0755)); // "nobody" has to get through it

@@ -44,8 +44,18 @@ public:
      */
     static bool SetPin(unsigned int pin, unsigned int value);
 
-    /// Switches the unit off: unmounts all volumes, says so on standard output, cuts the power. It returns
-    /// when the power is still there. @return as SetPin()
+    /**
+     * Switches the unit off: unmounts all volumes (Tavsystem::System::UnmountAll()), writes "POWER OFF, Bye."
+     * to standard output, cuts the power.
+     *
+     * The application first closes its files on the volumes, that of the log too (Logger::CloseFile()). A
+     * volume with an open file cannot be unmounted: the log's console tells it, and the power goes while it
+     * is mounted. What was written is on it then, but it is not marked as unmounted in order: it is checked
+     * at the next start, and a file system without a journal, such as that of the storage card, may be
+     * damaged where something is still writing.
+     *
+     * @return as SetPin(); it returns when the power is still there
+     */
     static bool ShutDown();
 
     /// Pulses the power line for 100 ms, so that the power controller cuts the supply unless the ignition is

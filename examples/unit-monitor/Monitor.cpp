@@ -94,7 +94,9 @@ bool Monitor::End()
     output.Close();
     if (powerOff)
     {
-        Tavbase::Tavlog::Logger::GetInstance().Flush();
+        auto& log = Tavbase::Tavlog::Logger::GetInstance();
+        log.CloseFile();         // with a file open on it a volume cannot be unmounted
+        log.EnableConsole(true); // the panel is gone: this is where such a volume is told
         Tavdevice::Gpio::GpioCore::ShutDown();
     }
     return held.empty();

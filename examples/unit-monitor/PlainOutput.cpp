@@ -66,6 +66,7 @@ void PlainOutput::Close()
 {
     const std::scoped_lock lock(access);
     closed = true;
+    file.reset();
 }
 
 std::deque<std::string> PlainOutput::Latest() const

@@ -27,7 +27,7 @@ public:
 
     void Tell(const std::string& tag, const std::string& text);
 
-    void Close(); ///< what is told from now on is dropped
+    void Close(); ///< closes the file; what is told from now on is dropped
 
     std::deque<std::string> Latest() const; ///< at most LATEST_LINES, latest last
 

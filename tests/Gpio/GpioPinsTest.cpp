@@ -408,6 +408,9 @@ TEST_F(GpioShutDownTest, AVolumeThatStaysMountedAndADriverThatRefusesDoNotStopIt
     EXPECT_TRUE(GpioCore::ShutDown());
     EXPECT_THAT(driver.Written(), ElementsAre(Pin(105, 0)));
     EXPECT_THAT(printed.Texts(), ElementsAre("POWER OFF, Bye.\n"));
+    EXPECT_THAT(log.ConsoleOnly(),
+                ElementsAre("[ERROR]Unable to unmount /mnt/sdcard: Device or resource busy",
+                            "[ERROR]Unable to unmount /data: Device or resource busy"));
 }
 
 TEST_F(GpioShutDownTest, WithoutADeviceItUnmountsAndFails)

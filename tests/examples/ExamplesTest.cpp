@@ -5,6 +5,7 @@
 #include "tests/virtual-unit/VirtualUnitTest.h"
 
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -15,6 +16,7 @@ namespace
 
 using testing::AllOf;
 using testing::HasSubstr;
+using testing::Not;
 using testing::StartsWith;
 
 class ExamplesTest : public VirtualUnitTest
@@ -99,6 +101,18 @@ TEST_F(ExamplesTest, TheMonitorEndsWhereNothingIsThere)
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     EXPECT_THAT(outcome.output, AllOf(HasSubstr("modem: not on the bus\n"),
                                       HasSubstr("acc: no accelerometer\n"), HasSubstr("end: stopped\n")));
+}
+
+TEST_F(ExamplesTest, TheMonitorLeavesTheCardBeforeThePowerGoes)
+{
+    const std::string script = Kit::TempDir::Path() + "/examples-power-off";
+    std::ofstream(script) << "1.13 ignition on\n3.57 power off\n";
+    const Outcome outcome =
+        Run("unit-monitor", {"--script", script},
+            {"--seconds", "60", "--log", "/mnt/sdcard/monitor.log", "--lines", "/mnt/sdcard/lines"});
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+    EXPECT_THAT(outcome.output, AllOf(HasSubstr("POWER OFF, Bye.\n"), Not(HasSubstr("Unable to unmount"))));
+    EXPECT_THAT(outcome.errors, HasSubstr("virtual-unit: /mnt/sdcard is unmounted\n"));
 }
 
 TEST_F(ExamplesTest, TheMonitorRefusesAWrongCommandLine)

@@ -1,4 +1,8 @@
 #include "base/Tavsystem/System/UnmountAll.h"
+
+#include "base/Tavbase/Tavlog/Logger.h"
+#include "tests/kit/LogCapture.h"
+#include "tests/kit/Output.h"
 #include "tests/kit/System.h"
 #include "tests/kit/TempDir.h"
 
@@ -21,6 +25,14 @@ namespace
 /// For each sync() how many volumes were unmounted before it. Nothing of this machine is written out.
 std::vector<std::size_t> syncs; // NOLINT(cert-err58-cpp)
 
+/// What the mount table says after the last sync(); empty: what it said before.
+std::string laterTable; // NOLINT(cert-err58-cpp)
+
+void WriteTable(const std::string& table)
+{
+    std::ofstream(Kit::TempDir::Path() + "/mounts") << table;
+}
+
 class UnmountAllTest : public testing::Test
 {
 protected:
@@ -30,13 +42,14 @@ protected:
     {
         syncs.clear();
         syncs.shrink_to_fit();
+        laterTable.clear();
+        laterTable.shrink_to_fit();
     }
 
     static void SetTable(const std::string& table)
     {
-        const std::string file = Kit::TempDir::Path() + "/mounts";
-        std::ofstream(file) << table;
-        System::Redirect("/proc/self/mounts", file);
+        WriteTable(table);
+        System::Redirect("/proc/self/mounts", Kit::TempDir::Path() + "/mounts");
     }
 
     static std::vector<std::string> Unmounted()
@@ -57,6 +70,8 @@ protected:
         UnmountAll();
         return Unmounted();
     }
+
+    Kit::LogCapture log;
 };
 
 }
@@ -64,6 +79,10 @@ protected:
 extern "C" __attribute__((visibility("default"))) void sync() noexcept
 {
     syncs.push_back(System::CallsOf("umount2").size());
+    if (syncs.size() > 1 && !laterTable.empty())
+    {
+        WriteTable(laterTable);
+    }
 }
 
 TEST_F(UnmountAllTest, UnmountsTheVolumesOnDevicesButTheRoot)
@@ -191,6 +210,67 @@ TEST_F(UnmountAllTest, GoesOnAfterAVolumeThatStaysMounted)
                 ElementsAre("/c", "/b", "/a"));
     EXPECT_EQ(System::FailuresDone(), 2);
     EXPECT_EQ(System::CallsOf("umount2")[0].error, EBUSY);
+}
+
+TEST_F(UnmountAllTest, TellsEachVolumeThatStaysMountedOnTheConsole)
+{
+    System::Fail("umount2", EBUSY, 1);
+    System::Fail("umount2", EPERM, 2); // counted without the one before
+    UnmountedFrom("/dev/a /a vfat rw 0 0\n"
+                  "/dev/b /b vfat rw 0 0\n"
+                  "/dev/c /mnt/my\\040card vfat rw 0 0\n");
+    EXPECT_THAT(log.ConsoleOnly(),
+                ElementsAre("[ERROR]Unable to unmount /mnt/my card: Device or resource busy",
+                            "[ERROR]Unable to unmount /a: Operation not permitted"));
+    EXPECT_THAT(log.File(), IsEmpty());
+    EXPECT_THAT(syncs, ElementsAre(0, 3));
+}
+
+TEST_F(UnmountAllTest, SaysNothingOfWhatWasUnmounted)
+{
+    UnmountedFrom("/dev/a /a vfat rw 0 0\n/dev/b /b vfat rw 0 0\n");
+    EXPECT_THAT(log.Console(), IsEmpty());
+    EXPECT_THAT(log.File(), IsEmpty());
+}
+
+TEST_F(UnmountAllTest, SaysNothingOfAMountThatWentWithAnother)
+{
+    laterTable = "/dev/root / ext4 rw 0 0\n";
+    System::Fail("umount2", EINVAL, 2);
+    UnmountedFrom("/dev/root / ext4 rw 0 0\n/dev/a /a vfat rw 0 0\n/dev/a /b vfat rw 0 0\n");
+    EXPECT_EQ(System::FailuresDone(), 1);
+    EXPECT_THAT(log.Console(), IsEmpty());
+}
+
+TEST_F(UnmountAllTest, TellsAMountThatIsOutOfReach)
+{
+    laterTable = "/dev/a /mnt/a vfat rw 0 0\n"; // another volume lay on /mnt
+    System::Fail("umount2", EINVAL, 1);
+    UnmountedFrom("/dev/a /mnt/a vfat rw 0 0\n/dev/b /mnt vfat rw 0 0\n");
+    EXPECT_THAT(log.ConsoleOnly(), ElementsAre("[ERROR]Unable to unmount /mnt/a: Invalid argument"));
+}
+
+TEST_F(UnmountAllTest, ReturnsWhenItsLinesAreOut)
+{
+    constexpr int ROUNDS = 100; // without waiting, the writer is in time now and then
+    System::Fail("umount2", EBUSY, 1, ROUNDS);
+    SetTable("/dev/a /a vfat rw 0 0\n");
+    int missing = 0;
+    for (int round = 0; round < ROUNDS; ++round)
+    {
+        const std::size_t before = Kit::Output::Text().size();
+        UnmountAll();
+        missing += Kit::Output::Text().size() == before ? 1 : 0;
+    }
+    EXPECT_EQ(missing, 0);
+}
+
+TEST_F(UnmountAllTest, WorksWithoutTheConsole)
+{
+    Tavbase::Tavlog::Logger::GetInstance().EnableConsole(false);
+    System::Fail("umount2", EBUSY, 1);
+    EXPECT_THAT(UnmountedFrom("/dev/a /a vfat rw 0 0\n/dev/b /b vfat rw 0 0\n"), ElementsAre("/b", "/a"));
+    EXPECT_THAT(log.Console(), IsEmpty());
 }
 
 TEST_F(UnmountAllTest, WritesOutBeforeAndAfter)

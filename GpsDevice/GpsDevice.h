@@ -66,7 +66,9 @@ public:
      */
     void Prepare(IThreadDelegate*& delegate);
 
-    /// Discards unread input, finds out the module and switches GLONASS off: up to some six seconds.
+    /// Discards unread input, finds out the module and switches GLONASS off: up to some six seconds. A stop
+    /// ends that with the present read, a second at most; nothing is then said of the module, and GLONASS may
+    /// stay on until the next start.
     /// @return always 1
     int RunBefore() override;
     /// One read of at most one second, and what follows from it; after a failed read a pause of a second.

@@ -85,7 +85,7 @@ void GpsDevice::FindDeviceType()
     bool rmcSeen = false;
     std::string text;
     const auto deadline = steady_clock::now() + std::chrono::seconds(detectionTimeout);
-    while (steady_clock::now() < deadline)
+    while (!StopRequested() && steady_clock::now() < deadline)
     {
         if (!ReadText(text))
         {
@@ -97,6 +97,10 @@ void GpsDevice::FindDeviceType()
             return;
         }
         rmcSeen = rmcSeen || Contains(text, RMC_SENTENCE);
+    }
+    if (StopRequested())
+    {
+        return;
     }
     if (rmcSeen)
     {
@@ -114,10 +118,12 @@ int GpsDevice::CheckL26Gps()
     module = Module::L26;
     Send(serial, QUERY_RELEASE);
     IdentifyModule();
-
-    // Sent whatever was found: an SKM53 ignores it.
-    Send(serial, SELECT_GPS_ONLY);
-    AwaitSelection();
+    if (!StopRequested())
+    {
+        // Sent whatever was found: an SKM53 ignores it.
+        Send(serial, SELECT_GPS_ONLY);
+        AwaitSelection();
+    }
     return 1;
 }
 
@@ -127,7 +133,7 @@ void GpsDevice::IdentifyModule()
     bool rmcSeen = false;
     std::string text;
     const auto deadline = steady_clock::now() + std::chrono::seconds(detectionTimeout);
-    while (steady_clock::now() < deadline)
+    while (!StopRequested() && steady_clock::now() < deadline)
     {
         ReadText(text);
         if (text.empty())
@@ -143,6 +149,10 @@ void GpsDevice::IdentifyModule()
         }
         textSentenceSeen = textSentenceSeen || Contains(text, TEXT_SENTENCE);
         rmcSeen = rmcSeen || Contains(text, RMC_SENTENCE);
+    }
+    if (StopRequested())
+    {
+        return;
     }
     if (textSentenceSeen)
     {
@@ -163,7 +173,7 @@ void GpsDevice::AwaitSelection()
 {
     std::string text;
     const auto deadline = steady_clock::now() + std::chrono::seconds(detectionTimeout);
-    while (steady_clock::now() < deadline)
+    while (!StopRequested() && steady_clock::now() < deadline)
     {
         ReadText(text);
         if (text.empty())

@@ -11,6 +11,7 @@
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::Not;
 
@@ -139,15 +140,65 @@ TEST_F(GpsThreadTest, StopEndsTheThreadWithinTheReadThatItWaitsIn)
     EXPECT_EQ(receiver.Count(), count) << "nothing is delivered after Stop()";
 }
 
-TEST_F(GpsThreadTest, StopDuringTheDetectionWaitsForItsEnd)
+TEST_F(GpsThreadTest, StopDuringTheDetectionOnASilentLineEndsItWithTheRead)
+{
+    ASSERT_NO_FATAL_FAILURE(Start());
+    Pass(150ms);
+    gps.Stop();
+    EXPECT_EQ(Clock::Elapsed(), 1100ms) << "the pause behind the query, and one read";
+    EXPECT_EQ(receiver.Count(), 0u) << "no step follows";
+    EXPECT_THAT(log.ConsoleOnly(), Not(Contains("[GPS-AQ] serial read error")));
+    EXPECT_THAT(FileLines(), ElementsAre("[SERIAL] Serial port flashed")) << "nothing is said of the module";
+    EXPECT_EQ(line.Received(), QUERY);
+}
+
+/// An SKM53 that sends a sentence twice a second.
+Kit::Peer::Script Sentences()
+{
+    Kit::Peer::Script script;
+    for (auto at = 250ms; at < 7s; at += 500ms)
+    {
+        script.emplace_back(at, "$GPRMC,081836,A,3751.65,S,14507.36,E,000.0,360.0,130998,011.3,E*62\r\n");
+    }
+    return script;
+}
+
+class GpsStoppedAt : public GpsThreadTest, public testing::WithParamInterface<std::chrono::milliseconds>
+{
+};
+
+TEST_P(GpsStoppedAt, EndsTheDetectionWithinASecondBesideAModuleThatTalks)
+{
+    const Module module(line, Sentences());
+    ASSERT_NO_FATAL_FAILURE(Start());
+    Pass(GetParam());
+    gps.Stop();
+    EXPECT_LE(Clock::Elapsed() - GetParam(), 1s);
+    EXPECT_EQ(receiver.Count(), 0u) << "no step follows";
+    const bool secondPeriod = GetParam() > 3100ms;
+    EXPECT_EQ(line.Received(), std::string(QUERY) + std::string(secondPeriod ? SELECTION : ""));
+    EXPECT_THAT(log.File(), Contains(HasSubstr("GPS module")).Times(secondPeriod ? 1 : 0));
+}
+
+INSTANTIATE_TEST_SUITE_P(Times, GpsStoppedAt,
+                         testing::Values(0ms, 50ms, 150ms, 1300ms, 2900ms, 3400ms, 4100ms, 5900ms));
+
+TEST_F(GpsThreadTest, AfterAStopTheDetectionByTheApplicationWorksAsEver)
 {
     ASSERT_NO_FATAL_FAILURE(Start());
     Pass(50ms);
     gps.Stop();
-    EXPECT_EQ(Clock::Elapsed(), DETECTION);
-    EXPECT_EQ(receiver.Count(), 0u) << "no step follows";
-    EXPECT_THAT(log.ConsoleOnly(), Not(Contains("[GPS-AQ] serial read error")));
-    EXPECT_EQ(line.Received(), std::string(QUERY) + std::string(SELECTION)) << "the module is configured";
+    const Module module(line, Sentences());
+    auto before = Clock::Elapsed();
+    gps.FindDeviceType();
+    EXPECT_GE(Clock::Elapsed() - before, 3s);
+    EXPECT_EQ(log.File().back(), "[WARNING]Found SKM53 GPS module");
+    EXPECT_EQ(gps.GetModule(), GpsDevice::Module::SKM53);
+    before = Clock::Elapsed();
+    line.Received();
+    EXPECT_EQ(gps.CheckL26Gps(), 1);
+    EXPECT_GE(Clock::Elapsed() - before, 3s);
+    EXPECT_EQ(line.Received(), std::string(QUERY) + std::string(SELECTION));
 }
 
 TEST_F(GpsThreadTest, AThreadThatWasStoppedCanBeStartedAgain)

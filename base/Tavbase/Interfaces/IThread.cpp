@@ -68,6 +68,11 @@ bool IThread::ThreadSleep(const std::chrono::milliseconds& duration,
     return worker->Sleep(duration);
 }
 
+bool IThread::StopRequested() const
+{
+    return worker->OnOwnThread() && worker->StopRequested();
+}
+
 void IThread::DoCallback(void* value)
 {
     delegates.ForEach([value](IThreadDelegate& delegate) { delegate.ThreadCallback(value); });

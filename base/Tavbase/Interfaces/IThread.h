@@ -86,6 +86,10 @@ protected:
     bool ThreadSleep(const std::chrono::milliseconds& duration,
                      const std::chrono::milliseconds& pollInterval);
 
+    /// For work that takes long: true on the object's own thread once its end has been requested. False on
+    /// any other thread, whose call of the same operation has nothing to do with that end.
+    bool StopRequested() const;
+
     /// Calls every receiver with the value, on the calling thread, without allocating anything.
     void DoCallback(void* value);
 

@@ -80,6 +80,7 @@ public:
     }
 
     using IThread::DoCallback;
+    using IThread::StopRequested;
     using IThread::ThreadSleep;
 
     std::vector<std::string> Events() const
@@ -450,6 +451,31 @@ TEST_F(IThreadTest, CancelEndsASleepAtOnceWithoutStopping)
     EXPECT_FALSE(probe.IsRunning());
     EXPECT_THAT(probe.Events(), ElementsAre("before", "run", "after"));
     EXPECT_EQ(Kit::Clock::Elapsed(), 2ms);
+}
+
+TEST_F(IThreadTest, TheThreadItselfSeesThatItsEndIsRequestedAndNoOtherThreadDoes)
+{
+    Probe probe;
+    std::vector<bool> seen;
+    ISemaphore wake;
+    probe.step = [&] {
+        seen.push_back(probe.StopRequested());
+        wake.Wait();
+        seen.push_back(probe.StopRequested());
+    };
+    probe.after = [&] { seen.push_back(probe.StopRequested()); };
+    EXPECT_FALSE(probe.StopRequested());
+    for (int round = 0; round < 2; ++round) // a new start forgets the request
+    {
+        probe.Start();
+        LetOthersRun();
+        probe.Cancel();
+        EXPECT_FALSE(probe.StopRequested());
+        wake.Notify();
+        EXPECT_TRUE(probe.HasEnded());
+        EXPECT_FALSE(probe.StopRequested()) << "the end of a thread that is gone";
+    }
+    EXPECT_THAT(seen, ElementsAre(false, true, true, false, true, true));
 }
 
 TEST_F(IThreadTest, CancelOfAThreadThatDoesNotRunDoesNothing)

@@ -225,6 +225,29 @@ TEST_F(AccRegistersTest, AThresholdThatIsNotTakenIsAFailure)
     }
 }
 
+TEST_F(AccRegistersTest, ATenthOfAFloatOrOneThatWasCountedUpMayFallToTheDefault)
+{
+    std::vector<int> lostFloats;
+    std::vector<int> lostSums;
+    double sum = 0;
+    for (int tenths = 1; tenths <= 20; ++tenths)
+    {
+        sum += 0.1;
+        const Texts meant = ThresholdWrites(tenths / 10.0);
+        if (ThresholdWrites(static_cast<double>(static_cast<float>(tenths) / 10.0F)) != meant)
+        {
+            lostFloats.push_back(tenths);
+        }
+        if (ThresholdWrites(sum) != meant)
+        {
+            lostSums.push_back(tenths);
+        }
+    }
+    EXPECT_THAT(lostFloats, ElementsAre(7, 9, 13, 14, 18, 19));
+    EXPECT_THAT(lostSums, ElementsAre(8, 9, 10, 11));
+    EXPECT_THAT(ThresholdWrites(static_cast<double>(0.7F)), ElementsAre("write 1F=08"));
+}
+
 }
 
 }

@@ -212,6 +212,16 @@ TEST_F(HidI2CTest, CanBeOpenedAgain)
     EXPECT_TRUE(hid.Close());
 }
 
+TEST_F(HidI2CTest, OpeningAgainWithoutClosingLeavesTheFormerDescriptorOpen)
+{
+    ASSERT_TRUE(Open());
+    const int former = Descriptor();
+    ASSERT_TRUE(Open());
+    EXPECT_TRUE(hid.Close());
+    EXPECT_TRUE(IsOpen(former));
+    EXPECT_EQ(close(former), 0);
+}
+
 TEST_F(HidI2CTest, TheDestructorDoesNotClose)
 {
     {

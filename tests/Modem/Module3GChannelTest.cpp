@@ -461,6 +461,33 @@ TEST_F(ModemStateTest, AnObjectClearsTheReplyBufferAndItsEndDoesNot)
     EXPECT_EQ(Module3G::m3gIMEI, "kept");
 }
 
+// A reply that comes too late ----------------------------------------------------------------------------
+
+TEST_F(ModemTest, ALateReplyCountsForTheNextExchangeOfTheSameCommand)
+{
+    module.On(COMMAND,
+              {Answer{{450ms, Reply(COMMAND, "+CSQ: 11,0")}}, Answer{{150ms, Reply(COMMAND, "+CSQ: 22,0")}}});
+    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), -2);
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), 0);
+    EXPECT_EQ(Gathered(), Reply(COMMAND, "+CSQ: 11,0")) << "the answer to the first one";
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), 0);
+    EXPECT_EQ(Gathered(), Reply(COMMAND, "+CSQ: 22,0")) << "and so on: one behind";
+}
+
+TEST_F(ModemTest, ALateReplyAndTheEchoOfTheNextCommandAreItsAnswer)
+{
+    module.On(COMMAND, Answer{{450ms, Reply(COMMAND, LINE)}});
+    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), -2);
+    std::this_thread::sleep_for(100ms);
+    module.On("AT+CREG?\r\n", Answer{{50ms, "AT+CREG?\r\r\n"}, {250ms, "+CREG: 2,5\r\n\r\nOK\r\n"}});
+    EXPECT_EQ(Exchange("AT+CREG?\r\n", SHORT_CYCLES), 0) << "before the state has come";
+    EXPECT_EQ(Gathered(), Reply(COMMAND, LINE) + "AT+CREG?\r\r\n");
+    std::this_thread::sleep_for(1s);
+    module.DropUnread();
+}
+
 }
 
 }

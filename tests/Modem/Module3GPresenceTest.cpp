@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
+#include <type_traits>
 
 using testing::Each;
 using testing::IsEmpty;
@@ -120,6 +121,14 @@ TEST_F(PresenceTest, EachObjectHasItsOwnMemory)
     EXPECT_TRUE(modem.CheckModulePresence(false));
     EXPECT_FALSE(other.CheckModulePresence(false));
     EXPECT_TRUE(modem.CheckModulePresence(false));
+}
+
+TEST(Module3GShapeTest, AnObjectCanBeNeitherCopiedNorMoved)
+{
+    EXPECT_FALSE(std::is_copy_constructible_v<Module3G>);
+    EXPECT_FALSE(std::is_copy_assignable_v<Module3G>);
+    EXPECT_FALSE(std::is_move_constructible_v<Module3G>);
+    EXPECT_FALSE(std::is_move_assignable_v<Module3G>);
 }
 
 TEST_F(PresenceTest, TheIdentifierIsSearchedAnywhereInTheOutput)

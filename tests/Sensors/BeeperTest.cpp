@@ -326,6 +326,25 @@ TEST_P(BeeperFault, ADeadSystemIsSurvived)
     EXPECT_EQ(Kit::Clock::Elapsed(), 6010ms);
 }
 
+// A bridge that is not found -----------------------------------------------------------------------------
+
+TEST_F(BeeperTest, ABridgeThatRefusesItsQueriesIsPresentWhereADeviceWasBefore)
+{
+    Alerter::isPresent = true;
+    Kit::System::Fail("ioctl", EIO);
+    EXPECT_TRUE(beeper.CheckPresence()) << "the flag keeps its value";
+    EXPECT_THAT(Course(), ElementsAre("open", "close"));
+}
+
+TEST_F(NoBridge, ABridgeThatCameBackUnderAnotherNumberIsNotFound)
+{
+    const Kit::MessageDevice other("/dev/hidraw1", [](unsigned long, void*) { return 0; });
+    EXPECT_FALSE(beeper.CheckPresence());
+    EXPECT_THAT(Kit::System::CallsOf("open"), testing::SizeIs(1));
+    EXPECT_EQ(Kit::System::CallsOf("open").at(0).path, BRIDGE);
+    EXPECT_EQ(printed.Errors(), "Unable to open device: No such file or directory\n");
+}
+
 }
 
 }

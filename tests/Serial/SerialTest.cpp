@@ -211,6 +211,13 @@ TEST_F(SerialTest, OpeningAnOpenPortLeavesItsFormerDescriptorOpen)
     close(first);
 }
 
+TEST_F(SerialTest, AnOpenPortIsInheritedByTheProgramsThatTheApplicationStarts)
+{
+    ASSERT_TRUE(port.Open());
+    const auto fd = static_cast<int>(Calls().at(0).result);
+    EXPECT_EQ(fcntl(fd, F_GETFD) & FD_CLOEXEC, 0);
+}
+
 TEST_F(SerialTest, ACopyOfAClosedPortIsAPortOfItsOwn)
 {
     port.mode = 2;

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <memory>
 #include <ostream>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 
@@ -339,6 +340,20 @@ TEST(Ascii2ByteTest, GivesSomeByteForAnyOtherPair)
             ASSERT_EQ(pair, before);
         }
     }
+}
+
+// Exceptions of the line ---------------------------------------------------------------------------------
+
+TEST(ISerialCommSendTest, AnExceptionOfTheLineReachesTheCaller)
+{
+    class Broken : public ISerialComm
+    {
+    public:
+        bool OnSend(TavubufferDynamic&) override { throw std::runtime_error("unplugged"); }
+    };
+
+    Broken protocol;
+    EXPECT_THROW(protocol.SendCmdMsg(0x10), std::runtime_error);
 }
 
 }

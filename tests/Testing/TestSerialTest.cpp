@@ -5,6 +5,7 @@
 #include "tests/kit/ClosedStreams.h"
 #include "tests/kit/MessageDevice.h"
 #include "tests/kit/System.h"
+#include "tests/kit/Terminal.h"
 
 #include <array>
 #include <cerrno>
@@ -170,6 +171,14 @@ TEST_F(TestSerialUartTest, SettingsThatAreRefusedAreTold)
     EXPECT_THAT(System::CallsOf("close"), SizeIs(1));
 }
 
+TEST_F(TestSerialTest, ATerminalOfAMainlineKernelRefusesTheRequests)
+{
+    const Kit::Terminal uart(UART);
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(errors, "ioctl: Inappropriate ioctl for device\n");
+}
+
 TEST_F(TestSerialTest, AMissingUartIsTold)
 {
     EXPECT_EQ(Run(), 1);
@@ -232,6 +241,34 @@ TEST_F(TestSerialUartTest, TheLibrarysMainEndsWellWhateverBecameOfTheUart)
     EXPECT_EQ(Run(entry), 0);
     EXPECT_EQ(output, "Bye Bye\n");
     EXPECT_EQ(errors, "Open: No such device\n");
+}
+
+// A program whose main is in a static library ------------------------------------------------------------
+
+Kit::ChildResult RunAlone(const char* program)
+{
+    return Kit::RunInChild([program] {
+        execl(program, program, static_cast<char*>(nullptr));
+        return 127;
+    });
+}
+
+TEST(ExportedMainTest, AMainInAStaticLibraryBehindTheLibraryIsNotTaken)
+{
+    if (access(UART, F_OK) == 0)
+    {
+        GTEST_SKIP() << "this machine has such a UART, which is not to be touched";
+    }
+    const Kit::ChildResult result = RunAlone(MAIN_BEHIND);
+    EXPECT_EQ(result.exitStatus, 0);
+    EXPECT_EQ(result.output, "Open: No such file or directory\nBye Bye\n") << "the bench program";
+}
+
+TEST(ExportedMainTest, AMainInAStaticLibraryBeforeTheLibraryIsTaken)
+{
+    const Kit::ChildResult result = RunAlone(MAIN_BEFORE);
+    EXPECT_EQ(result.exitStatus, 7);
+    EXPECT_EQ(result.output, "its own main\n");
 }
 
 TEST(TavBenchTest, TheProgramWithoutASourceOfItsOwnRunsTheLibrarysMain)

@@ -4,6 +4,7 @@
 #include "base/Tavbase/Interfaces/ISemaphore.h"
 #include "base/Tavbase/Tavlog/Logger.h"
 #include "tests/base/Tavbase/Interfaces/VirtualSlot.h"
+#include "tests/kit/Child.h"
 #include "tests/kit/DeviceTest.h"
 #include "tests/kit/Leaks.h"
 
@@ -20,6 +21,7 @@
 #include <string>
 #include <thread>
 #include <type_traits>
+#include <unistd.h>
 #include <vector>
 
 using Tavbase::Interfaces::ISemaphore;
@@ -979,6 +981,28 @@ TEST_F(IThreadTest, TakesNoSignalMeantForTheApplication)
         EXPECT_EQ(sigismember(&mask, number), open ? 0 : 1) << number;
         EXPECT_EQ(sigismember(&mineAfter, number), sigismember(&mine, number)) << number;
     }
+}
+
+TEST_F(IThreadTest, InAForkedChildItIsSaidToRunThoughTheThreadIsNotThere)
+{
+    ISemaphore held;
+    Probe probe;
+    probe.step = [&] {
+        held.Wait();
+        probe.Cancel();
+    };
+    ASSERT_TRUE(probe.Start());
+    LetOthersRun();
+    const Kit::ChildResult child = Kit::RunInChild([&] {
+        const std::filesystem::directory_iterator threads("/proc/self/task");
+        const bool alone = std::distance(begin(threads), end(threads)) == 1;
+        _exit(alone && probe.IsRunning() ? 7 : 8); // not by exit(), which destroys objects
+        return 0;
+    });
+    EXPECT_EQ(child.exitStatus, 7);
+    held.Notify();
+    EXPECT_TRUE(probe.HasEnded());
+    probe.Stop();
 }
 
 }

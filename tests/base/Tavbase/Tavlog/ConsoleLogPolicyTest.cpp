@@ -5,6 +5,7 @@
 #include "tests/kit/TempDir.h"
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include <string>
 #include <sys/wait.h>
 #include <termios.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -315,6 +317,49 @@ TEST_F(ConsoleFailureTest, AConsoleThatTakesNothingDoesNotKeepTheProcessFromEndi
     EXPECT_EQ(result.signal, 0);
     EXPECT_EQ(result.exitStatus, 7);
     EXPECT_THAT(Lines(), ElementsAre("one"));
+}
+
+KIT_PROGRAM(ThreadsThatLogToAFullPipe)
+{
+    const Kit::Clock clock;
+    Log().OpenFile(std::getenv("LOG_FILE"));
+    Log() << LogType::Info << "one" << std::endl; // the writer waits with it
+    std::atomic<int> logged{0};
+    std::thread both([&] {
+        Log() << LogType::Info << "two" << std::endl;
+        ++logged;
+    });
+    std::thread fileAlone([&] {
+        std::this_thread::sleep_for(1s);
+        Log().File() << LogType::Info << "three" << std::endl;
+        ++logged;
+    });
+    std::this_thread::sleep_for(60s);
+    const int loggedMeanwhile = logged;
+
+    const int reader = std::atoi(std::getenv("READER"));
+    std::array<char, 65536> part{};
+    if (read(reader, part.data(), part.size()) <= 0)
+    {
+        return 8;
+    }
+    both.join();
+    fileAlone.join();
+    Log().Flush();
+    return loggedMeanwhile == 0 ? 7 : 9;
+}
+
+TEST_F(ConsoleFailureTest, AConsoleThatTakesNothingHoldsEveryThreadThatLogs)
+{
+    const Pipe pipe;
+    Fill(pipe.In());
+    const int reader = dup(pipe.Out()); // handed on to the program
+    const Kit::ChildResult result = Kit::RunProgram(
+        "ThreadsThatLogToAFullPipe", {{setting, "READER=" + std::to_string(reader)}, pipe.In()});
+    EXPECT_EQ(result.exitStatus, 7);
+    EXPECT_THAT(Lines(), ElementsAre("one", "two", "three"))
+        << "the file's alone too, until the pipe is read";
+    close(reader);
 }
 
 }

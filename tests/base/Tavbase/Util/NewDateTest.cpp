@@ -217,3 +217,13 @@ TEST_F(NewDateTest, WorksInTheDestructorsOfAThread)
     thread.join();
     EXPECT_EQ(date, "08:15");
 }
+
+TEST_F(NewDateTest, AChangeOfTheZoneShowsFromTheNextSecondOn)
+{
+    EXPECT_EQ(NewDate(LINE), "2026-03-01 08:15:00");
+    SetZone("XST-5:30");
+    std::this_thread::sleep_for(999ms);
+    EXPECT_EQ(NewDate(LINE), "2026-03-01 08:15:00") << "the text of this second is kept";
+    std::this_thread::sleep_for(1ms);
+    EXPECT_EQ(NewDate(LINE), "2026-03-01 13:45:01");
+}

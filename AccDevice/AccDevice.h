@@ -29,6 +29,10 @@ namespace Tavdevice::ACC
  * 30) are samples of 8 bits in two's complement, X, Y and Z in turn. A step is 1/64 g at a scale of 2 g, 1/32
  * at 4 g, 1/16 at 8 g. The buffer is used again for the next batch: copy what is kept.
  *
+ * Started again after Stop(), the thread delivers on; only the FIFO is set up anew. A chip that lost its
+ * supply needs a Prepare(), which registers the receiver once more: make a new object instead. A bus that has
+ * failed is asked every 20 ms and told by nothing but missing batches (docs/limits.md).
+ *
  * Calling threads: Prepare(), Start(), Stop() and the register operations belong to the application's thread;
  * Prepare() and the register operations must not be called while the thread runs. Receivers are called on the
  * thread of the device and delay the next poll. The error record may be read from any thread.
@@ -87,7 +91,8 @@ public:
     static bool MMA_8BitsMode(I2C::I2c& bus); ///< CTRL_REG1: F_READ on
     static bool MMA_ODR(I2C::I2c& bus, ODR rate);                  ///< CTRL_REG1: DR
     static bool MMA_GForceScale(I2C::I2c& bus, GForceScale scale); ///< XYZ_DATA_CFG; false for another scale
-    /// TRANSIENT_THS, in steps of 0.063 g. @param g 0.1 to 2.0 in whole tenths; anything else is taken as 0.5
+    /// TRANSIENT_THS, in steps of 0.063 g. @param g 0.1 to 2.0 in whole tenths, as a literal or divided by
+    /// 10.0; anything else is taken as 0.5, such as 0.7F, which is 0.69999999, and 0.8 as a sum of 0.1
     static bool MMA_GForceThreshold(I2C::I2c& bus, double g);
 
 private:

@@ -34,7 +34,8 @@ namespace TavDevice
  * The port is opened by Init() and closed by Dispose() or the destructor. On a closed port commands fail
  * after the 600 ms that OnSend() goes on trying.
  *
- * Threads: no lock; an object belongs to one thread at a time.
+ * Threads: no lock; an object belongs to one thread at a time. How long each operation holds it, and what
+ * its results do not tell: docs/limits.md.
  */
 class TAVDEVICE_API DriverId : public SerialProtocol::ISerialComm
 {
@@ -45,8 +46,8 @@ public:
     ~DriverId() override;
 
     /**
-     * Opens the port and looks for the reader: five tries, 200 ms apart. A reader that is found has its
-     * driver ID reset. An open port is closed first.
+     * Opens the port and looks for the reader: five tries, 200 ms apart, of up to 3 s each. A reader that is
+     * found has its driver ID reset. An open port is closed first.
      * @return true when the reader answered; otherwise the port is closed
      */
     bool Init();
@@ -54,7 +55,7 @@ public:
     bool CheckDevicePresence(); ///< @return true when the reader acknowledges (command 0)
 
     /// Switches the reader's annoying mode on (command 1). @return true when it acknowledges; false at once
-    /// unless Init() has found the reader some time before
+    /// unless Init() has found the reader some time before (which Dispose() and a pulled plug do not undo)
     bool StartAnnoying();
     bool StopAnnoying(); ///< the same for off (command 2)
 

@@ -16,7 +16,8 @@ namespace TavDevice
  * is neither opened nor changed: nothing is loaded from it and nothing saved.
  *
  * Failures are silent but for the results, and nothing is thrown for them. The file is rewritten in place:
- * it belongs to one thread of one process at a time.
+ * it belongs to one thread of one process at a time. Each operation takes as long as the card needs
+ * (docs/limits.md).
  */
 class TAVDEVICE_API DriverIdRecord
 {

@@ -20,6 +20,9 @@ namespace Tavdevice::Gpio
  * A pin's number is the driver's request code: 100 and 101 the red and the green element of the right LED,
  * 102 and 103 those of the left one, 104 the infrared LEDs, 105 the power line, 106 the USB hub's reset.
  *
+ * What goes to standard output is printed plainly: ignore SIGPIPE where its reader may end, or the process
+ * ends there, in ShutDown() before the power is cut (docs/limits.md).
+ *
  * Threads: any thread may drive pins while another waits in Pool().
  */
 class TAVDEVICE_API GpioCore : public Tavbase::Interfaces::IError
@@ -32,7 +35,9 @@ public:
 
     /**
      * Closes the device. It is not opened again afterwards: after a successful close the device still counts
-     * as initialised, and pins and triggers fail in silence until the process ends.
+     * as initialised, and pins and triggers fail in silence until the process ends. Its number is still used:
+     * when another file gets it, SetPin() and Pool() reach that one, the LEDs too, and a further Close()
+     * closes it. Call it as the last thing, or never.
      */
     static void Close();
 

@@ -32,6 +32,7 @@ class GpioOutput;
  *     GpioOutput listener;
  *     GpioOutput* listeners[] = {&listener};
  *     GpioManager manager(listeners, 1);
+ *     manager.startupFilter = false; // else triggers 1, 2 and 5 of the first 20 seconds are dropped
  *     manager.RunIgnitionStart();
  *
  * What a listener gets: a pointer to a GpioArgs, valid only during the call. Triggers 1 to 5 are events; what
@@ -41,7 +42,8 @@ class GpioOutput;
  * second at most. A trigger of 0, which is none, is passed over without a pause.
  *
  * Calling threads: construction, RunIgnitionStart() and destruction belong to the application's thread.
- * Listeners are called on the manager's thread, in the order of registration, and delay the next trigger.
+ * Listeners are called on the manager's thread, in the order of registration, and delay the next trigger
+ * and the destructor. See also docs/limits.md.
  */
 class TAVDEVICE_API GpioManager : public GpioCore,
                                   public Tavbase::Interfaces::ISignal,
@@ -74,8 +76,8 @@ public:
     void SignalFire(int trigger) override;  ///< filters a trigger and delivers it
 
     bool ignitionStart = false; ///< true: trigger 1 is delivered as event 6
-    /// true: triggers 1, 2 and 5 are dropped in the first 20 seconds (Tavbase::Util::Tick), when the lines
-    /// settle
+    /// true: triggers 1, 2 and 5 are dropped in the first 20 seconds of the process (Tavbase::Util::Tick),
+    /// when the lines settle; they are not delivered later
     bool startupFilter = true;
 
 private:

@@ -22,7 +22,8 @@ namespace Tavdevice::Gpio
 class TAVDEVICE_API LedController : public Tavbase::Interfaces::IThread
 {
 public:
-    /// What the LED shows. Any other value shows nothing new and keeps the thread busy: do not use one.
+    /// What the LED shows. Any other value shows nothing new and keeps a processor busy, without a pause: do
+    /// not use one (docs/limits.md).
     enum LedState : std::int32_t
     {
         RedBlink40 = 0, ///< 40 ms on, 40 ms off; and so on

@@ -34,8 +34,8 @@ public:
     /**
      * Switches both LEDs off for good and ends their threads. There is no way back.
      *
-     * The threads get 200 ms to show the state: one that is in the dark half of a slow blink does not come to
-     * it.
+     * The threads get 200 ms to show the state: one whose slow blink has longer to go, in its dark half or in
+     * the lit one, does not come to it, and its LED is left dark (docs/limits.md).
      * @param state how the LEDs are left
      */
     void Stop(LedController::LedOffState state);

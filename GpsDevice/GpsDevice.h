@@ -34,14 +34,17 @@ namespace Tavdevice::GpsDevice
  * sends, or the empty text after each second without input and each failed read.
  *
  * A block of an L26 begins with its RMC sentence (and the first one holds what arrived before the first
- * RMC); a block of an SKM53 ends with it. Without an RMC sentence the text gathers without a limit.
+ * RMC); a block of an SKM53 ends with it. Without an RMC sentence the text gathers without a limit, up to
+ * 3.4 MB an hour, and no receiver is called meanwhile. Text that was begun outlives Stop(): the first block
+ * after the next Start() begins with it.
  *
  * When the port cannot be opened, the error record says why, and the thread ends by itself at its first
- * step.
+ * step. A line that hung up is not opened again: make a new object.
  *
  * Calling threads: Prepare(), Start() and Stop() belong to the application's thread; Prepare() and
  * FindDeviceType() must not be called while the thread runs. Receivers are called on the thread of the
- * device and delay the next read. The error record may be read from any thread.
+ * device and delay the next read, and Stop(). The error record may be read from any thread. Times and traps:
+ * docs/limits.md.
  */
 class TAVDEVICE_API GpsDevice : public Tavbase::Interfaces::IThread, public Tavbase::Interfaces::IError
 {

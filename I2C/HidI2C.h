@@ -25,7 +25,11 @@ enum FT260_I2C_FLAG : unsigned char
  * and what it sends, is printed to standard output. Nothing is logged or thrown.
  *
  * Close() closes the device, the destructor does not. Neither changes what the object remembers: call Close()
- * once for each Open().
+ * once for each Open(). After it the number may be that of another file of the process, which a further
+ * Close() closes and I2C_Write() writes to. A second Open() before it loses the first descriptor.
+ *
+ * A bridge that is pulled out while it is open comes back under another number, such as "/dev/hidraw1". More
+ * of this kind: docs/limits.md.
  *
  * Threads: no lock; an object belongs to one thread at a time.
  */

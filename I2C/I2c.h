@@ -23,7 +23,8 @@ namespace Tavdevice::I2C
  * Open() and Acquire() record their failures in the error record; the transfers report by their result alone.
  * Nothing is thrown, nothing is logged.
  *
- * Close() closes the adapter, the destructor does not. A copy shares the descriptor: one of the two closes.
+ * Close() closes the adapter, the destructor does not. A copy shares the descriptor: one of the two closes. A
+ * second Open(), and an assignment to an open object, lose its descriptor (docs/limits.md).
  *
  * Threads: no lock; an object belongs to one thread at a time. The error record may be read from any.
  */

@@ -38,11 +38,16 @@ extern TAVDEVICE_API std::string Bus_Module3G;
  *
  * Each operation is one exchange or a few: open the USB interface, write the command, gather the reply,
  * close the interface. Nothing stays open in between. There is one modem in the process: the results are
- * static members, whatever number of objects exist; an object only remembers CheckModulePresence().
+ * static members, whatever number of objects exist; an object only remembers CheckModulePresence(), and can
+ * be neither copied nor moved.
  *
  * An operation reports failure by its result, as each tells. One exception is common to all that exchange:
  * Tavbase::IException with code -1 when the interface refuses its line settings; its text is also printed
- * to standard output, and the descriptor stays open.
+ * to standard output, and the descriptor stays open. What else throws says so; IsRegistered() does.
+ *
+ * A reply that comes after its exchange has ended counts for the next one: the same command then gets the
+ * old answer, another one fails or gets none of its own. After a failure that was a silence let a second
+ * pass and ask once more before a result counts. docs/limits.md has the times and the other traps.
  *
  * Texts are taken as `char*`. A literal goes through a buffer of the caller's own, which no compiler warns
  * about:
@@ -50,7 +55,8 @@ extern TAVDEVICE_API std::string Bus_Module3G;
  *     char command[] = "AT+CSQ\r\n";
  *     Module3G::SendATCommand(command, 4);
  *
- * Threads: any thread may call any operation; exchanges take their turns (`mutexATCommands`). Each
+ * Threads: any thread may call any operation; exchanges take their turns (`mutexATCommands`), so that each
+ * may first wait for another thread's, up to three minutes. Each
  * operation judges its own reply, whatever other threads exchange meanwhile. The static members are not
  * locked: they belong to the thread that calls the operations which write them.
  */
@@ -104,7 +110,8 @@ public:
     /**
      * Looks for the module on the USB bus, by the shell command "lsusb". Up to two attempts, a second before
      * each.
-     * @param force true: look, even when it was there the last time; false: once seen it is taken as there
+     * @param force true: look, even when it was there the last time; false: once seen it is taken as there,
+     *              also when it is gone
      */
     bool CheckModulePresence(bool force);
 
@@ -149,7 +156,8 @@ public:
 
     static std::string GetRegistrationStatusDescription(int status); ///< "Invalid status" beyond 0 to 5
 
-    static bool IsRegistered(); ///< at home or roaming, by GetRegistrationStatus()
+    /// At home or roaming, by GetRegistrationStatus(). @throws as that does: std::invalid_argument
+    static bool IsRegistered();
 
     /// Switches the module's registration reports with location on (AT+CREG=2, AT+CGREG=2).
     /// @return 0, or 1 on failure

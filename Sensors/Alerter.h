@@ -29,7 +29,7 @@ public:
     virtual bool CheckPresence() = 0; ///< opens and closes the device @return `isPresent` afterwards
 
     /// True once an alert device has been opened, until a search for one finds nothing. One flag for all
-    /// alerters of the process.
+    /// alerters of the process, so that one kind answers for the other (docs/limits.md).
     static bool isPresent;
 
 protected:

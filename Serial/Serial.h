@@ -22,7 +22,11 @@ namespace Tavdevice::SerialPort
  * An open port is closed by Close() or by the destructor. A copy shares the descriptor: copy a port before
  * it is opened, since whichever of the two is destroyed first closes the line for both.
  *
- * A descriptor of 0 counts as not open, even where the system hands it out.
+ * A descriptor of 0 counts as not open, even where the system hands it out. Programs that the application
+ * starts inherit an open port.
+ *
+ * A read in line mode, and any output to a device that takes none, waits without a limit; a hang-up ends it
+ * (docs/limits.md has the times).
  *
  * Threads: no lock; a port belongs to one thread at a time. The error record may be read from any.
  */
@@ -49,6 +53,7 @@ public:
      */
     bool Open();
 
+    /// Up to 30 s while the device does not take what is still to go out.
     /// @return false when the port is not open, or could not be closed (it then stays open)
     bool Close();
 
@@ -84,7 +89,8 @@ public:
      */
     bool ReadLoop(char* c);
 
-    /// Waits until all output has been sent. @return 0, or -1 on an error; 0 or less at once when not open
+    /// Waits until all output has been sent, without a limit.
+    /// @return 0, or -1 on an error; 0 or less at once when not open
     int Drain();
 
     void Flush(); ///< discards unread input, then waits until all output has been sent

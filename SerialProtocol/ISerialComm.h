@@ -24,7 +24,8 @@ namespace SerialProtocol
  * reading failed (TavDevice::DriverId does).
  *
  * Failures are told by the result; those of ReadCmdMsg() by one line on the console's log besides. No
- * operation of this class throws, but for the constructor, when there is no memory.
+ * operation of this class throws of its own, but for the constructor, when there is no memory; SendCmdMsg()
+ * passes on what OnSend() throws (docs/limits.md).
  *
  * Threads: no lock; an object belongs to one thread at a time.
  */
@@ -51,7 +52,7 @@ public:
      */
     bool OnRead(TavubufferDynamic& buffer) override;
 
-    /// Sends the frame of a command through OnSend(). @return what that returned
+    /// Sends the frame of a command through OnSend(). @return what that returned @throws what that throws
     bool SendCmdMsg(unsigned char command) override;
 
     /**

@@ -14,7 +14,7 @@ namespace Tavdevice
  * Two sound chips on I2C, behind the HID bridge on "/dev/hidraw0".
  *
  * Once a pattern has begun it is played to its end, whatever the bridge says. The bridge prints to standard
- * output and error (HidI2C).
+ * output and error (HidI2C). One that came back as "/dev/hidraw1" is not found (docs/limits.md).
  */
 class TAVDEVICE_API Beeper : public Alerter
 {
@@ -23,10 +23,13 @@ public:
     ~Beeper() override; ///< does not close the bridge
 
     bool Open() override;
-    bool Close() override;
+    bool Close() override; ///< once for each Open(), and not after an alert: as HidI2C::Close()
 
-    /// Alert_2().
+    /// Alert_2(). True also when nothing sounded.
     bool Alert() override;
+
+    /// A failure leaves `isPresent` as it was. Where that is false, a node that refused its queries stays
+    /// open until Close().
     bool CheckPresence() override;
 
     /// The first chip: a short double tone, twice at level 2. Some 150 or 300 ms. @return true

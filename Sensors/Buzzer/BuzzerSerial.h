@@ -40,7 +40,8 @@ public:
      * Opens the board, has it sound, and closes it; the board goes on by itself.
      * @param count    how many times
      * @param duration in milliseconds
-     * @return false when an alert is being played, or the board is not there
+     * @return false when an alert is being played, or the board is not there; true does not tell that it
+     *         sounded (docs/limits.md)
      */
     bool BuzzDevice(int count, int duration);
 

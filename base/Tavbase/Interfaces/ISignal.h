@@ -72,7 +72,8 @@ protected:
      * sent a real-time signal that the application does not use until it has left the system call (which then
      * fails with EINTR). A SignalWait() that does more than wait says by an InterruptibleWait which call that
      * may be. SignalFire() and the receivers are never interrupted, but waited for. The object can be started
-     * again afterwards. Called on the worker itself it only requests the end.
+     * again afterwards. Called on the worker itself it only requests the end. In a forked child it
+     * never returns (docs/limits.md).
      */
     void StopWorker();
 

@@ -26,7 +26,8 @@ class Worker;
  *
  * Calling threads: Start(), Stop(), Cancel(), IsRunning() and AddCallback() may be called from any thread,
  * the object's own included; the virtual operations are called on the object's own thread, but for
- * Stopping(). The object must not be destroyed on its own thread.
+ * Stopping(). The object must not be destroyed on its own thread, nor stopped or destroyed in a forked
+ * child, where the thread is not there (docs/limits.md).
  */
 class TAVBASE_API IThread
 {
@@ -63,7 +64,8 @@ public:
      */
     bool Start();
 
-    /// Requests the end and waits for it. On the object's own thread it does not wait.
+    /// Requests the end and waits for it: for the present step, and for the receiver in it. The caller must
+    /// hold no lock that a receiver takes. On the object's own thread it does not wait.
     void Stop();
 
     /// Requests the end without waiting for it: the present step is the last one.

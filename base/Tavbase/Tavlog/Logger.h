@@ -27,6 +27,9 @@ namespace Tavbase::Tavlog
  * output; logging works in static constructors and destructors, in the application's own fork handlers
  * (pthread_atfork()), and in a forked child, whose lines are output by the thread that logs.
  *
+ * A standard output that takes nothing, such as a full pipe, holds every thread that logs, to the file alone
+ * too, until it takes something: EnableConsole(false) where nobody reads it (docs/limits.md).
+ *
  * Threads: every operation may be called from any thread.
  */
 class TAVBASE_API Logger

@@ -17,7 +17,7 @@ namespace Tavbase::Util
  *
  * Threads: any, also before the static constructors and after the static destructors of the program. The
  * last text is kept for each thread and is given again while pattern and second are the same: a change of
- * the time zone (tzset(3)) or of the locale shows from the next second on.
+ * the time zone (tzset(3)) or of the locale shows from the next second on (docs/limits.md).
  *
  * @throws std::bad_alloc
  */

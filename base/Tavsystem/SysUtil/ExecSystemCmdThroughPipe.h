@@ -14,7 +14,7 @@ namespace Tavsystem::SysUtil
  * The command reads nothing ("/dev/null"), shares the standard error output of this process, inherits no
  * other file descriptor, and runs with no signal blocked and SIGPIPE at its default. There is no time
  * limit: the call returns when the command, and whatever it left running with the same output, has closed
- * its output, and the shell has ended.
+ * its output, and the shell has ended (docs/limits.md).
  *
  * @param command the command line; it ends at its first zero byte
  * @return what the command wrote to its standard output, whatever its exit status; empty when the shell

@@ -19,7 +19,8 @@ namespace Tavsystem::System
  *
  * Returns when those lines are out; it waits for a line that another thread has open.
  *
- * Threads: any, without an open line of the log; meant for one, at the end.
+ * Threads: any, without an open line of the log; meant for one, at the end. It takes as long as the volumes
+ * need (docs/limits.md).
  *
  * @throws std::bad_alloc
  */

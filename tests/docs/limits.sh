@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# limits.sh: whether docs/limits.md names what there is. Each of its entries ("###") has a header, which names the page
+# in turn, and a test of this build. The environment says what CMakeLists.txt knows.
+set -euo pipefail
+
+page=$SOURCE/docs/limits.md
+failures=0
+
+complain()
+{
+    echo "docs/limits.md: $*" >&2
+    failures=$((failures + 1))
+}
+
+# "program.Instance/Suite.Test/parameter  # GetParam() = ..." is Suite.Test for a reader.
+declare -A tests
+while read -r name; do
+    tests[$name]=1
+done < <("$CTEST" --test-dir "$BUILD" --show-only |
+    sed -nE 's/^ *Test +#[0-9]+: //p' | sed -E 's/^[^.]*\.//; s|^[^./]*/||; s|[/ ].*||')
+
+# Each code span of an entry, behind the entry's title; and a line with the title alone.
+spans()
+{
+    awk '
+        /^##/ { title = /^### / ? substr($0, 5) : ""; if (title != "") print title "\t" }
+        !/^##/ && title != "" {
+            for (rest = $0; match(rest, /`[^`]+`/); rest = substr(rest, RSTART + RLENGTH))
+                print title "\t" substr(rest, RSTART + 1, RLENGTH - 2)
+        }' "$page"
+}
+
+declare -A headers shown
+while IFS=$'\t' read -r title span; do
+    if [[ -z $span ]]; then
+        headers[$title]=0 shown[$title]=0
+    elif [[ $span == */*.h ]]; then
+        headers[$title]=1
+        if [[ ! -f $SOURCE/$span ]]; then
+            complain "$title: there is no $span"
+        elif ! grep -qF docs/limits.md "$SOURCE/$span"; then
+            complain "$title: $span does not name this page"
+        fi
+    elif [[ $span =~ ^[A-Z][A-Za-z0-9]*\.[A-Z][A-Za-z0-9]*$ ]]; then
+        shown[$title]=1
+        if [[ -z ${tests[$span]:-} ]]; then
+            complain "$title: there is no test $span"
+        fi
+    fi
+done < <(spans)
+
+for title in "${!headers[@]}"; do
+    ((headers[$title])) || complain "$title: no header"
+    ((shown[$title])) || complain "$title: no test"
+done
+((${#headers[@]} > 0)) || complain "no entry"
+echo "${#headers[@]} entries, $failures complaints"
+((failures == 0))

@@ -15,10 +15,10 @@ attribute() # NAME: its value in the element read
     sed -n "s/.*[[:space:]]$1=\"\([0-9]*\)\".*/\1/p"
 }
 
-# counts GOOD BAD OFF: the line that tells them
+# counts GOOD BAD [OFF]: the line that tells them
 counts()
 {
     printf '%d passed, %d failed' "$1" "$2"
-    (($3 == 0)) || printf ', %d skipped' "$3"
+    ((${3:-0} == 0)) || printf ', %d skipped' "$3"
     echo
 }

@@ -16,6 +16,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <linux/futex.h>
 #include <pthread.h>
@@ -265,9 +266,12 @@ __attribute__((constructor)) void Begin()
     const bool leads = shared->leader.compare_exchange_strong(none, getpid());
     if (leads)
     {
-        const std::string_view preloaded = std::getenv(PRELOAD); // NOLINT(concurrency-mt-unsafe): as above
         KeepDescriptor(path);
-        KeepDescriptor(preloaded.substr(0, preloaded.find(':')));
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
+        if (const char* const preloaded = std::getenv(PRELOAD); preloaded != nullptr)
+        {
+            KeepDescriptor(std::string_view(preloaded, std::strcspn(preloaded, ":")));
+        }
         for (Process& process : shared->processes)
         {
             process.earliest = Waits::NEVER;

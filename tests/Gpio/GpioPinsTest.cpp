@@ -7,14 +7,10 @@
 #include "tests/kit/Interruptions.h"
 #include "tests/kit/Leaks.h"
 #include "tests/kit/MessageDevice.h"
-#include "tests/kit/Program.h"
 #include "tests/kit/TempDir.h"
 
 #include <array>
 #include <atomic>
-#include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
 #include <iostream>
@@ -387,50 +383,6 @@ TEST_F(GpioPinsTest, AHubThatCannotBeReleasedIsNotWaitedFor)
     thief.join();
     EXPECT_EQ(Clock::Elapsed(), 20ms);
     EXPECT_THAT(driver.Writes(), ElementsAre(PinWrite{106, 0, 0ms}));
-}
-
-// An output that nobody reads ----------------------------------------------------------------------------
-
-KIT_PROGRAM(ShutsTheUnitDown)
-{
-    const Kit::Clock clock;
-    EventDriver driver;
-    driver.AnswerBy([](const PinWrite&) {
-        std::fputs("the power is cut\n", stderr);
-        return 0;
-    });
-    System::Redirect("/proc/self/mounts", "/dev/null");
-    System::AnswerUnmounts();
-    std::signal(SIGPIPE, std::getenv("IGNORE_SIGPIPE") == nullptr ? SIG_DFL : SIG_IGN);
-    return GpioCore::ShutDown() ? 7 : 8;
-}
-
-class ShutDownWithoutAReaderTest : public testing::Test
-{
-protected:
-    ShutDownWithoutAReaderTest()
-    {
-        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
-        close(ends[0]);
-    }
-
-    ~ShutDownWithoutAReaderTest() override { close(ends[1]); }
-
-    std::array<int, 2> ends{};
-};
-
-TEST_F(ShutDownWithoutAReaderTest, EndsTheProcessBeforeThePowerIsCut)
-{
-    const Kit::ChildResult result = Kit::RunProgram("ShutsTheUnitDown", {{}, ends[1]});
-    EXPECT_EQ(result.signal, SIGPIPE);
-    EXPECT_EQ(result.output, "");
-}
-
-TEST_F(ShutDownWithoutAReaderTest, CutsThePowerWhereTheSignalIsIgnored)
-{
-    const Kit::ChildResult result = Kit::RunProgram("ShutsTheUnitDown", {{"IGNORE_SIGPIPE=1"}, ends[1]});
-    EXPECT_EQ(result.exitStatus, 7);
-    EXPECT_EQ(result.output, "the power is cut\n");
 }
 
 // The end ------------------------------------------------------------------------------------------------

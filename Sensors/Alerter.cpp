@@ -1,5 +1,6 @@
 #include "Sensors/Alerter.h"
 
+#include <atomic>
 #include <cstddef>
 
 namespace Tavdevice
@@ -14,6 +15,19 @@ struct Alerter::Layout
 };
 
 bool Alerter::isPresent = false;
+
+// Public as a plain bool for applications; here it is only used as an atomic one.
+static_assert(std::atomic_ref<bool>::is_always_lock_free);
+
+bool Alerter::IsPresent()
+{
+    return std::atomic_ref(isPresent).load();
+}
+
+void Alerter::SetPresent(bool present)
+{
+    std::atomic_ref(isPresent).store(present);
+}
 
 Alerter::Alerter() = default;
 

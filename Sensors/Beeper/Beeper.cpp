@@ -48,7 +48,7 @@ bool Beeper::Open()
     const bool opened = bridge.Open(BRIDGE);
     if (opened)
     {
-        isPresent = true;
+        SetPresent(true);
     }
     return opened;
 }
@@ -60,12 +60,12 @@ bool Beeper::Close()
 
 bool Beeper::CheckPresence()
 {
-    Open();
-    if (isPresent)
+    const bool opened = Open();
+    if (opened || IsPresent()) // another thread's search may have found nothing meanwhile
     {
         Close();
     }
-    return isPresent;
+    return IsPresent();
 }
 
 bool Beeper::Alert()

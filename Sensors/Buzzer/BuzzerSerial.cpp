@@ -56,15 +56,16 @@ bool BuzzerSerial::Open()
 {
     if (access(ADAPTER, F_OK) != 0)
     {
-        isPresent = false;
+        SetPresent(false);
         Logger::GetInstance() << LogType::Info << "NO BUZZER CONNECTED TO SERIAL PORT" << std::endl;
         return false;
     }
     Logger::GetInstance() << LogType::Info << "FOUND BUZZER PORT AT: " << ADAPTER << std::endl;
     port.Close();
     port = SerialPort::Serial(ADAPTER, SPEED);
-    isPresent = port.Open();
-    if (!isPresent)
+    const bool opened = port.Open();
+    SetPresent(opened);
+    if (!opened)
     {
         return false;
     }
@@ -73,23 +74,23 @@ bool BuzzerSerial::Open()
     SendLine(PRESENCE);
     std::this_thread::sleep_for(AFTER_PRESENCE_COMMAND);
     AwaitOutput();
-    isPresent = true; // whatever it said: reaching the prompt is enough
+    SetPresent(true); // whatever it said: reaching the prompt is enough
     return true;
 }
 
 bool BuzzerSerial::Close()
 {
-    return !isPresent || port.Close();
+    return !IsPresent() || port.Close();
 }
 
 bool BuzzerSerial::CheckPresence()
 {
     Open();
-    if (isPresent)
+    if (IsPresent())
     {
         Close();
     }
-    return isPresent;
+    return IsPresent();
 }
 
 bool BuzzerSerial::Alert()
@@ -112,7 +113,7 @@ bool BuzzerSerial::BuzzDevice(int count, int duration)
         return false;
     }
     Open();
-    if (!isPresent)
+    if (!IsPresent())
     {
         return false;
     }

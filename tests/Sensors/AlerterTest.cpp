@@ -8,6 +8,7 @@
 #include "tests/base/Tavbase/Interfaces/VirtualSlot.h"
 
 #include <memory>
+#include <thread>
 #include <type_traits>
 
 using I2cTests::Bridge;
@@ -88,6 +89,27 @@ TEST_F(AlerterTest, OneFlagServesBothDevices)
     EXPECT_FALSE(Alerter::isPresent) << "the search for the board found nothing";
     EXPECT_TRUE(buzzer.Close());
     EXPECT_FALSE(beeper.CheckPresence());
+}
+
+TEST_F(AlerterTest, TwoThreadsMayCheckTheirAlertersAtOnce)
+{
+    // The thread sanitizer sees to the flag that both of them set and read.
+    const Printed printed;
+    const Bridge bridge;
+    std::thread buzzers([] {
+        BuzzerSerial buzzer; // there is no board
+        for (int times = 0; times < 100; ++times)
+        {
+            buzzer.CheckPresence();
+        }
+    });
+    Beeper beeper;
+    for (int times = 0; times < 100; ++times)
+    {
+        beeper.CheckPresence();
+    }
+    buzzers.join();
+    EXPECT_TRUE(beeper.CheckPresence());
 }
 
 TEST_F(AlerterTest, TheBoardsPresenceCountsForTheBeeper)

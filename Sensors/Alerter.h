@@ -32,8 +32,8 @@ public:
     /**
      * True once an alert device has been opened, until a search for one finds nothing. One flag for all
      * alerters of the process, so that one kind answers for the other (docs/limits.md). It is a plain
-     * variable: while any alerter may be used by another thread, look at what CheckPresence() returns, and not
-     * at this.
+     * variable: while any alerter may be used by another thread, look at what CheckPresence() returns, and
+     * not at this.
      */
     static bool isPresent;
 

@@ -276,26 +276,27 @@ bool LoggerBase<Policy>::TakeForFork()
 template <class Policy>
 void LoggerBase<Policy>::AfterForkInParent()
 {
+    if (TakenForFork())
+    {
+        if (forks == 1)
+        {
+            CompleteOpenLine(); // which a fork handler of the application has begun
+        }
+        --forks;
+        if (forks == 0 && suspended != nullptr)
+        {
+            stream.swap(*suspended);
+            suspended.reset();
+        }
+        else
+        {
+            Release();
+        }
+    }
     if (forking<Policy>.depth > 0)
     {
         --forking<Policy>.depth;
     }
-    if (!TakenForFork())
-    {
-        return;
-    }
-    if (forks == 1)
-    {
-        CompleteOpenLine(); // which a fork handler of the application has begun
-    }
-    --forks;
-    if (forks == 0 && suspended != nullptr)
-    {
-        stream.swap(*suspended);
-        suspended.reset();
-        return;
-    }
-    Release();
 }
 
 template <class Policy>

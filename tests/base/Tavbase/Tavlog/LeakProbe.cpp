@@ -1,5 +1,5 @@
-// A program that logs as an application does, for a leak check from outside: both sinks, several threads, a forked
-// child, and an end by exit().
+// A program that logs as an application does, for a leak check from outside: both sinks, several threads, a
+// forked child, and an end by exit().
 
 #include "base/Tavbase/Tavlog/Logger.h"
 

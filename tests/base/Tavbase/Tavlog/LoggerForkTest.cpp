@@ -272,14 +272,15 @@ TEST_F(LoggerForkTest, TwoThreadsMayForkAtTheSameTime)
             Kit::Clock::WaitUntil([] { return secondHasForked.load(); });
         }
     };
-    const Elsewhere first([] {
-        isFirst = true;
-        Fork();
-    });
-    LetOthersRun();
-    Fork(); // waits in vain for the lock that the first has taken for its own
-    secondHasForked = true;
-    EXPECT_TRUE(first.IsDone());
+    {
+        const Elsewhere first([] {
+            isFirst = true;
+            Fork();
+        });
+        LetOthersRun();
+        Fork(); // waits in vain for the lock that the first has taken for its own
+        secondHasForked = true;
+    }
     const Elsewhere logging([] {
         Say("one");
         Say("two");

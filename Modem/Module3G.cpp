@@ -4,6 +4,7 @@
 
 #include "Modem/AtChannel.h"
 #include "Modem/AtCommands.h"
+#include "Serial/ClosingWait.h"
 #include "base/DatesBeyond2038.h"
 #include "base/Tavbase/IException.h"
 #include "base/Tavbase/Util/StandardStreams.h"
@@ -48,11 +49,19 @@ enum Result : int
     NOT_WRITTEN = -3
 };
 
-/// Closes an interface at the end of its exchange; as everywhere, 0 counts as not open.
+/// Closes an interface at the end of its exchange; as everywhere, 0 counts as not open. A module that takes
+/// no output must not hold that, and with it the lock of all exchanges, for the 30 s of the line's closing
+/// wait.
 class OpenedInterface
 {
 public:
-    explicit OpenedInterface(int descriptor) : fd(descriptor) {}
+    explicit OpenedInterface(int descriptor) : fd(descriptor)
+    {
+        if (fd > 0)
+        {
+            SerialPort::CloseWithoutWaiting(fd); // where the driver refuses, it is as it is
+        }
+    }
 
     OpenedInterface(const OpenedInterface&) = delete;
     OpenedInterface& operator=(const OpenedInterface&) = delete;

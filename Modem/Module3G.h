@@ -41,6 +41,9 @@ extern TAVDEVICE_API std::string Bus_Module3G;
  * static members, whatever number of objects exist; an object only remembers CheckModulePresence(), and can
  * be neither copied nor moved.
  *
+ * A module that takes no command holds the caller for the time of the exchange, not for the closing wait of
+ * its line (30 s): each exchange sets that to none, where the driver allows it. OpenPort() does not.
+ *
  * An operation reports failure by its result, as each tells. One exception is common to all that exchange:
  * Tavbase::IException with code -1 when the interface refuses its line settings; its text is also printed
  * to standard output, and the descriptor stays open. What else throws says so; IsRegistered() does.

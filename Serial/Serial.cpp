@@ -1,18 +1,23 @@
 #include "Serial/Serial.h"
 
+#include "Serial/ClosingWait.h"
 #include "base/Tavbase/Tavlog/Logger.h"
 #include "base/Tavbase/Util/StandardStreams.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/select.h>
 #include <system_error>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -28,6 +33,9 @@ using Tavbase::Tavlog::LogType;
 constexpr std::size_t TEXT_READ_BYTES = 256;
 constexpr unsigned int TENTHS_PER_SECOND = 10;
 constexpr int MILLISECONDS_PER_SECOND = 1000;
+
+constexpr std::chrono::milliseconds LONGEST_OUTPUT_WAIT = std::chrono::hours(24);
+constexpr std::chrono::milliseconds OUTPUT_LOOK_INTERVAL{2};
 
 constexpr int MODE_RAW = 1;
 constexpr int MODE_LINES_CR = 2;
@@ -253,6 +261,27 @@ void Serial::Flush()
         tcdrain(fd);
         Logger::GetInstance() << LogType::Info << "[SERIAL] Serial port flashed" << std::endl;
     }
+}
+
+bool Serial::AwaitOutput(std::chrono::milliseconds limit)
+{
+    const auto end = std::chrono::steady_clock::now() +
+                     std::clamp(limit, std::chrono::milliseconds(0), LONGEST_OUTPUT_WAIT);
+    int waiting = 0;
+    while (fd > 0 && ioctl(fd, TIOCOUTQ, &waiting) == 0 && waiting > 0)
+    {
+        if (std::chrono::steady_clock::now() >= end)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(OUTPUT_LOOK_INTERVAL);
+    }
+    return true;
+}
+
+bool Serial::CloseWithoutWaiting()
+{
+    return fd > 0 && SerialPort::CloseWithoutWaiting(fd);
 }
 
 bool Serial::FailedRead(ssize_t result, const char* where)

@@ -5,6 +5,7 @@
 #include "base/Tavbase/Interfaces/IError.h"
 #include "base/Tavbase/TavubufferDynamic.h"
 
+#include <chrono>
 #include <string>
 #include <sys/types.h>
 #include <termios.h>
@@ -94,6 +95,23 @@ public:
     int Drain();
 
     void Flush(); ///< discards unread input, then waits until all output has been sent
+
+    /**
+     * Waits until the device has taken all output, where Drain() and Flush() would wait for ever: a device on
+     * USB can be there and take nothing.
+     * @param limit 24 hours at most; 0 or less: one look
+     * @return false when there is still some at the limit; true at once when the port is not open, or its
+     *         driver does not tell
+     */
+    bool AwaitOutput(std::chrono::milliseconds limit);
+
+    /**
+     * From now on the closing of this line drops what the device has not taken, where a driver waits for it
+     * otherwise, half a minute as a rule. The setting is the line's own: it outlives Close() and holds for
+     * whoever else has it open. AwaitOutput() first is what keeps the last bytes.
+     * @return false when the port is not open, or its driver does not allow that; nothing is then changed
+     */
+    bool CloseWithoutWaiting();
 
 private:
     struct termios config = {}; ///< the settings last read from and written to the device

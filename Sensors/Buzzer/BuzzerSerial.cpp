@@ -31,6 +31,7 @@ constexpr const char* PRESENCE = "0";
 
 constexpr std::chrono::milliseconds AFTER_SEQUENCE{10};
 constexpr std::chrono::milliseconds AFTER_PRESENCE_COMMAND{10};
+constexpr std::chrono::milliseconds OUTPUT_TIME{500}; // a board that works takes it within some milliseconds
 
 }
 
@@ -50,6 +51,7 @@ BuzzerSerial::BuzzerSerial() : port(ADAPTER, SPEED)
 BuzzerSerial::~BuzzerSerial()
 {
     BuzzerSerial::Close();
+    port.AwaitOutput(OUTPUT_TIME); // the port is still open where no alert device is present
 }
 
 bool BuzzerSerial::Open()
@@ -61,6 +63,7 @@ bool BuzzerSerial::Open()
         return false;
     }
     Logger::GetInstance() << LogType::Info << "FOUND BUZZER PORT AT: " << ADAPTER << std::endl;
+    port.AwaitOutput(OUTPUT_TIME);
     port.Close();
     port = SerialPort::Serial(ADAPTER, SPEED);
     const bool opened = port.Open();
@@ -69,18 +72,32 @@ bool BuzzerSerial::Open()
     {
         return false;
     }
+    port.CloseWithoutWaiting(); // a driver that refuses waits as ever
     ResetSequence();
+    if (!OutputTaken())
+    {
+        return false;
+    }
     port.Flush();
     SendLine(PRESENCE);
     std::this_thread::sleep_for(AFTER_PRESENCE_COMMAND);
-    AwaitOutput();
+    if (!OutputTaken())
+    {
+        return false;
+    }
+    AwaitReply();
     SetPresent(true); // whatever it said: reaching the prompt is enough
     return true;
 }
 
 bool BuzzerSerial::Close()
 {
-    return !IsPresent() || port.Close();
+    if (!IsPresent())
+    {
+        return true;
+    }
+    port.AwaitOutput(OUTPUT_TIME); // the closing drops what is left of it
+    return port.Close();
 }
 
 bool BuzzerSerial::CheckPresence()
@@ -188,7 +205,19 @@ void BuzzerSerial::SendLine(const std::string& command)
     port.Send(reinterpret_cast<unsigned char*>(line.data()), static_cast<unsigned int>(line.size()));
 }
 
-void BuzzerSerial::AwaitOutput()
+bool BuzzerSerial::OutputTaken()
+{
+    if (port.AwaitOutput(OUTPUT_TIME))
+    {
+        return true;
+    }
+    SetPresent(false);
+    port.Close();
+    Logger::GetInstance() << LogType::Error << "BUZZER TAKES NO OUTPUT" << std::endl;
+    return false;
+}
+
+void BuzzerSerial::AwaitReply()
 {
     std::string latest; // as much of the reply as the marker is long: a board may chatter for ever
     char c = 0;

@@ -14,8 +14,11 @@ namespace Tavdevice
  * A buzzer board on the USB-serial adapter "/dev/serial/by-id/usb-1a86_USB2.0-Serial-if00-port0" (115200
  * baud), which is driven by lines typed at its prompt.
  *
- * Each operation that opens the board waits for its answer without a limit: a board that is there and never
- * answers holds the caller.
+ * Each operation that opens the board waits for its answer without a limit: a board that takes its commands
+ * and never answers holds the caller. One that does not even take them within half a second is not there: one
+ * error line says so ("BUZZER TAKES NO OUTPUT").
+ *
+ * The closing waits half a second at most for the board to take the last command; what is left is dropped.
  */
 class TAVDEVICE_API BuzzerSerial : public Alerter
 {
@@ -27,7 +30,8 @@ public:
      * Opens the port, resets the board's command line and waits for the answer to the presence command. Sets
      * `isPresent` to whether that went well; what the board answered is not looked at. An open port is closed
      * first.
-     * @return false when there is no adapter, or it cannot be opened or set up
+     * @return false when there is no adapter, it cannot be opened or set up, or takes no output; the port is
+     *         then closed, but for one that refused its settings
      */
     bool Open() override;
     bool Close() override; ///< closes the port, unless no alert device is present @return false on failure
@@ -61,7 +65,8 @@ private:
 
     void SendByte(unsigned char byte);
     void SendLine(const std::string& command);
-    void AwaitOutput(); ///< takes bytes until the board's output has ended
+    bool OutputTaken(); ///< false when the board takes none: it is then closed and not present
+    void AwaitReply();  ///< takes bytes until the board's output has ended
 
     SerialPort::Serial port;
 

@@ -1,10 +1,13 @@
 // One exchange: what it writes, how long it polls, what it takes for an answer.
 
 #include "tests/Modem/ModemTest.h"
+#include "tests/kit/OutputQueue.h"
 
 #include <climits>
 #include <fcntl.h>
+#include <linux/serial.h>
 #include <ostream>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 using testing::Each;
@@ -50,7 +53,7 @@ TEST_F(ModemTest, ACompleteReplyIsTakenInTheFirstPollingCycle)
     EXPECT_EQ(module.Received(), COMMAND);
     EXPECT_EQ(Gathered(), "AT+CSQ\r\n\r\n+CSQ: 17,0\r\n\r\nOK\r\n") << "as received";
     EXPECT_THAT(Functions(),
-                ElementsAre("open", "tcgetattr", "tcsetattr", "write", "sleep", "read", "close"));
+                ElementsAre("open", "tcgetattr", "tcsetattr", "ioctl", "write", "sleep", "read", "close"));
     EXPECT_EQ(Kit::System::CallsOf("read").at(0).argument, 255);
     EXPECT_THAT(Logged(), IsEmpty());
     EXPECT_TRUE(LockIsFree());
@@ -320,7 +323,8 @@ TEST_P(FewTries, WriteAndWaitOnceWithoutReading)
     EXPECT_EQ(Exchange(COMMAND, GetParam()), -2);
     EXPECT_EQ(module.Received(), COMMAND);
     EXPECT_EQ(Clock::Elapsed(), CYCLE);
-    EXPECT_THAT(Functions(), ElementsAre("open", "tcgetattr", "tcsetattr", "write", "sleep", "close"));
+    EXPECT_THAT(Functions(),
+                ElementsAre("open", "tcgetattr", "tcsetattr", "ioctl", "write", "sleep", "close"));
     EXPECT_EQ(std::string(Module3G::bufferAtCommands, REPLY_BYTES), std::string(REPLY_BYTES, '\0'));
     EXPECT_TRUE(LockIsFree());
 }
@@ -428,6 +432,55 @@ TEST_F(ModemTest, DescriptorZeroCountsAsNotOpenAndIsNotClosed)
     close(STDIN_FILENO);
     dup2(standardInput, STDIN_FILENO);
     close(standardInput);
+}
+
+// A module that takes no output ---------------------------------------------------------------------------
+
+class StuckModule : public ModemTest
+{
+protected:
+    Kit::OutputQueue queue{MAIN_PORT, Kit::OutputQueue::NEVER};
+};
+
+TEST_F(StuckModule, HoldsTheCallerForTheTimeOfTheExchange)
+{
+    EXPECT_EQ(Exchange("AT", SHORT_CYCLES), -2);
+    EXPECT_EQ(Clock::Elapsed(), SHORT_CYCLES * CYCLE);
+    EXPECT_EQ(Exchange("AT", 1), -2);
+    EXPECT_EQ(Clock::Elapsed(), (SHORT_CYCLES + 1) * CYCLE);
+    EXPECT_EQ(Count("open"), Count("close"));
+    EXPECT_TRUE(LockIsFree());
+    EXPECT_THAT(Logged(), IsEmpty());
+}
+
+TEST_F(StuckModule, BehindADriverThatRefusesHoldsTheCallerForTheClosingWait)
+{
+    for (const unsigned long request : {TIOCSSERIAL, TIOCGSERIAL})
+    {
+        queue.Refuse(request, request == TIOCSSERIAL ? EPERM : ENOTTY);
+        const auto before = Clock::Elapsed();
+        EXPECT_EQ(Exchange("AT", SHORT_CYCLES), -2);
+        EXPECT_EQ(Clock::Elapsed() - before, SHORT_CYCLES * CYCLE + 30s);
+    }
+    EXPECT_THAT(Logged(), IsEmpty());
+}
+
+TEST_F(StuckModule, IsNotLookedForByThePortOfTheApplication)
+{
+    std::string path = MAIN_PORT;
+    const int fd = Module3G::OpenPort(path.data());
+    ASSERT_GT(fd, 0);
+    EXPECT_THAT(Functions(), ElementsAre("open", "tcgetattr", "tcsetattr"));
+    close(fd);
+}
+
+TEST_F(StuckModule, ThatTakesItInTimeIsAskedAsEver)
+{
+    queue.TakeAfter(0ms);
+    module.Accept(COMMAND, LINE);
+    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), 0);
+    EXPECT_THAT(Functions(), ElementsAre("open", "tcgetattr", "tcsetattr", "ioctl", "ioctl", "write", "sleep",
+                                         "read", "close"));
 }
 
 // The rest of the channel --------------------------------------------------------------------------------

@@ -5,6 +5,7 @@
 
 #include "tests/kit/MessageDevice.h"
 #include "tests/kit/Output.h"
+#include "tests/kit/OutputQueue.h"
 #include "virtual-unit/time/Calls.h"
 #include "virtual-unit/time/Real.h"
 #include "virtual-unit/time/Waits.h"
@@ -197,8 +198,8 @@ void SetDescriptor(int fd, const char* path)
     }
 }
 
-/// The message device that a descriptor was opened on, if it was one.
-const MessageDevice* DeviceOf(int fd)
+/// What a descriptor was opened by; empty when it is not one of the kit's.
+PathText PathOf(int fd)
 {
     PathText path{};
     if (fd >= 0 && fd < MOST_DESCRIPTORS)
@@ -206,7 +207,19 @@ const MessageDevice* DeviceOf(int fd)
         const Spin lock;
         path = descriptorPaths[static_cast<std::size_t>(fd)];
     }
+    return path;
+}
+
+/// The message device that a descriptor was opened on, if it was one.
+const MessageDevice* DeviceOf(int fd)
+{
+    const PathText path = PathOf(fd);
     return path[0] == '\0' ? nullptr : MessageDevice::At(path.data());
+}
+
+OutputQueue* QueueOf(int fd)
+{
+    return OutputQueue::Of(PathOf(fd).data());
 }
 
 /// True when a call of this function is to fail now; `result` is what it returns.
@@ -647,7 +660,13 @@ STAND_IN int reboot(int) noexcept
 STAND_IN int close(int fd)
 {
     const bool kit = IsKitDescriptor(fd);
-    const auto result = static_cast<int>(OnDescriptor("close", fd, 0, [&] { return REAL_CALL(close)(fd); }));
+    const auto result = static_cast<int>(OnDescriptor("close", fd, 0, [&] {
+        if (OutputQueue* const queue = QueueOf(fd); queue != nullptr)
+        {
+            queue->Close(fd);
+        }
+        return REAL_CALL(close)(fd);
+    }));
     if (kit && result == 0)
     {
         SetDescriptor(fd, "");
@@ -673,12 +692,7 @@ int FcntlWith(int fd, int command, long argument)
         OnDescriptor("fcntl", fd, command, [&] { return REAL_CALL(fcntl)(fd, command, argument); }));
     if (copy >= 0 && IsKitDescriptor(fd))
     {
-        PathText path{};
-        {
-            const Spin lock;
-            path = descriptorPaths[static_cast<std::size_t>(fd)];
-        }
-        SetDescriptor(copy, path.data());
+        SetDescriptor(copy, PathOf(fd).data());
     }
     return copy;
 }
@@ -729,8 +743,15 @@ STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
             return static_cast<ssize_t>(count);
         }
     }
-    return OnDescriptor("write", fd, static_cast<long>(count),
-                        [&] { return REAL_CALL(write)(fd, bytes, count); });
+    return OnDescriptor("write", fd, static_cast<long>(count), [&] {
+        OutputQueue* const queue = QueueOf(fd);
+        if (queue == nullptr)
+        {
+            return REAL_CALL(write)(fd, bytes, count);
+        }
+        queue->Write(fd, {static_cast<const char*>(bytes), count});
+        return static_cast<ssize_t>(count);
+    });
 }
 
 STAND_IN int ftruncate(int fd, off_t length) noexcept
@@ -766,6 +787,10 @@ STAND_IN int ioctl(int fd, unsigned long request, ...) noexcept
     void* const argument = va_arg(arguments, void*);
     va_end(arguments);
     return static_cast<int>(OnDescriptor("ioctl", fd, static_cast<long>(request), [&] {
+        if (OutputQueue* const queue = QueueOf(fd); queue != nullptr && queue->Answers(request))
+        {
+            return queue->Ioctl(fd, request, argument);
+        }
         const MessageDevice* const device = DeviceOf(fd);
         return device != nullptr ? device->Ioctl(request, argument) : REAL_CALL(ioctl)(fd, request, argument);
     }));
@@ -804,7 +829,13 @@ STAND_IN int tcflush(int fd, int queue) noexcept
 
 STAND_IN int tcdrain(int fd)
 {
-    return static_cast<int>(OnDescriptor("tcdrain", fd, 0, [&] { return REAL_CALL(tcdrain)(fd); }));
+    return static_cast<int>(OnDescriptor("tcdrain", fd, 0, [&] {
+        if (OutputQueue* const queue = QueueOf(fd); queue != nullptr)
+        {
+            queue->Drain(fd);
+        }
+        return REAL_CALL(tcdrain)(fd);
+    }));
 }
 
 // Waiting for descriptors ------------------------------------------------------------------------------

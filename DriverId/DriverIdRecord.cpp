@@ -60,7 +60,7 @@ private:
             return -1;
         }
         const int opened =
-            Tavbase::Util::AboveStandardStreams(open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, MODE));
+            Tavbase::Util::OpenNoStandardStream(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, MODE);
         if (opened >= 0 && (fstat(opened, &status) != 0 || !S_ISREG(status.st_mode)))
         {
             close(opened); // another one has taken the name since

@@ -63,7 +63,7 @@ bool GpioCore::Initialize()
     {
         return true;
     }
-    fds[0].fd = Tavbase::Util::AboveStandardStreams(open(DEVICE, O_RDWR));
+    fds[0].fd = Tavbase::Util::OpenNoStandardStream(DEVICE, O_RDWR);
     initialized = fds[0].fd >= 0;
     if (initialized)
     {

@@ -82,7 +82,7 @@ HidI2C::~HidI2C() = default;
 bool HidI2C::Open(const std::string& path)
 {
     device = path;
-    fd = Tavbase::Util::AboveStandardStreams(open(device.c_str(), O_RDWR | O_NONBLOCK));
+    fd = Tavbase::Util::OpenNoStandardStream(device.c_str(), O_RDWR | O_NONBLOCK);
     if (fd < 0)
     {
         std::perror("Unable to open device");

@@ -66,7 +66,7 @@ bool I2c::Open()
         SetError(std::string("Invalid device length"), "Open", true, true);
         return false;
     }
-    fd = Tavbase::Util::AboveStandardStreams(open(device.c_str(), O_RDWR | O_NONBLOCK | O_SYNC));
+    fd = Tavbase::Util::OpenNoStandardStream(device.c_str(), O_RDWR | O_NONBLOCK | O_SYNC);
     return fd >= 0 || Fail("Unable to open bus: ", "Open");
 }
 

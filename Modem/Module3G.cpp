@@ -128,7 +128,7 @@ namespace AtChannel
 
 int Open(const char* path)
 {
-    const int fd = Tavbase::Util::AboveStandardStreams(open(path, O_RDWR | O_NOCTTY | O_NONBLOCK));
+    const int fd = Tavbase::Util::OpenNoStandardStream(path, O_RDWR | O_NOCTTY | O_NONBLOCK);
     if (fd < 0)
     {
         return -1;

@@ -102,7 +102,7 @@ bool Serial::Open()
     ResetError();
     Logger::GetInstance() << LogType::Info << "[SERIAL] Try to open device " << device << std::endl;
 
-    fd = Tavbase::Util::AboveStandardStreams(open(device.c_str(), O_RDWR | O_NOCTTY));
+    fd = Tavbase::Util::OpenNoStandardStream(device.c_str(), O_RDWR | O_NOCTTY);
     if (fd < 0)
     {
         return Fail("[SERIAL] Unable to open serial port", "Open");

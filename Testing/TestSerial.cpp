@@ -42,7 +42,7 @@ constexpr std::uint32_t OTHER_SPEED = 0x1000; // as told in inputSpeed and outpu
 
 int TestSerial()
 {
-    const int fd = Tavbase::Util::AboveStandardStreams(open(UART, O_RDONLY));
+    const int fd = Tavbase::Util::OpenNoStandardStream(UART, O_RDONLY);
     if (fd < 0)
     {
         std::perror("Open");

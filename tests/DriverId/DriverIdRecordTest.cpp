@@ -630,6 +630,7 @@ KIT_PROGRAM(RecordWithoutStreams)
         }
     }
     KIT_REQUIRE(looked >= 2);
+    KIT_REQUIRE(Kit::ClosedStreams::WereKept());
     return 0;
 }
 

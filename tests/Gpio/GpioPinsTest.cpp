@@ -450,6 +450,7 @@ KIT_PROGRAM(GpioWithoutStreams)
     std::vector<unsigned long> pins;
     Kit::MessageDevice device(DEVICE, [&](unsigned long pin, void*) {
         pins.push_back(pin);
+        KIT_REQUIRE(Kit::ClosedStreams::WereKept());
         return 0;
     });
     const Kit::ClosedStreams closed;

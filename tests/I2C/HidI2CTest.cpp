@@ -574,6 +574,7 @@ KIT_PROGRAM(HidI2CWithoutStreams)
     KIT_REQUIRE(hid.I2C_Write(0x62, FT260_I2C_START_AND_STOP, data, 2, &count));
     KIT_REQUIRE(bridge.Received().size() == 1);
     KIT_REQUIRE(hid.Close());
+    KIT_REQUIRE(Kit::ClosedStreams::WereKept());
     return 0;
 }
 

@@ -423,6 +423,7 @@ KIT_PROGRAM(I2cWithoutStreams)
     KIT_REQUIRE(device.Received().empty());
     KIT_REQUIRE(bus.Acquire(0x1C));
     KIT_REQUIRE(bus.Close());
+    KIT_REQUIRE(Kit::ClosedStreams::WereKept());
     return 0;
 }
 

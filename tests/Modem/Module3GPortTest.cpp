@@ -463,6 +463,7 @@ KIT_PROGRAM(ModemWithoutStreams)
     KIT_REQUIRE(write(fd, COMMAND, 8) == 8);
     KIT_REQUIRE(line.Received() == COMMAND);
     close(fd);
+    KIT_REQUIRE(Kit::ClosedStreams::WereKept());
     return 0;
 }
 

@@ -530,6 +530,7 @@ KIT_PROGRAM(SerialWithoutStreams)
     KIT_REQUIRE(port.Send(reinterpret_cast<unsigned char*>(text.data()), 4));
     KIT_REQUIRE(line.Received() == "sent");
     KIT_REQUIRE(port.Close());
+    KIT_REQUIRE(Kit::ClosedStreams::WereKept());
     return 0;
 }
 

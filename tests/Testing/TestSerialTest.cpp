@@ -296,6 +296,7 @@ KIT_PROGRAM(BenchWithoutStreams)
         KIT_REQUIRE(TestSerial() == 0);
         KIT_REQUIRE(uart.Received().empty());
     }
+    KIT_REQUIRE(Kit::ClosedStreams::WereKept());
     return 0;
 }
 

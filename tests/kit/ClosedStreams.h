@@ -3,7 +3,9 @@
 
 #include "base/Tavbase/Tavlog/Logger.h"
 #include "tests/kit/Program.h"
+#include "tests/kit/System.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -11,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <unistd.h>
+#include <vector>
 
 namespace Kit
 {
@@ -50,6 +53,15 @@ public:
         {
             Logger::GetInstance().Console() << LogType::Error << "printed" << std::endl;
         }
+    }
+
+    /// In the program: whether no file got the number of a standard stream, be it for a moment.
+    static bool WereKept()
+    {
+        const std::vector<System::Call> opened = System::CallsOf("open");
+        return std::ranges::none_of(opened, [](const System::Call& call) {
+            return call.result == STDOUT_FILENO || call.result == STDERR_FILENO;
+        });
     }
 
     /// In the test: the program returns 0 whichever of them is closed. Else it returns the line of its source

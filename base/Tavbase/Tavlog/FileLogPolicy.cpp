@@ -54,8 +54,8 @@ bool FileLogPolicy::Open()
     {
         return false;
     }
-    descriptor = Util::AboveStandardStreams(
-        open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), STDIN_FILENO);
+    const Util::StandardStreamsHeld streams(STDIN_FILENO);
+    descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
     return descriptor >= 0;
 }
 

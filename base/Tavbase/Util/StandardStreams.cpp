@@ -1,23 +1,69 @@
 #include "base/Tavbase/Util/StandardStreams.h"
 
-#include <cerrno>
 #include <fcntl.h>
 
 namespace Tavbase::Util
 {
 
-int AboveStandardStreams(int descriptor, int lowestStream)
+namespace
 {
-    if (descriptor < lowestStream || descriptor > STDERR_FILENO)
+
+constexpr int ABOVE = STDERR_FILENO + 1;
+
+bool AreOpen(int lowest)
+{
+    for (int stream = lowest; stream < ABOVE; ++stream)
     {
-        return descriptor;
+        if (fcntl(stream, F_GETFD) < 0)
+        {
+            return false;
+        }
     }
-    const bool closedOnExec = (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0;
-    const int above = fcntl(descriptor, closedOnExec ? F_DUPFD_CLOEXEC : F_DUPFD, STDERR_FILENO + 1);
-    const int reason = errno;
-    close(descriptor);
-    errno = reason;
-    return above;
+    return true;
+}
+
+}
+
+StandardStreamsHeld::StandardStreamsHeld(int lowest)
+{
+    held.fill(-1);
+    if (AreOpen(lowest))
+    {
+        return;
+    }
+    int holder = open("/", O_PATH | O_CLOEXEC);
+    if (holder >= 0 && holder < lowest)
+    {
+        const int low = holder;
+        holder = fcntl(low, F_DUPFD_CLOEXEC, lowest);
+        close(low);
+    }
+    for (int& one : held)
+    {
+        one = holder;
+        if (holder < 0 || holder >= ABOVE)
+        {
+            break; // each lower number is taken
+        }
+        holder = fcntl(holder, F_DUPFD_CLOEXEC, lowest);
+    }
+}
+
+StandardStreamsHeld::~StandardStreamsHeld()
+{
+    for (const int one : held)
+    {
+        if (one >= 0)
+        {
+            close(one);
+        }
+    }
+}
+
+int OpenNoStandardStream(const char* path, int flags, mode_t mode)
+{
+    const StandardStreamsHeld streams;
+    return open(path, flags, mode);
 }
 
 }

@@ -3,20 +3,33 @@
 
 #include "base/Export.h"
 
+#include <array>
+#include <sys/types.h>
 #include <unistd.h>
 
 namespace Tavbase::Util
 {
 
 /**
- * Keeps what was opened from becoming a standard stream: where the application has closed one of those, a new
- * descriptor gets its number, and what other threads print would go into the file or out on the line.
- * @param descriptor   as open() gave it, -1 included
- * @param lowestStream the lowest number that it must not have: 1 lets it be standard input
- * @return the descriptor itself, or one above 2 for the same, with the same flags, in its place; -1 with
- * errno when there is none, the descriptor is then closed
+ * Where the application has closed a standard stream, the next file that is opened gets its number, and what
+ * any thread prints goes into that file or out on that line. While one of these lives the numbers are held,
+ * by what refuses every write as a closed stream does. Moving a file up once it is open would be too late.
  */
-TAVBASE_API int AboveStandardStreams(int descriptor, int lowestStream = STDOUT_FILENO);
+class TAVBASE_API StandardStreamsHeld
+{
+public:
+    /// @param lowest of the streams that are held; output leaves standard input out
+    explicit StandardStreamsHeld(int lowest = STDOUT_FILENO);
+    StandardStreamsHeld(const StandardStreamsHeld&) = delete;
+    StandardStreamsHeld& operator=(const StandardStreamsHeld&) = delete;
+    ~StandardStreamsHeld();
+
+private:
+    std::array<int, STDERR_FILENO + 2> held; ///< the last is the first number above them
+};
+
+/// open(), whose descriptor is neither standard output nor standard error.
+TAVBASE_API int OpenNoStandardStream(const char* path, int flags, mode_t mode = 0);
 
 }
 

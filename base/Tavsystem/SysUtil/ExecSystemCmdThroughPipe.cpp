@@ -37,12 +37,7 @@ public:
         }
     }
 
-    /// Takes `opened` over, under a number above all standard ones: the command's own are made from it.
-    bool Take(int opened)
-    {
-        fd = Tavbase::Util::AboveStandardStreams(opened, STDIN_FILENO);
-        return fd >= 0;
-    }
+    void Take(int opened) { fd = opened; }
 
 private:
     int fd = -1;
@@ -55,13 +50,15 @@ struct Pipe
 
     bool Open()
     {
+        const Tavbase::Util::StandardStreamsHeld streams(STDIN_FILENO); // the command's own are made from it
         std::array<int, 2> ends{};
         if (pipe2(ends.data(), O_CLOEXEC) != 0)
         {
             return false;
         }
-        const bool readable = readEnd.Take(ends[0]);
-        return writeEnd.Take(ends[1]) && readable;
+        readEnd.Take(ends[0]);
+        writeEnd.Take(ends[1]);
+        return true;
     }
 };
 

@@ -1,14 +1,12 @@
-// Descriptors that are kept from becoming standard streams.
+// Files that are kept from becoming standard streams.
 
 #include "base/Tavbase/Util/StandardStreams.h"
 
 #include "tests/kit/Child.h"
-#include "tests/kit/HighDescriptor.h"
-#include "tests/kit/TempDir.h"
 
-#include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -16,97 +14,98 @@
 namespace
 {
 
-using Tavbase::Util::AboveStandardStreams;
+using Tavbase::Util::OpenNoStandardStream;
+using Tavbase::Util::StandardStreamsHeld;
 
 bool IsOpen(int fd)
 {
     return fcntl(fd, F_GETFD) >= 0;
 }
 
-/// Opens a pipe's reading end, not blocking, under a number that is free.
-int OpenAs(int number, int flags)
+/// Runs `work` with each set of the three streams closed, each in a process of its own; it gets the set, a
+/// bit for each stream.
+void WithEachSetClosed(const std::function<bool(int closed)>& work)
 {
-    std::array<int, 2> ends{};
-    EXPECT_EQ(pipe2(ends.data(), O_NONBLOCK), 0);
-    const int end = Kit::MoveUp(ends[0]);
-    close(Kit::MoveUp(ends[1]));
-    EXPECT_EQ(dup3(end, number, flags), number);
-    close(end);
-    return number;
+    for (int closed = 0; closed < 8; ++closed)
+    {
+        const Kit::ChildResult child = Kit::RunInChild([&] {
+            for (int stream = 0; stream < 3; ++stream)
+            {
+                if ((closed & (1 << stream)) != 0)
+                {
+                    close(stream);
+                }
+            }
+            return work(closed) ? 0 : 1;
+        });
+        EXPECT_EQ(child.exitStatus, 0) << closed << ' ' << child.output;
+    }
 }
 
-int RunAlone(const std::function<void()>& work)
+bool AreAsBefore(int closed)
 {
-    return Kit::RunInChild([&] {
-               work();
-               return testing::Test::HasFailure() ? 1 : 0;
-           })
-        .exitStatus;
+    bool right = true;
+    for (int stream = 0; stream < 3; ++stream)
+    {
+        right = right && IsOpen(stream) == ((closed & (1 << stream)) == 0);
+    }
+    return right;
 }
 
-TEST(StandardStreamsTest, ADescriptorAboveThemIsLeftAsItIs)
+TEST(StandardStreamsTest, AFileGetsNoneOfTheirNumbersButThatOfInput)
 {
-    const int fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    ASSERT_GT(fd, STDERR_FILENO);
-    EXPECT_EQ(AboveStandardStreams(fd), fd);
-    EXPECT_EQ(AboveStandardStreams(fd, STDIN_FILENO), fd);
-    EXPECT_TRUE(IsOpen(fd));
-    close(fd);
+    WithEachSetClosed([](int closed) {
+        const int fd = OpenNoStandardStream("/dev/null", O_WRONLY | O_NONBLOCK);
+        const bool input = (closed & 1) != 0;
+        const bool right = (input ? fd == STDIN_FILENO : fd > STDERR_FILENO) &&
+                           (fcntl(fd, F_GETFL) & (O_ACCMODE | O_NONBLOCK)) == (O_WRONLY | O_NONBLOCK) &&
+                           fcntl(fd, F_GETFD) == 0;
+        close(fd);
+        return right && AreAsBefore(closed);
+    });
 }
 
-TEST(StandardStreamsTest, AFailedOpenStaysOneWithItsReason)
+TEST(StandardStreamsTest, WhileAllAreHeldAFileGetsNoneOfTheirNumbers)
 {
-    errno = ENODEV;
-    EXPECT_EQ(AboveStandardStreams(-1), -1);
-    EXPECT_EQ(AboveStandardStreams(-1, STDIN_FILENO), -1);
-    EXPECT_EQ(errno, ENODEV);
+    WithEachSetClosed([](int closed) {
+        int fd = -1;
+        {
+            const StandardStreamsHeld streams(STDIN_FILENO);
+            fd = open("/dev/null", O_WRONLY);
+            const char byte = 'x';
+            if ((closed & 2) != 0 && (write(STDOUT_FILENO, &byte, 1) != -1 || errno != EBADF))
+            {
+                return false; // a print must fail as before
+            }
+        }
+        const bool right = fd > STDERR_FILENO;
+        close(fd);
+        return right && AreAsBefore(closed);
+    });
 }
 
-TEST(StandardStreamsTest, OutputAndErrorAreGivenANumberAboveThem)
+TEST(StandardStreamsTest, AFailedOpenTellsItsReason)
 {
-    EXPECT_EQ(RunAlone([] {
-                  for (const int low : {STDOUT_FILENO, STDERR_FILENO})
-                  {
-                      for (const int flags : {0, O_CLOEXEC})
-                      {
-                          OpenAs(low, flags);
-                          const int fd = AboveStandardStreams(low);
-                          EXPECT_GT(fd, STDERR_FILENO);
-                          EXPECT_FALSE(IsOpen(low));
-                          EXPECT_EQ(fcntl(fd, F_GETFD), flags == 0 ? 0 : FD_CLOEXEC);
-                          EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, O_NONBLOCK);
-                          close(fd);
-                      }
-                  }
-              }),
-              0);
+    errno = 0;
+    EXPECT_EQ(OpenNoStandardStream("/dev/null/x", O_RDONLY), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+    WithEachSetClosed([](int closed) {
+        return OpenNoStandardStream("/dev/null/x", O_RDONLY) == -1 && errno == ENOTDIR && AreAsBefore(closed);
+    });
 }
 
-TEST(StandardStreamsTest, InputIsMovedOnlyWhereThatIsAskedFor)
+TEST(StandardStreamsTest, WhereNoOtherNumberIsLeftNothingIsOpened)
 {
-    EXPECT_EQ(RunAlone([] {
-                  OpenAs(STDIN_FILENO, 0);
-                  EXPECT_EQ(AboveStandardStreams(STDIN_FILENO), STDIN_FILENO);
-                  EXPECT_TRUE(IsOpen(STDIN_FILENO));
-                  EXPECT_GT(AboveStandardStreams(STDIN_FILENO, STDIN_FILENO), STDERR_FILENO);
-                  EXPECT_FALSE(IsOpen(STDIN_FILENO));
-              }),
-              0);
-}
-
-TEST(StandardStreamsTest, WhereNoneIsLeftTheDescriptorIsClosed)
-{
-    EXPECT_EQ(Kit::RunInChild([] {
-                  OpenAs(STDOUT_FILENO, 0);
-                  const rlimit limit = {3, 3};
-                  setrlimit(RLIMIT_NOFILE, &limit);
-                  const bool right = AboveStandardStreams(STDOUT_FILENO) == -1 &&
-                                     (errno == EMFILE || errno == EINVAL) && !IsOpen(STDOUT_FILENO);
-                  // Not by exit(): a sanitizer's work at the end needs descriptors.
-                  _exit(right ? 0 : 1);
-                  return 1;
-              }).exitStatus,
-              0);
+    const Kit::ChildResult child = Kit::RunInChild([] {
+        close(STDOUT_FILENO);
+        const rlimit limit = {3, 3};
+        setrlimit(RLIMIT_NOFILE, &limit);
+        const bool right = OpenNoStandardStream("/dev/null", O_RDONLY) == -1 && !IsOpen(STDOUT_FILENO);
+        // Not by exit(): a sanitizer's work at the end needs descriptors.
+        _exit(right ? 0 : 1);
+        return 1;
+    });
+    EXPECT_EQ(child.exitStatus, 0);
 }
 
 }

@@ -78,7 +78,7 @@ check_pkg_config()
 {
     local -a flags macros
     local bytes
-    read -ra flags < <(PKG_CONFIG_LIBDIR=$tree/lib/pkgconfig pkg-config --cflags --libs tavdevice)
+    eval "flags=($(PKG_CONFIG_LIBDIR=$tree/lib/pkgconfig pkg-config --cflags --libs tavdevice))"
     for bytes in 4 8; do
         macros=("-DTIME_BYTES=$bytes")
         if ((bytes == 8)); then

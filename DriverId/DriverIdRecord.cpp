@@ -28,7 +28,7 @@ constexpr const char* NO_DRIVER = "000000000000";
 constexpr std::size_t ID_CHARACTERS = 12;
 constexpr std::size_t SHORTEST_PATH = 6;
 constexpr std::size_t READ_BYTES = 4096;
-constexpr std::size_t LONGEST_RECORD = 1024 * 1024; // what is on the card may be anything
+constexpr std::size_t LONGEST_RECORD = std::size_t{1024} * 1024; // what is on the card may be anything
 
 /// A regular file that is open, until the end of the scope. Whatever else has its name is left alone: a FIFO
 /// would hold the caller, and a terminal or device do with the bytes what it does.

@@ -54,7 +54,7 @@ OutputQueue* OutputQueue::Of(const char* device)
 void OutputQueue::Write(int fd, std::string_view bytes)
 {
     queue += bytes;
-    takenAt = taking == NEVER ? std::chrono::nanoseconds::max() : Clock::Elapsed() + taking;
+    takenAt = taking.load() == NEVER ? std::chrono::nanoseconds::max() : Clock::Elapsed() + taking.load();
     Deliver(fd);
 }
 

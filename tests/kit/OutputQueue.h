@@ -1,6 +1,7 @@
 #ifndef TESTS_KIT_OUTPUTQUEUE_H
 #define TESTS_KIT_OUTPUTQUEUE_H
 
+#include <atomic>
 #include <chrono>
 #include <map>
 #include <string>
@@ -46,7 +47,7 @@ private:
     void Wait(int fd, std::chrono::nanoseconds limit);
 
     std::string path;
-    std::chrono::milliseconds taking;
+    std::atomic<std::chrono::milliseconds> taking;
     std::chrono::nanoseconds takenAt{0}; ///< of what is in the queue
     std::string queue;
     std::map<unsigned long, int> refused;

@@ -215,6 +215,7 @@ void LoggerBase<Policy>::WriterLoop()
         semaphore.WaitBusy();
         if (writerEnds)
         {
+            ended.Notify();
             return;
         }
         OutputLine();
@@ -268,6 +269,12 @@ bool LoggerBase<Policy>::TakeForFork()
         suspended = std::make_unique<std::ostringstream>();
         suspended->imbue(std::locale::classic());
         stream.swap(*suspended);
+    }
+    if (writer.joinable())
+    {
+        // The child has a copy of the handle without a thread to it: the thread sanitizer ends a child that
+        // creates one in its place.
+        writer.detach();
     }
     ++forks;
     return true;
@@ -340,7 +347,14 @@ void LoggerBase<Policy>::EndWriter()
         writerLost = true;
         writerEnds = true;
         semaphore.Notify();
-        writer.join();
+        if (writer.joinable())
+        {
+            writer.join(); // which frees its stack, too
+        }
+        else
+        {
+            ended.WaitBusy();
+        }
     }
     if (!inLine)
     {

@@ -172,7 +172,8 @@ private:
     unsigned int forks = 0;  ///< under way, with the lock taken: several when a fork handler forks
     /// The line that the forking thread had open, and goes on with afterwards; null when it had none.
     std::unique_ptr<std::ostringstream> suspended;
-    std::thread writer;
+    std::thread writer;           ///< detached by the first fork
+    Interfaces::ISemaphore ended; ///< wakes whoever ends a detached writer
 };
 
 template <class Policy>

@@ -1,5 +1,6 @@
 #include "base/Tavbase/Util/StandardStreams.h"
 
+#include <cerrno>
 #include <fcntl.h>
 
 namespace Tavbase::Util
@@ -63,7 +64,17 @@ StandardStreamsHeld::~StandardStreamsHeld()
 int OpenNoStandardStream(const char* path, int flags, mode_t mode)
 {
     const StandardStreamsHeld streams;
-    return open(path, flags, mode);
+    const int fd = open(path, flags, mode);
+    if (fd < STDOUT_FILENO || fd > STDERR_FILENO)
+    {
+        return fd;
+    }
+    // Another thread had a file there for a moment, which could not be told from the application's stream.
+    const int above = fcntl(fd, (flags & O_CLOEXEC) != 0 ? F_DUPFD_CLOEXEC : F_DUPFD, ABOVE);
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return above;
 }
 
 }

@@ -3,12 +3,15 @@
 #include "base/Tavbase/Util/StandardStreams.h"
 
 #include "tests/kit/Child.h"
+#include "tests/kit/Program.h"
 
+#include <atomic>
 #include <cerrno>
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <thread>
 #include <unistd.h>
 
 namespace
@@ -106,6 +109,36 @@ TEST(StandardStreamsTest, WhereNoOtherNumberIsLeftNothingIsOpened)
         return 1;
     });
     EXPECT_EQ(child.exitStatus, 0);
+}
+
+KIT_PROGRAM(OpensBesideAThreadThatOpens)
+{
+    close(STDOUT_FILENO);
+    std::atomic<bool> done = false;
+    std::thread other([&] {
+        while (!done)
+        {
+            close(open("/dev/null", O_RDONLY)); // has the free number for a moment
+        }
+    });
+    bool right = true;
+    for (int time = 0; time < 20'000 && right; ++time)
+    {
+        const int fd = OpenNoStandardStream("/dev/null", O_WRONLY);
+        right = fd > STDERR_FILENO;
+        close(fd);
+    }
+    done = true;
+    other.join();
+    return right ? 0 : 1;
+}
+
+TEST(StandardStreamsTest, AFileGetsNoneOfThemThoughAnotherThreadHadItForAMoment)
+{
+    // To the thread sanitizer the numbers that both use are a race.
+    const Kit::ChildResult program =
+        Kit::RunProgram("OpensBesideAThreadThatOpens", {.environment = {"TSAN_OPTIONS=report_bugs=0"}});
+    EXPECT_EQ(program.exitStatus, 0) << program.output;
 }
 
 }

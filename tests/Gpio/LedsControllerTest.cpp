@@ -5,13 +5,12 @@
 #include "tests/Gpio/GpioTest.h"
 #include "tests/kit/Interruptions.h"
 #include "tests/kit/Leaks.h"
+#include "tests/kit/ThreadNames.h"
 #include "virtual-unit/time/Real.h"
 
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
-#include <filesystem>
-#include <fstream>
 #include <pthread.h>
 #include <type_traits>
 
@@ -48,6 +47,7 @@ namespace
 
 using Kit::Clock;
 using Kit::System;
+using Kit::ThreadNames;
 using std::chrono::milliseconds;
 using Tavdevice::Gpio::LedController;
 using Tavdevice::Gpio::LedsController;
@@ -62,19 +62,6 @@ constexpr unsigned long LEFT_RED = 102;
 constexpr unsigned long LEFT_GREEN = 103;
 constexpr bool LEFT = true;
 constexpr bool RIGHT = false;
-
-/// The names of the process's threads.
-Texts ThreadNames()
-{
-    Texts names;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
-    {
-        std::string name;
-        std::getline(std::ifstream(task.path() / "comm"), name);
-        names.push_back(name);
-    }
-    return names;
-}
 
 class LedsTest : public GpioTest
 {

@@ -7,12 +7,12 @@
 #include "tests/kit/Child.h"
 #include "tests/kit/DeviceTest.h"
 #include "tests/kit/Leaks.h"
+#include "tests/kit/ThreadNames.h"
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -24,6 +24,7 @@
 #include <unistd.h>
 #include <vector>
 
+using Kit::ThreadNames;
 using Tavbase::Interfaces::ISemaphore;
 using Tavbase::Interfaces::IThread;
 using Tavbase::Tavlog::Logger;
@@ -923,18 +924,6 @@ TEST_F(IThreadTest, ADeliveryAllocatesNothing)
 }
 
 // The thread as the system sees it -----------------------------------------------------------------------
-
-std::vector<std::string> ThreadNames()
-{
-    std::vector<std::string> names;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
-    {
-        std::string threadName;
-        std::getline(std::ifstream(task.path() / "comm") >> std::ws, threadName);
-        names.push_back(threadName);
-    }
-    return names;
-}
 
 TEST_F(IThreadTest, CarriesItsNameForTheSystemsTools)
 {

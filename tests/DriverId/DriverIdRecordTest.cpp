@@ -239,6 +239,15 @@ struct TextRow
 {
     const char* name;
     std::string text;
+    /// Characters that are put in front or behind when the test runs: each of these tests is a process,
+    /// which would make the long texts of all of them at its begin.
+    std::size_t lineEndsInFront = 0;
+    std::size_t blanksBehind = 0;
+
+    std::string Whole() const
+    {
+        return std::string(lineEndsInFront, '\n') + text + std::string(blanksBehind, ' ');
+    }
 };
 
 void PrintTo(const TextRow& row, std::ostream* out)
@@ -254,9 +263,9 @@ class NoRecord : public DriverIdFileTest, public testing::WithParamInterface<Tex
 
 TEST_P(NoRecord, LoadsNothingInSilence)
 {
-    card.Write(GetParam().text);
+    card.Write(GetParam().Whole());
     EXPECT_EQ(Load(), UNTOUCHED);
-    EXPECT_EQ(card.Content(), GetParam().text);
+    EXPECT_EQ(card.Content(), GetParam().Whole());
     ExpectLines({});
 }
 
@@ -271,9 +280,9 @@ std::string Repeated(const std::string& text, std::size_t count)
 }
 
 /// A record, filled up with blanks.
-std::string Padded(std::size_t bytes)
+TextRow Padded(const char* name, std::size_t bytes)
 {
-    return CONTENT + std::string(bytes - CONTENT.size(), ' ');
+    return {name, CONTENT, 0, bytes - CONTENT.size()};
 }
 
 constexpr std::size_t LONGEST = 1024 * 1024;
@@ -311,8 +320,8 @@ INSTANTIATE_TEST_SUITE_P(
         TextRow{"NestedObjects", Repeated("{\"driver-id\":", 5000)},
         TextRow{"NestedBesideTheId",
                 R"({"driver-id":"00A1B2C3D4E5","a":)" + Repeated("[", 200) + Repeated("]", 200) + "}"},
-        TextRow{"OneByteTooLong", Padded(LONGEST + 1)}, TextRow{"MuchTooLong", Padded(10'000'000)},
-        TextRow{"LineEndsWithoutEnd", std::string(LONGEST, '\n') + CONTENT}),
+        Padded("OneByteTooLong", LONGEST + 1), Padded("MuchTooLong", 10'000'000),
+        TextRow{"LineEndsWithoutEnd", CONTENT, LONGEST}),
     NAME_OF);
 
 class IsRecord : public DriverIdFileTest, public testing::WithParamInterface<TextRow>
@@ -321,9 +330,9 @@ class IsRecord : public DriverIdFileTest, public testing::WithParamInterface<Tex
 
 TEST_P(IsRecord, LoadsTheId)
 {
-    card.Write(GetParam().text);
+    card.Write(GetParam().Whole());
     EXPECT_EQ(Load(), ID);
-    EXPECT_EQ(card.Content(), GetParam().text);
+    EXPECT_EQ(card.Content(), GetParam().Whole());
     ExpectLines({});
 }
 
@@ -349,7 +358,7 @@ INSTANTIATE_TEST_SUITE_P(
                     TextRow{"OtherKeysBehind",
                             R"({"driver-id":"00A1B2C3D4E5","driver":"000000000000","z":null})"},
                     TextRow{"Escapes", R"({"driver\u002did":"\u0030\u0030A1B2C3D4E5"})"},
-                    TextRow{"AsLongAsAllowed", Padded(LONGEST)}),
+                    Padded("AsLongAsAllowed", LONGEST)),
     NAME_OF);
 
 TEST_F(DriverIdFileTest, AnyTwelveCharactersAreLoaded)

@@ -1,7 +1,7 @@
 #include "virtual-unit/CommandLine.h"
 
-#include "virtual-unit/Step.h"
-#include "virtual-unit/Values.h"
+#include "virtual-unit/script/Step.h"
+#include "virtual-unit/unit/Values.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,7 +1,7 @@
 #ifndef VIRTUAL_UNIT_COMMANDLINE_H
 #define VIRTUAL_UNIT_COMMANDLINE_H
 
-#include "virtual-unit/UnitOptions.h"
+#include "virtual-unit/unit/UnitOptions.h"
 
 #include <stdexcept>
 #include <string>

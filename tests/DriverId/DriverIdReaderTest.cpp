@@ -4,7 +4,7 @@
 
 #include "tests/kit/DeviceTest.h"
 #include "tests/kit/TempDir.h"
-#include "tests/virtual-unit/EmulatedLine.h"
+#include "tests/virtual-unit/ports/EmulatedLine.h"
 #include "virtual-unit/peripherals/KeyReader.h"
 
 #include <chrono>

@@ -2,7 +2,7 @@
 
 #include "tests/GpsDevice/GpsTest.h"
 
-#include "tests/virtual-unit/EmulatedLine.h"
+#include "tests/virtual-unit/ports/EmulatedLine.h"
 #include "virtual-unit/peripherals/GpsReceiver.h"
 
 #include <algorithm>

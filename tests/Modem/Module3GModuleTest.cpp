@@ -2,7 +2,7 @@
 
 #include "tests/Modem/ModemTest.h"
 
-#include "tests/virtual-unit/EmulatedLine.h"
+#include "tests/virtual-unit/ports/EmulatedLine.h"
 #include "virtual-unit/peripherals/CellularModule.h"
 
 #include <fcntl.h>

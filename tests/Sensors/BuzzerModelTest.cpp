@@ -1,7 +1,7 @@
 // From end to end: the library with an emulated buzzer board at the other end of its line.
 
 #include "tests/Sensors/BuzzerTest.h"
-#include "tests/virtual-unit/EmulatedLine.h"
+#include "tests/virtual-unit/ports/EmulatedLine.h"
 #include "virtual-unit/peripherals/BuzzerBoard.h"
 
 #include <future>

@@ -1,7 +1,7 @@
 #ifndef VIRTUAL_UNIT_RECORDING_OBSERVED_H
 #define VIRTUAL_UNIT_RECORDING_OBSERVED_H
 
-#include "virtual-unit/PortObserver.h"
+#include "virtual-unit/ports/PortObserver.h"
 #include "virtual-unit/recording/PortEntry.h"
 
 #include <functional>

@@ -1,8 +1,8 @@
 #ifndef VIRTUAL_UNIT_RECORDING_OBSERVEDI2CADAPTER_H
 #define VIRTUAL_UNIT_RECORDING_OBSERVEDI2CADAPTER_H
 
-#include "virtual-unit/PortObserver.h"
 #include "virtual-unit/peripherals/I2cPeripheral.h"
+#include "virtual-unit/ports/PortObserver.h"
 
 #include <cstdint>
 #include <linux/i2c.h>

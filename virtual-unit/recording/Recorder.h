@@ -1,7 +1,7 @@
 #ifndef VIRTUAL_UNIT_RECORDING_RECORDER_H
 #define VIRTUAL_UNIT_RECORDING_RECORDER_H
 
-#include "virtual-unit/PortObserver.h"
+#include "virtual-unit/ports/PortObserver.h"
 #include "virtual-unit/recording/Mask.h"
 #include "virtual-unit/recording/PortRecorder.h"
 

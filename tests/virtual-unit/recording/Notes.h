@@ -1,7 +1,7 @@
 #ifndef TESTS_VIRTUAL_UNIT_RECORDING_NOTES_H
 #define TESTS_VIRTUAL_UNIT_RECORDING_NOTES_H
 
-#include "virtual-unit/PortObserver.h"
+#include "virtual-unit/ports/PortObserver.h"
 #include "virtual-unit/recording/ByteText.h"
 
 #include <chrono>

@@ -1,0 +1,306 @@
+#include "virtual-unit/calls/CardCalls.h"
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <linux/openat2.h>
+#include <optional>
+#include <string_view>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace VirtualUnit
+{
+
+namespace
+{
+
+using Kind = InterceptedCall::Kind;
+
+template <class Data>
+Answer Stored(const HeldCall& held, int error, const Data& data, std::uint64_t address)
+{
+    return error == 0 ? held.Store(&data, sizeof(data), address) : Answer::Error(error);
+}
+
+/// Lets this process create files as the application would, for as long as the object lives. No other thread
+/// of this process creates any.
+class UmaskOf
+{
+public:
+    explicit UmaskOf(pid_t thread) : former(umask(0)) { umask(Find(thread).value_or(former)); }
+
+    UmaskOf(const UmaskOf&) = delete;
+    UmaskOf& operator=(const UmaskOf&) = delete;
+
+    ~UmaskOf() { umask(former); }
+
+private:
+    static std::optional<mode_t> Find(pid_t thread)
+    {
+        constexpr std::string_view NAME = "Umask:";
+        constexpr int OCTAL = 8;
+        std::ifstream file("/proc/" + std::to_string(thread) + "/status");
+        for (std::string line; std::getline(file, line);)
+        {
+            if (line.starts_with(NAME))
+            {
+                return static_cast<mode_t>(std::strtoul(line.c_str() + NAME.size(), nullptr, OCTAL));
+            }
+        }
+        return std::nullopt;
+    }
+
+    mode_t former;
+};
+
+}
+
+CardCalls::CardCalls(const StorageCard& theCard, std::function<void(const std::string& line)> report)
+    : card(theCard), reportLine(std::move(report))
+{
+}
+
+Answer CardCalls::Find(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath)
+{
+    if (path.LeavesCard() || otherPath.LeavesCard())
+    {
+        return FindBeyond(held, path.LeavesCard() ? path : otherPath);
+    }
+    switch (held.Kind())
+    {
+    case Kind::MakeNode:
+        return Answer::Error(EPERM);
+    case Kind::Rename:
+        if (!path.IsOnCard() || !otherPath.IsOnCard())
+        {
+            return Answer::Error(EXDEV);
+        }
+        return Answer::Error(card.Rename(path.BelowCard(), otherPath.BelowCard(),
+                                         static_cast<unsigned int>(held.OwnArgumentOr(0))));
+    default:
+        return FindForPath(held, path.IsOnCard() ? path : otherPath);
+    }
+}
+
+Answer CardCalls::Unmount(const HeldCall& held)
+{
+    if (!mounted)
+    {
+        return Answer::Error(EINVAL);
+    }
+    const bool detaches = (held.OwnArgumentOr(0) & MNT_DETACH) != 0;
+    if (const std::optional<std::string> used = FindInUse(held); used && !detaches)
+    {
+        reportLine(std::string(UnitPath::CARD) + " stays mounted: the program uses " + *used);
+        return Answer::Error(EBUSY);
+    }
+    mounted = false;
+    reportLine(std::string(UnitPath::CARD) + " is unmounted");
+    return Answer::Success();
+}
+
+/// What the calling program has open on the card, or its working directory there: as a path of the unit.
+std::optional<std::string> CardCalls::FindInUse(const HeldCall& held) const
+{
+    namespace fs = std::filesystem;
+    const fs::path process = "/proc/" + std::to_string(held.Thread());
+    std::vector<fs::path> links = {process / "cwd"};
+    std::error_code error;
+    for (fs::directory_iterator entry(process / "fd", error), end; !error && entry != end;
+         entry.increment(error))
+    {
+        links.push_back(entry->path());
+    }
+    for (const fs::path& link : links)
+    {
+        const fs::path target = fs::read_symlink(link, error);
+        if (const std::optional<std::string> below = card.Find(target))
+        {
+            return fs::path(UnitPath::CARD) / *below;
+        }
+    }
+    return std::nullopt;
+}
+
+Answer CardCalls::OpenMountTable(const HeldCall& held) const
+{
+    open_how how = {held.OwnArgument(), 0, 0};
+    if (const int error = held.Kind() == Kind::OpenHow ? held.ReadOpenHow(how) : 0; error != 0)
+    {
+        return Answer::Error(error);
+    }
+    if ((how.flags & O_ACCMODE) != O_RDONLY)
+    {
+        return Answer::Error(EACCES);
+    }
+    std::string table = "/dev/root / ext4 rw,relatime 0 0\n";
+    if (mounted)
+    {
+        table += std::string("/dev/mmcblk3p1 ") + UnitPath::CARD + " vfat rw,relatime 0 0\n";
+    }
+    const Descriptor content(memfd_create("mounts", MFD_CLOEXEC));
+    if (content.Get() < 0 ||
+        write(content.Get(), table.data(), table.size()) != static_cast<ssize_t>(table.size()))
+    {
+        return Answer::Error(errno);
+    }
+    const std::string name = "/proc/self/fd/" + std::to_string(content.Get());
+    const int opened = open(name.c_str(), O_RDONLY | O_CLOEXEC); // from its beginning
+    return opened < 0 ? Answer::Error(errno) : Answer::Opened(opened, (how.flags & O_CLOEXEC) != 0);
+}
+
+Answer CardCalls::FindForPath(const HeldCall& held, const UnitPath& path)
+{
+    const std::string below = path.BelowCard();
+    switch (held.Kind())
+    {
+    case Kind::Open:
+        return Open(held, below, held.OwnArgument(), held.OwnArgument(1));
+    case Kind::Create:
+        return Open(held, below, O_CREAT | O_WRONLY | O_TRUNC, held.OwnArgument());
+    case Kind::OpenHow:
+        return OpenHow(held, path);
+    case Kind::Access:
+        return Answer::Error(card.Access(below, static_cast<int>(held.OwnArgument())));
+    case Kind::Status: {
+        struct stat status = {};
+        return Stored(held, card.Status(below, status), status, held.OwnArgument());
+    }
+    case Kind::StatusX: {
+        struct statx status = {};
+        const auto mask = static_cast<unsigned int>(held.OwnArgument());
+        return Stored(held, card.StatusX(below, mask, status), status, held.OwnArgument(1));
+    }
+    case Kind::VolumeStatus: {
+        struct statfs status = {};
+        return Stored(held, card.VolumeStatus(below, status), status, held.OwnArgument());
+    }
+    case Kind::ReadLink:
+    case Kind::Attribute: {
+        // Of what is there: no symbolic link for the application, and without such attributes.
+        struct stat status = {};
+        const int error = card.Status(below, status);
+        return Answer::Error(error != 0 ? error : held.Kind() == Kind::ReadLink ? EINVAL : EOPNOTSUPP);
+    }
+    case Kind::MakeDirectory: {
+        const UmaskOf application(held.Thread());
+        return Answer::Error(card.MakeDirectory(below, static_cast<mode_t>(held.OwnArgument())));
+    }
+    case Kind::RemoveDirectory:
+        return Answer::Error(card.RemoveDirectory(below));
+    case Kind::Remove:
+        return Answer::Error((held.OwnArgumentOr(0) & AT_REMOVEDIR) != 0 ? card.RemoveDirectory(below)
+                                                                         : card.RemoveFile(below));
+    case Kind::Truncate:
+        return Answer::Error(card.Truncate(below, static_cast<off_t>(held.OwnArgument())));
+    case Kind::ChangeMode:
+        return Answer::Error(card.ChangeMode(below, static_cast<mode_t>(held.OwnArgument())));
+    case Kind::ChangeOwner:
+        return Answer::Error(card.ChangeOwner(below, static_cast<uid_t>(held.OwnArgument()),
+                                              static_cast<gid_t>(held.OwnArgument(1))));
+    case Kind::ChangeTimes:
+        return ChangeTimes(held, below);
+    case Kind::ChangeDirectory:
+        return ChangeDirectory(path);
+    case Kind::Execute:
+        // A program that was started in the directory behind the card may be executed by its own path there.
+        return path.StartsFrom(UnitPath::Start::CardWorkingDirectory)
+                   ? Answer::GoOn()
+                   : Refuse(held, path, EACCES, "programs on the storage card are not executed");
+    default:
+        return Refuse(held, path, EPERM, "the storage card does not do it");
+    }
+}
+
+Answer CardCalls::FindBeyond(const HeldCall& held, const UnitPath& path)
+{
+    // What a listing with ".." needs; nothing is touched by it.
+    switch (held.Kind())
+    {
+    case Kind::Status: {
+        struct stat status = {};
+        const int error = stat(path.Text().c_str(), &status) == 0 ? 0 : errno;
+        return Stored(held, error, status, held.OwnArgument());
+    }
+    case Kind::StatusX: {
+        struct statx status = {};
+        const auto mask = static_cast<unsigned int>(held.OwnArgument());
+        const int error = statx(AT_FDCWD, path.Text().c_str(), 0, mask, &status) == 0 ? 0 : errno;
+        return Stored(held, error, status, held.OwnArgument(1));
+    }
+    default:
+        return Refuse(held, path, EACCES, "the way leads over the storage card and out of it");
+    }
+}
+
+Answer CardCalls::Open(const HeldCall& held, const std::string& path, std::uint64_t flags, std::uint64_t mode)
+{
+    std::optional<UmaskOf> application;
+    if ((flags & O_CREAT) != 0)
+    {
+        application.emplace(held.Thread());
+    }
+    if ((flags & O_PATH) != 0)
+    {
+        // Such a descriptor cannot be given to another process; one for reading is as good.
+        flags = (flags & (O_DIRECTORY | O_CLOEXEC)) | O_RDONLY;
+    }
+    Descriptor opened;
+    const int error = card.Open(path, static_cast<int>(flags), static_cast<mode_t>(mode), opened);
+    return error == 0 ? Answer::Opened(opened.Release(), (flags & O_CLOEXEC) != 0) : Answer::Error(error);
+}
+
+Answer CardCalls::OpenHow(const HeldCall& held, const UnitPath& path)
+{
+    open_how how = {};
+    if (const int error = held.ReadOpenHow(how); error != 0)
+    {
+        return Answer::Error(error);
+    }
+    const bool bounded = (how.resolve & (RESOLVE_BENEATH | RESOLVE_IN_ROOT)) != 0;
+    return bounded && path.StartsFrom(UnitPath::Start::Elsewhere)
+               ? Answer::Error(EXDEV)
+               : Open(held, path.BelowCard(), how.flags, how.mode);
+}
+
+Answer CardCalls::ChangeTimes(const HeldCall& held, const std::string& path)
+{
+    std::array<timespec, 2> times = {};
+    const std::uint64_t address = held.OwnArgument();
+    const int error = address == 0 ? 0 : held.Read(address, times.data(), sizeof(times));
+    return Answer::Error(error != 0 ? error : card.ChangeTimes(path, address == 0 ? nullptr : times.data()));
+}
+
+Answer CardCalls::ChangeDirectory(const UnitPath& path)
+{
+    Descriptor directory;
+    if (const int error = card.Open(path.BelowCard(), O_PATH | O_DIRECTORY, 0, directory); error != 0)
+    {
+        return Answer::Error(error);
+    }
+    if (path.StartsFrom(UnitPath::Start::CardWorkingDirectory))
+    {
+        return Answer::GoOn(); // from there the kernel finds the way by itself
+    }
+    reportLine(std::string("chdir to ") + UnitPath::CARD +
+               " is refused: the working directory of a program cannot be set from outside");
+    return Answer::Error(EACCES);
+}
+
+Answer CardCalls::Refuse(const HeldCall& held, const UnitPath& path, int error, const char* reason)
+{
+    reportLine(std::string(held.Name()) + " of " + path.Text() + " is refused: " + reason);
+    return Answer::Error(error);
+}
+
+}

@@ -1,0 +1,53 @@
+#include "virtual-unit/calls/HeldCall.h"
+
+#include "virtual-unit/calls/ApplicationMemory.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace VirtualUnit
+{
+
+int HeldCall::ReadPath(const InterceptedCall::NamedPath& where, std::string& path) const
+{
+    path.clear();
+    if (where.index == InterceptedCall::NONE)
+    {
+        return 0;
+    }
+    return Kind() == InterceptedCall::Kind::Socket
+               ? ReadSocketPath(where.index, path)
+               : ApplicationMemory::ReadPath(Thread(), Argument(where.index), path);
+}
+
+int HeldCall::ReadSocketPath(int index, std::string& path) const
+{
+    sockaddr_un address = {};
+    const std::size_t size = std::min<std::uint64_t>(Argument(index + 1), sizeof(address));
+    const int error = Read(Argument(index), &address, size);
+    if (error == 0 && address.sun_family == AF_UNIX)
+    {
+        path.assign(address.sun_path, strnlen(address.sun_path, sizeof(address.sun_path)));
+    }
+    return error;
+}
+
+int HeldCall::Read(std::uint64_t address, void* data, std::size_t size) const
+{
+    return ApplicationMemory::Read(Thread(), address, data, size);
+}
+
+int HeldCall::ReadOpenHow(open_how& how) const
+{
+    return OwnArgument(1) < sizeof(how) ? EINVAL : Read(OwnArgument(), &how, sizeof(how));
+}
+
+Answer HeldCall::Store(const void* data, std::size_t size, std::uint64_t address) const
+{
+    return Answer::Error(ApplicationMemory::Write(Thread(), address, data, size));
+}
+
+}

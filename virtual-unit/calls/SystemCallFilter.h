@@ -1,0 +1,101 @@
+#ifndef VIRTUAL_UNIT_CALLS_SYSTEMCALLFILTER_H
+#define VIRTUAL_UNIT_CALLS_SYSTEMCALLFILTER_H
+
+#include <seccomp.h>
+#include <vector>
+
+namespace VirtualUnit
+{
+
+/// A system call that the supervisor answers, and where its arguments stand.
+struct InterceptedCall
+{
+    enum class Kind
+    {
+        Open,         ///< `argument`: the flags; the mode follows them
+        OpenHow,      ///< `argument`: address of a struct open_how; its size follows
+        Create,       ///< `argument`: the mode
+        Access,       ///< `argument`: the mode
+        Status,       ///< `argument`: address of the struct stat
+        StatusX,      ///< `argument`: the mask; the address of the struct statx follows it
+        VolumeStatus, ///< `argument`: address of the struct statfs
+        ReadLink,
+        Attribute,       ///< reads or changes extended attributes
+        MakeDirectory,   ///< `argument`: the mode
+        RemoveDirectory, ///< rmdir()
+        Remove,          ///< `argument`: the flags, if it has any
+        Rename,          ///< two paths; `argument`: the flags, if it has any
+        Truncate,        ///< `argument`: the size
+        ChangeMode,      ///< `argument`: the mode
+        ChangeOwner,     ///< `argument`: the user; the group follows
+        ChangeTimes,     ///< `argument`: address of two struct timespec
+        MakeNode,        ///< a hard link, a symbolic link or a device node
+        ChangeDirectory, ///< of the process
+        Execute,
+        Ioctl,    ///< `argument`: the descriptor; the request and its argument follow
+        Socket,   ///< the path stands in a socket's address, whose size follows
+        Unmount,  ///< `argument`: the flags, if it has any
+        Other,    ///< does something else with the file that the path names
+        Forbidden ///< never carried out, whatever its arguments
+    };
+
+    static constexpr int NONE = -1;
+
+    /// Where a path stands among the arguments.
+    struct NamedPath
+    {
+        int directory = NONE; ///< index of the descriptor that a relative path starts from
+        int index = NONE;
+    };
+
+    const char* name;
+    Kind kind;
+    NamedPath path = {};
+    int argument = NONE;
+    NamedPath otherPath = {}; ///< of a call that names two
+};
+
+/**
+ * The seccomp filter under which an application of the virtual unit runs: the calls that name a file, and
+ * those that would touch this machine's mounts or power, wait for the supervisor's answer; io_uring, which
+ * would open files past the filter, is reported as not there; everything else is carried out as usual.
+ *
+ * Programs of another architecture than this one's (32-bit ones on a 64-bit machine) are ended by SIGSYS.
+ */
+class SystemCallFilter
+{
+public:
+    SystemCallFilter(); ///< @throws std::system_error
+    SystemCallFilter(const SystemCallFilter&) = delete;
+    SystemCallFilter& operator=(const SystemCallFilter&) = delete;
+    ~SystemCallFilter();
+
+    /**
+     * Puts the calling process and all that it starts under the filter, for good. Where the kernel is able to
+     * (Linux 5.19), a call that has begun to be answered is not interrupted by a signal that the application
+     * handles, and so never carried out twice.
+     * @return the descriptor on which calls arrive, the caller's to close; a negative errno on failure
+     */
+    int Load() const;
+
+    const InterceptedCall* Find(int number) const; ///< null for a call that is not intercepted
+
+    struct Numbered
+    {
+        int number; ///< of the system call, on this architecture
+        const InterceptedCall* call;
+    };
+
+    const std::vector<Numbered>& Calls() const { return calls; } ///< all that are intercepted
+
+private:
+    void AddRules(int number, const InterceptedCall& call);
+    int LoadUninterrupted() const;
+
+    scmp_filter_ctx context;
+    std::vector<Numbered> calls;
+};
+
+}
+
+#endif

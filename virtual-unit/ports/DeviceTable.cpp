@@ -1,0 +1,53 @@
+#include "virtual-unit/ports/DeviceTable.h"
+
+#include <algorithm>
+#include <fnmatch.h>
+#include <utility>
+
+namespace VirtualUnit
+{
+
+const std::vector<std::string>& DeviceTable::UnitPaths()
+{
+    static const std::vector<std::string> PATHS = {"/dev/ttymxc*", "/dev/i2c-*", "/dev/hidraw*",
+                                                   "/dev/tav_event", "/dev/serial/by-id/*"};
+    return PATHS;
+}
+
+void DeviceTable::Serve(const std::string& path, std::unique_ptr<ServedDevice> device)
+{
+    served[path] = std::move(device);
+}
+
+ServedDevice* DeviceTable::Find(const std::string& path) const
+{
+    const auto found = served.find(path);
+    return found == served.end() ? nullptr : found->second.get();
+}
+
+ServedDevice* DeviceTable::FindOpened(const std::string& link) const
+{
+    struct stat opened = {};
+    if (stat(link.c_str(), &opened) != 0)
+    {
+        return nullptr;
+    }
+    const auto found = std::ranges::find_if(served, [&opened](const auto& entry) {
+        struct stat own = {};
+        return fstat(entry.second->Descriptor(), &own) == 0 && own.st_dev == opened.st_dev &&
+               own.st_ino == opened.st_ino;
+    });
+    return found == served.end() ? nullptr : found->second.get();
+}
+
+bool DeviceTable::BelongsToUnit(const std::string& path) const
+{
+    // All of them lie in one directory: most paths are told by that alone.
+    return path.starts_with("/dev/") &&
+           (served.contains(path) ||
+            std::any_of(UnitPaths().begin(), UnitPaths().end(), [&](const auto& pattern) {
+                return fnmatch(pattern.c_str(), path.c_str(), FNM_PATHNAME) == 0;
+            }));
+}
+
+}

@@ -1,0 +1,39 @@
+#ifndef VIRTUAL_UNIT_PORTS_DEVICETABLE_H
+#define VIRTUAL_UNIT_PORTS_DEVICETABLE_H
+
+#include "virtual-unit/ports/ServedDevice.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace VirtualUnit
+{
+
+/// Which paths are the unit's, and which device stands behind each.
+class DeviceTable
+{
+public:
+    /// Patterns, as for fnmatch(), of all device files of the unit. What matches one and is not served does
+    /// not exist for the application, whatever this machine has there.
+    static const std::vector<std::string>& UnitPaths();
+
+    void Serve(const std::string& path, std::unique_ptr<ServedDevice> device);
+
+    ServedDevice* Find(const std::string& path) const; ///< null when nothing is served there
+
+    /// The device that a process has open. @param link "/proc/PID/fd/N" @return null when it is none of these
+    ServedDevice* FindOpened(const std::string& link) const;
+
+    bool BelongsToUnit(const std::string& path) const; ///< served, or one of UnitPaths()
+
+    const std::map<std::string, std::unique_ptr<ServedDevice>>& Served() const { return served; }
+
+private:
+    std::map<std::string, std::unique_ptr<ServedDevice>> served;
+};
+
+}
+
+#endif

@@ -1,0 +1,201 @@
+#include "virtual-unit/ports/ServedDriver.h"
+
+#include "virtual-unit/common/Deadline.h"
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+
+namespace VirtualUnit
+{
+
+namespace
+{
+
+constexpr std::size_t LONGEST_MESSAGE = 4096;
+
+std::array<int, 2> Connected()
+{
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0)
+    {
+        throw std::system_error(errno, std::generic_category(), "socketpair");
+    }
+    return ends;
+}
+
+}
+
+ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device) : ServedDriver(std::move(device), nullptr)
+{
+}
+
+ServedDriver::ServedDriver(const std::shared_ptr<MessagePeripheral>& device)
+    : ServedDriver(device, device.get())
+{
+    messages->Attach([this] { Wake(); });
+}
+
+ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages)
+    : peripheral(std::move(device)), messages(withMessages), wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    Connect();
+}
+
+ServedDriver::~ServedDriver()
+{
+    Stop();
+    if (messages != nullptr)
+    {
+        messages->Attach({});
+    }
+}
+
+void ServedDriver::Connect()
+{
+    const std::array<int, 2> ends = Connected();
+    applicationEnd = VirtualUnit::Descriptor(ends[0]);
+    deviceEnd = VirtualUnit::Descriptor(ends[1]);
+    if (messages == nullptr)
+    {
+        shutdown(deviceEnd.Get(), SHUT_WR); // a read finds the end at once, instead of waiting for ever
+    }
+}
+
+int ServedDriver::Open(int flags)
+{
+    bool cameBack = false;
+    Locked([&] { cameBack = messages != nullptr && messages->IsPlugged() && !messages->IsConnected(); });
+    if (cameBack)
+    {
+        try
+        {
+            Stop();
+            Connect();
+        }
+        catch (const std::system_error& failure)
+        {
+            errno = failure.code().value();
+            return -1;
+        }
+        Locked([this] { messages->Attach([this] { Wake(); }); });
+    }
+    Start();
+    const int fd = fcntl(applicationEnd.Get(), F_DUPFD_CLOEXEC, 0);
+    if (fd >= 0)
+    {
+        fcntl(fd, F_SETFL, flags & O_NONBLOCK);
+    }
+    return fd;
+}
+
+bool ServedDriver::Exists() const
+{
+    const std::lock_guard lock(access);
+    return messages == nullptr || messages->IsPlugged();
+}
+
+std::optional<ServedDevice::IoctlResult> ServedDriver::Ioctl(unsigned long request, std::uint64_t argument,
+                                                             CallerMemory& memory)
+{
+    const auto deadline = [this] { return messages != nullptr ? messages->NextDeadline() : std::nullopt; };
+    int result = 0;
+    bool otherDeadline = false;
+    {
+        const std::lock_guard lock(access);
+        const auto before = deadline();
+        result = peripheral->Answer({request, argument, memory}, std::chrono::steady_clock::now());
+        otherDeadline = deadline() != before;
+    }
+    if (otherDeadline) // otherwise the thread has nothing new to see, and a pin is written in half the time
+    {
+        Wake();
+    }
+    return IoctlResult{result, peripheral->Takes(result)};
+}
+
+void ServedDriver::Start()
+{
+    if (messages != nullptr && !thread.joinable())
+    {
+        ending = false;
+        thread = std::thread(&ServedDriver::Carry, this);
+    }
+}
+
+void ServedDriver::Stop()
+{
+    if (thread.joinable())
+    {
+        Locked([this] { ending = true; });
+        thread.join();
+    }
+}
+
+void ServedDriver::Carry()
+{
+    for (;;)
+    {
+        std::array<pollfd, 2> events = {{{deviceEnd.Get(), POLLIN, 0}, {wake.Get(), POLLIN, 0}}};
+        int milliseconds = 0;
+        {
+            const std::scoped_lock lock(access);
+            Receive(); // what is there arrives, also at the end
+            if (ending)
+            {
+                return;
+            }
+            messages->Advance(std::chrono::steady_clock::now());
+            for (const std::string& message : messages->TakeOutput())
+            {
+                Send(message);
+            }
+            if (!messages->IsConnected())
+            {
+                shutdown(deviceEnd.Get(), SHUT_RDWR);
+                return;
+            }
+            milliseconds = MillisecondsUntil(messages->NextDeadline());
+        }
+        poll(events.data(), events.size(), milliseconds);
+        std::uint64_t ignored = 0;
+        while (read(wake.Get(), &ignored, sizeof(ignored)) > 0)
+        {
+        }
+    }
+}
+
+void ServedDriver::Receive()
+{
+    std::array<char, LONGEST_MESSAGE> bytes;
+    ssize_t count = 0;
+    while ((count = recv(deviceEnd.Get(), bytes.data(), bytes.size(), MSG_DONTWAIT)) > 0)
+    {
+        // The application's write is over by now: it cannot be told of a refusal any more.
+        messages->Receive(std::string_view(bytes.data(), static_cast<std::size_t>(count)),
+                          std::chrono::steady_clock::now());
+    }
+}
+
+void ServedDriver::Send(std::string_view message) const
+{
+    // What finds no room is lost, as in a driver whose queue is full.
+    static_cast<void>(send(deviceEnd.Get(), message.data(), message.size(), MSG_DONTWAIT | MSG_NOSIGNAL));
+}
+
+void ServedDriver::Wake() const
+{
+    const std::uint64_t one = 1;
+    // It fails only when the counter is full, and then the thread is being woken anyway.
+    [[maybe_unused]] const ssize_t ignored = write(wake.Get(), &one, sizeof(one));
+}
+
+}

@@ -1,0 +1,78 @@
+#ifndef VIRTUAL_UNIT_PORTS_SERVEDDRIVER_H
+#define VIRTUAL_UNIT_PORTS_SERVEDDRIVER_H
+
+#include "virtual-unit/common/Descriptor.h"
+#include "virtual-unit/peripherals/IoctlPeripheral.h"
+#include "virtual-unit/peripherals/MessagePeripheral.h"
+#include "virtual-unit/ports/ServedDevice.h"
+
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <thread>
+#include <utility>
+
+namespace VirtualUnit
+{
+
+/**
+ * A device file that is no serial line, with an emulated device behind it: its ioctls are answered here, its
+ * messages, where it has any, go through a socket that keeps them apart.
+ *
+ * The device is switched on when it is first opened. All who have it open share one queue of messages, and
+ * whether they wait: the flags of the latest open() hold for all. The file is there as long as the device is
+ * plugged in; when that comes back, who had it open before stays hung up.
+ */
+class ServedDriver : public ServedDevice
+{
+public:
+    /// @throws std::system_error when the system gives no sockets
+    explicit ServedDriver(std::shared_ptr<IoctlPeripheral> device);
+    explicit ServedDriver(const std::shared_ptr<MessagePeripheral>& device);
+    ~ServedDriver() override;
+
+    int Open(int flags) override;
+    std::optional<IoctlResult> Ioctl(unsigned long request, std::uint64_t argument,
+                                     CallerMemory& memory) override;
+
+    bool Exists() const override;
+
+    int Descriptor() const override { return applicationEnd.Get(); }
+
+    /// Runs `function` while the device stands still. Calling threads: any.
+    template <class Function>
+    void Locked(Function&& function)
+    {
+        {
+            const std::lock_guard lock(access);
+            std::forward<Function>(function)();
+        }
+        Wake();
+    }
+
+private:
+    ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages);
+
+    void Connect();
+    void Start();
+    void Stop();
+    void Carry();
+    void Receive();
+    void Send(std::string_view message) const;
+    void Wake() const;
+
+    std::shared_ptr<IoctlPeripheral> peripheral;
+    MessagePeripheral* messages; ///< the same device, or null when it has none
+    VirtualUnit::Descriptor applicationEnd;
+    VirtualUnit::Descriptor deviceEnd;
+    VirtualUnit::Descriptor wake; ///< an eventfd, readable when the thread has to look anew
+
+    mutable std::mutex access; ///< guards the device and what follows
+    bool ending = false;
+
+    std::thread thread;
+};
+
+}
+
+#endif

@@ -1,0 +1,85 @@
+#ifndef VIRTUAL_UNIT_RUN_APPLICATION_H
+#define VIRTUAL_UNIT_RUN_APPLICATION_H
+
+#include "virtual-unit/calls/SystemCallFilter.h"
+#include "virtual-unit/common/Descriptor.h"
+
+#include <csignal>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace VirtualUnit
+{
+
+/**
+ * The program that runs on the virtual unit, and all processes that it starts.
+ *
+ * It belongs to the process group and the terminal of the supervisor. It is killed when the supervisor dies.
+ * Processes that it leaves behind become the supervisor's children.
+ */
+class Application
+{
+public:
+    /// The program cannot be found or executed.
+    class NotStarted : public std::runtime_error
+    {
+    public:
+        NotStarted(const std::string& message, int status) : std::runtime_error(message), exitStatus(status)
+        {
+        }
+
+        int exitStatus; ///< as of a shell: 127 not found, 126 not executable
+    };
+
+    /**
+     * Starts the program under the filter. The calling process has one thread, and ends no sooner than it.
+     * @param command the program, searched for in PATH, and its arguments
+     * @param signals the signal mask that the program is to have
+     * @throws std::system_error when the kernel does not take the filter
+     */
+    Application(const std::vector<std::string>& command, const SystemCallFilter& filter,
+                const sigset_t& signals);
+    Application(const Application&) = delete;
+    Application& operator=(const Application&) = delete;
+    ~Application(); ///< kills what is left
+
+    int Notifications() const
+    {
+        return notifications;
+    } ///< where the filter's calls arrive; closed by this object
+
+    /// Waits until the new process has become the program. @param answer answers a call that has arrived
+    /// @throws NotStarted
+    void AwaitStart(const std::function<void()>& answer);
+
+    void Signal(int signal) const; ///< to the program itself; nothing when it has ended
+
+    /// To what the program has left behind: to its processes that have no other parent any more.
+    void SignalOrphans(int signal) const;
+
+    /// Takes note of the processes that have ended. @return false when none is left
+    bool Reap();
+
+    /// How the program itself ended: its exit status, or 128 and the signal's number; none: it runs.
+    std::optional<int> ExitStatus() const { return exitStatus; }
+
+    std::optional<int> EndingSignal() const { return endingSignal; } ///< the signal that ended it
+
+private:
+    void AwaitFilter();
+
+    std::string program;
+    pid_t pid = -1;
+    Descriptor channel; ///< to the new process, until it has become the program
+    int notifications = -1;
+    std::optional<int> exitStatus;
+    std::optional<int> endingSignal;
+};
+
+}
+
+#endif

@@ -1,0 +1,32 @@
+#ifndef VIRTUAL_UNIT_RUN_PRIVATEDIRECTORY_H
+#define VIRTUAL_UNIT_RUN_PRIVATEDIRECTORY_H
+
+#include <string>
+#include <string_view>
+
+namespace VirtualUnit
+{
+
+/// A new, empty directory for temporary files (in TMPDIR, or "/tmp"), which only this user can enter. It is
+/// removed, with all that it holds, at the end of this object.
+class PrivateDirectory
+{
+public:
+    static constexpr std::string_view NAME = "virtual-unit-"; ///< how the directories' names begin
+
+    static std::string Parent(); ///< where they are
+
+    PrivateDirectory(); ///< @throws std::system_error
+    PrivateDirectory(const PrivateDirectory&) = delete;
+    PrivateDirectory& operator=(const PrivateDirectory&) = delete;
+    ~PrivateDirectory();
+
+    const std::string& Path() const { return path; }
+
+private:
+    std::string path;
+};
+
+}
+
+#endif

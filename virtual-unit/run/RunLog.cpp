@@ -1,0 +1,39 @@
+#include "virtual-unit/run/RunLog.h"
+
+#include <cerrno>
+#include <system_error>
+
+namespace VirtualUnit
+{
+
+RunLog::RunLog(const std::string& path)
+{
+    if (!path.empty())
+    {
+        file.reset(std::fopen(path.c_str(), "we"));
+        if (file == nullptr)
+        {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+    }
+}
+
+void RunLog::Report(const std::string& line)
+{
+    std::fprintf(stderr, "virtual-unit: %s\n", line.c_str());
+    Note(line);
+}
+
+void RunLog::Note(const std::string& line)
+{
+    if (file == nullptr)
+    {
+        return;
+    }
+    const std::lock_guard lock(access);
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
+    std::fprintf(file.get(), "%9.3f s  %s\n", time.count(), line.c_str());
+    std::fflush(file.get());
+}
+
+}

@@ -1,0 +1,65 @@
+#include "virtual-unit/unit/Journal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <memory>
+#include <utility>
+
+namespace VirtualUnit
+{
+
+void Journal::Add(EventDriver& driver)
+{
+    std::map<unsigned int, unsigned int> values;
+    for (const EventDriver::PinWrite& write : driver.History())
+    {
+        // An LED's steady mode writes its pins again and again.
+        const auto [known, first] = values.try_emplace(write.pin, write.value);
+        if (!first && std::exchange(known->second, write.value) == write.value)
+        {
+            continue;
+        }
+        entries.push_back(
+            {write.at, "pin " + std::to_string(write.pin) + " = " + std::to_string(write.value)});
+    }
+}
+
+void Journal::Add(const std::string& name, SoundChip& chip)
+{
+    for (const SoundChip::Note& note : chip.TakeNotes())
+    {
+        const bool pause = note.pitch == SoundChip::Note::PAUSE;
+        entries.push_back(
+            {note.at, name + (pause ? " is silent" : " sounds at " + std::to_string(note.pitch))});
+    }
+}
+
+void Journal::Add(const BuzzerBoard& board)
+{
+    for (const BuzzerBoard::Buzz& buzz : board.Buzzes())
+    {
+        entries.push_back({buzz.at, "buzzer sounds, " + std::to_string(buzz.count) + " x " +
+                                        std::to_string(buzz.duration.count()) + " ms"});
+    }
+}
+
+int Journal::Write(const std::string& path) const
+{
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "w"), std::fclose);
+    if (file == nullptr)
+    {
+        return errno;
+    }
+    std::vector<Entry> sorted = entries;
+    std::ranges::stable_sort(sorted, {}, &Entry::at);
+    for (const Entry& entry : sorted)
+    {
+        const std::chrono::duration<double> time = entry.at - begin;
+        std::fprintf(file.get(), "%9.3f s  %s\n", time.count(), entry.text.c_str());
+    }
+    return std::fflush(file.get()) == 0 ? 0 : errno;
+}
+
+}

@@ -1,0 +1,44 @@
+#ifndef VIRTUAL_UNIT_UNIT_JOURNAL_H
+#define VIRTUAL_UNIT_UNIT_JOURNAL_H
+
+#include "virtual-unit/peripherals/BuzzerBoard.h"
+#include "virtual-unit/peripherals/EventDriver.h"
+#include "virtual-unit/peripherals/HidBridge.h"
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace VirtualUnit
+{
+
+/// What the application had the unit's outputs do, in the order of time, for people and for tests.
+class Journal
+{
+public:
+    using TimePoint = std::chrono::steady_clock::time_point;
+
+    /// @param start times are told from there
+    explicit Journal(TimePoint start) : begin(start) {}
+
+    void Add(EventDriver& driver);                      ///< each pin when it changed, and the first write
+    void Add(const std::string& name, SoundChip& chip); ///< each note and pause
+    void Add(const BuzzerBoard& board);                 ///< each buzz
+
+    /// Writes one line for each, "    1.234 s  pin 103 = 1". @return 0 or an errno
+    int Write(const std::string& path) const;
+
+private:
+    struct Entry
+    {
+        TimePoint at;
+        std::string text;
+    };
+
+    TimePoint begin;
+    std::vector<Entry> entries;
+};
+
+}
+
+#endif

@@ -1,0 +1,249 @@
+#include "virtual-unit/unit/Unit.h"
+
+#include "virtual-unit/peripherals/Nmea.h"
+#include "virtual-unit/recording/PortEntry.h"
+#include "virtual-unit/unit/Values.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+namespace VirtualUnit
+{
+
+namespace
+{
+
+constexpr unsigned char IGNITION_ON = 1; // of the event driver's triggers
+
+GpsReceiver::Options FitGps(const UnitOptions& unit)
+{
+    GpsReceiver::Options gps = unit.gps;
+    gps.start = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    if (unit.nmeaFile.empty())
+    {
+        return gps;
+    }
+    std::ifstream file(unit.nmeaFile, std::ios::binary);
+    if (!file)
+    {
+        throw Values::Wrong("--nmea: " + unit.nmeaFile +
+                            " cannot be read: " + std::generic_category().message(errno));
+    }
+    std::ostringstream text;
+    text << file.rdbuf();
+    gps.recording = Nmea::Epochs(text.str(), gps.model == GpsReceiver::Model::L26 ? Nmea::RmcPosition::First
+                                                                                  : Nmea::RmcPosition::Last);
+    if (gps.recording.empty())
+    {
+        throw Values::Wrong("--nmea: " + unit.nmeaFile +
+                            " holds no NMEA sentence (a line that begins with '$')");
+    }
+    return gps;
+}
+
+// A byte takes ten bits of a line, so that answers come at a time of their own.
+constexpr unsigned int READER_BYTES_PER_SECOND = 9600 / 10;
+constexpr unsigned int BUZZER_BYTES_PER_SECOND = 115200 / 10;
+
+KeyReader::Options FitReader(const UnitOptions& unit)
+{
+    KeyReader::Options reader = unit.keyReader;
+    reader.line.bytesPerSecond = READER_BYTES_PER_SECOND;
+    return reader;
+}
+
+BuzzerBoard::Options FitBuzzer()
+{
+    BuzzerBoard::Options buzzer;
+    buzzer.line.bytesPerSecond = BUZZER_BYTES_PER_SECOND;
+    return buzzer;
+}
+
+CellularState FitModem(const UnitOptions& unit)
+{
+    CellularState state = unit.modem;
+    state.clock = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    return state;
+}
+
+std::vector<EventDriver::Event> FitEvents(const UnitOptions& unit)
+{
+    return unit.ignitionAfter ? std::vector<EventDriver::Event>{{*unit.ignitionAfter, IGNITION_ON}}
+                              : std::vector<EventDriver::Event>();
+}
+
+}
+
+std::vector<Unit::Port> Unit::Ports(const UnitOptions& options)
+{
+    using Kind = Port::Kind;
+    return {{"gps", "/dev/ttymxc0"},
+            {"reader", "/dev/ttymxc2"},
+            {"modem", "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0"},
+            {"modem-2", "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if02-port0"},
+            {"buzzer", "/dev/serial/by-id/usb-1a86_USB2.0-Serial-if00-port0"},
+            {"i2c", "/dev/i2c-" + std::to_string(options.i2cAdapter), Kind::I2c},
+            {"sounder", "/dev/hidraw0", Kind::Messages},
+            {"events", "/dev/tav_event", Kind::Messages}};
+}
+
+std::string Unit::Path(const UnitOptions& options, const std::string& name)
+{
+    const std::vector<Port> all = Ports(options);
+    return std::ranges::find(all, name, &Port::name)->path;
+}
+
+Unit::Unit(const UnitOptions& theOptions)
+    : options(theOptions), gps(std::make_shared<GpsReceiver>(FitGps(options))),
+      reader(std::make_shared<KeyReader>(FitReader(options))),
+      modem(std::make_shared<CellularModule>(FitModem(options))),
+      buzzer(std::make_shared<BuzzerBoard>(FitBuzzer())), adapter(std::make_shared<I2cAdapter>()),
+      bridge(std::make_shared<HidBridge>()), events(std::make_shared<EventDriver>(FitEvents(options)))
+{
+    adapter->Add(accelerometer);
+    if (options.crashAfter)
+    {
+        accelerometer.motion.Crash(begin + *options.crashAfter);
+    }
+    if (!options.modemOnBus)
+    {
+        modem->Unplug();
+    }
+}
+
+void Unit::BeginService()
+{
+    using Serial = std::shared_ptr<SerialPeripheral>;
+    using Messages = std::shared_ptr<MessagePeripheral>;
+    gpsPort = ports.Serve(Path(options, "gps"), Serial(gps));
+    readerPort = ports.Serve(Path(options, "reader"), Serial(reader));
+    // Each port keeps the whole module.
+    ports.Serve(Path(options, "modem"), Serial(modem, &modem->At(CellularModule::Port::Main)));
+    ports.Serve(Path(options, "modem-2"), Serial(modem, &modem->At(CellularModule::Port::Alternate)));
+    buzzerPort = ports.Serve(Path(options, "buzzer"), Serial(buzzer));
+    adapterPort = ports.Serve(Path(options, "i2c"), std::shared_ptr<I2cPeripheral>(adapter));
+    bridgePort = ports.Serve(Path(options, "sounder"), Messages(bridge));
+    eventsPort = ports.Serve(Path(options, "events"), Messages(events));
+    modem->TellPresence(this, [this](bool onBus) {
+        TellPresence("modem", onBus);
+        TellPresence("modem-2", onBus);
+    });
+}
+
+void Unit::EndService()
+{
+    modem->TellPresence(this, {});
+    ports.EndService();
+}
+
+void Unit::TellPresence(const std::string& name, bool there)
+{
+    Traffic(PathOf(name))
+        .Happened(std::string(there ? PortEntry::PLUGGED_IN : PortEntry::UNPLUGGED), Clock::now());
+}
+
+std::vector<std::pair<std::string, std::string>> Unit::State()
+{
+    const std::map<std::string, std::string> states = {
+        {"gps", GpsState()},         {"reader", ReaderState()}, {"modem", ModemState()},
+        {"modem-2", ModemState()},   {"buzzer", BuzzerState()}, {"i2c", AdapterState()},
+        {"sounder", SounderState()}, {"events", EventsState()}};
+    std::vector<std::pair<std::string, std::string>> list;
+    for (const Port& port : Ports(options))
+    {
+        list.emplace_back(port.path, states.at(port.name));
+    }
+    return list;
+}
+
+std::vector<std::string> Unit::Secrets() const
+{
+    const CellularState state = modem->State();
+    return {state.imei, state.imsi, state.iccid};
+}
+
+std::string Unit::GpsState()
+{
+    std::string state =
+        options.gps.model == GpsReceiver::Model::L26 ? "GPS receiver L26" : "GPS receiver SKM53";
+    if (!options.nmeaFile.empty())
+    {
+        state += ", playing " + options.nmeaFile;
+    }
+    Gps().Change([&state](const GpsReceiver& receiver) {
+        state += receiver.faults.silent ? ", silent" : receiver.faults.noSatellites ? ", no satellites" : "";
+    });
+    return state;
+}
+
+std::string Unit::ReaderState()
+{
+    std::string state = "driver-ID reader";
+    Reader().Change([&](const KeyReader& device) {
+        const bool toCome = device.KeyIsToCome();
+        const std::string key = toCome ? options.keyReader.key : device.Key();
+        state += key.empty() ? ", no key" : ", key " + key;
+        if (toCome && options.keyReader.keyAfter.count() > 0)
+        {
+            state += " after " + std::to_string(options.keyReader.keyAfter.count()) + " s";
+        }
+        state += device.faults.silent ? ", silent" : "";
+    });
+    return state;
+}
+
+std::string Unit::ModemState() const
+{
+    const CellularState state = modem->State();
+    const std::string condition =
+        !modem->OnBus() ? "off the bus"
+        : !state.sim    ? "no SIM"
+                        : "registration " +
+                           std::string(CellularState::REGISTRATIONS[static_cast<int>(state.registration)]) +
+                           ", signal " + std::to_string(state.rssi);
+    return "cellular module UC15, " + condition;
+}
+
+std::string Unit::BuzzerState()
+{
+    std::string state = "buzzer board";
+    Buzzer().Change([&state](const BuzzerBoard& board) {
+        state += !board.IsPlugged() ? ", unplugged" : board.faults.silent ? ", silent" : "";
+    });
+    return state;
+}
+
+std::string Unit::AdapterState()
+{
+    std::string state = "I2C adapter, accelerometer MMA8451Q at 0x1C";
+    Adapter().Change([&state](const I2cAdapter& bus) {
+        state += bus.faults.transfer != 0 ? ", dead" : bus.faults.selection != 0 ? ", refusing" : "";
+    });
+    return state;
+}
+
+std::string Unit::SounderState()
+{
+    std::string state = "HID bridge FT260, sound chips at 0x5A and 0x62";
+    Sounder().Change([&state](const HidBridge& device) {
+        state += !device.IsPlugged() ? ", unplugged" : device.faults.descriptorSize != 0 ? ", refusing" : "";
+    });
+    return state;
+}
+
+std::string Unit::EventsState()
+{
+    std::string state = "event driver, pins 100 to 106";
+    Events().Change([&state](const EventDriver& driver) {
+        for (unsigned int pin = EventDriver::FIRST_PIN; pin <= EventDriver::LAST_PIN; ++pin)
+        {
+            state += driver.Pin(pin) == 1U ? ", " + std::to_string(pin) + " on" : "";
+        }
+    });
+    return state;
+}
+
+}

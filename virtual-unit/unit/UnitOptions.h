@@ -1,0 +1,35 @@
+#ifndef VIRTUAL_UNIT_UNIT_UNITOPTIONS_H
+#define VIRTUAL_UNIT_UNIT_UNITOPTIONS_H
+
+#include "virtual-unit/peripherals/CellularState.h"
+#include "virtual-unit/peripherals/GpsReceiver.h"
+#include "virtual-unit/peripherals/KeyReader.h"
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+namespace VirtualUnit
+{
+
+/// How the unit is fitted, and what it finds when it is switched on. The command line tells it ("--gps
+/// skm53"), and so does a script ("unit gps skm53").
+struct UnitOptions
+{
+    static bool Has(const std::string& name); ///< there is an option of that name, which is without dashes
+
+    void Take(const std::string& name, const std::string& value); ///< @throws Values::Wrong
+
+    GpsReceiver::Options gps;
+    std::string nmeaFile; ///< a recording that the receiver plays; empty: none
+    KeyReader::Options keyReader;
+    CellularState modem;
+    bool modemOnBus = true;
+    unsigned int i2cAdapter = 1;                       ///< the accelerometer's: N of "/dev/i2c-N"
+    std::optional<std::chrono::seconds> crashAfter;    ///< from the begin of the run; none: no crash
+    std::optional<std::chrono::seconds> ignitionAfter; ///< from the first use of the event driver; none: off
+};
+
+}
+
+#endif

@@ -1,0 +1,34 @@
+#ifndef VIRTUAL_UNIT_UNIT_VALUES_H
+#define VIRTUAL_UNIT_UNIT_VALUES_H
+
+#include "virtual-unit/peripherals/CellularState.h"
+
+#include <stdexcept>
+#include <string>
+
+/// The values that a user writes, on the command line, in a script and in a step.
+namespace VirtualUnit::Values
+{
+
+/// Something that cannot be understood; what() says why, as "\"x\" is neither l26 nor skm53".
+class Wrong : public std::runtime_error
+{
+public:
+    using std::runtime_error::runtime_error;
+};
+
+[[noreturn]] void Refuse(const std::string& value, const std::string& reason); ///< @throws Wrong
+
+/// @param what the number is, for the message: "a number of seconds" @throws Wrong
+unsigned int Number(const std::string& value, unsigned int least, unsigned int most,
+                    const std::string& what = "a number");
+
+std::string Key(const std::string& value); ///< empty for "none" @throws Wrong
+
+int Signal(const std::string& value); ///< as AT+CSQ tells it @throws Wrong
+
+CellularState::Registration Registration(const std::string& value); ///< @throws Wrong
+
+}
+
+#endif

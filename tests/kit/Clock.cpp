@@ -14,6 +14,8 @@ namespace
 
 namespace Waits = VirtualTime::Waits;
 
+constexpr std::int64_t PAUSE = 50'000; // nanoseconds, unless somebody begins to wait
+
 std::atomic<bool> ending{false};
 pthread_t ticker = {};
 std::atomic<bool> ticking{false};
@@ -24,9 +26,10 @@ void* Tick(void*)
     ticking = true;
     while (!ending)
     {
+        const std::uint32_t seen = Waits::place.board->entries;
         if (!Waits::SomebodyWaits() || !threads.AllWait() || !Waits::FireEarliest())
         {
-            Waits::RealPause();
+            Waits::AwaitEntry(seen, PAUSE);
         }
     }
     return nullptr;
@@ -36,7 +39,7 @@ void* Tick(void*)
 
 Clock::Clock()
 {
-    Waits::Time& time = *Waits::place.time;
+    Waits::Time& time = Waits::place.board->time;
     time.startMonotonic = Waits::Monotonic();
     time.passed = 0;
     time.wallAtStart = START * Waits::NANOSECONDS;
@@ -54,7 +57,7 @@ Clock::~Clock()
 {
     ending = true;
     pthread_join(ticker, nullptr);
-    Waits::Time& time = *Waits::place.time;
+    Waits::Time& time = Waits::place.board->time;
     time.leftBehind = Waits::Monotonic() - Waits::RealNow(CLOCK_MONOTONIC);
     time.on = false;
     // Whoever still sleeps sleeps no longer.
@@ -67,12 +70,12 @@ Clock::~Clock()
 
 std::chrono::nanoseconds Clock::Elapsed()
 {
-    return std::chrono::nanoseconds(Waits::place.time->passed.load());
+    return std::chrono::nanoseconds(Waits::place.board->time.passed.load());
 }
 
 void Clock::SetWallClock(std::time_t seconds)
 {
-    Waits::Time& time = *Waits::place.time;
+    Waits::Time& time = Waits::place.board->time;
     time.wallAtStart = seconds * Waits::NANOSECONDS - time.passed;
 }
 

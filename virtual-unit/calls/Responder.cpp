@@ -1,6 +1,7 @@
 #include "virtual-unit/calls/Responder.h"
 
 #include "virtual-unit/calls/ApplicationMemory.h"
+#include "virtual-unit/time/VirtualTime.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -123,6 +124,10 @@ Answer Responder::Find()
     }
 
     const HeldCall held(*request, *call);
+    if (call->kind == Kind::Execute)
+    {
+        VirtualTime::Executes(held.Thread());
+    }
     if (call->kind == Kind::Ioctl)
     {
         return FindForIoctl(held);

@@ -1,5 +1,7 @@
 #include "virtual-unit/run/Application.h"
 
+#include "virtual-unit/time/VirtualTime.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -268,6 +270,7 @@ bool Application::Reap()
         }
         if (ended == pid)
         {
+            livedInVirtualTime = VirtualTime::LivesInIt(pid);
             if (WIFSIGNALED(status))
             {
                 endingSignal = WTERMSIG(status);

@@ -67,6 +67,9 @@ public:
     /// How the program itself ended: its exit status, or 128 and the signal's number; none: it runs.
     std::optional<int> ExitStatus() const { return exitStatus; }
 
+    /// True as well when time is real.
+    bool LivedInVirtualTime() const { return livedInVirtualTime; }
+
     std::optional<int> EndingSignal() const { return endingSignal; } ///< the signal that ended it
 
 private:
@@ -76,6 +79,7 @@ private:
     pid_t pid = -1;
     Descriptor channel; ///< to the new process, until it has become the program
     int notifications = -1;
+    bool livedInVirtualTime = true;
     std::optional<int> exitStatus;
     std::optional<int> endingSignal;
 };

@@ -163,6 +163,12 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
         }
     }
 
+    if (!application.LivedInVirtualTime())
+    {
+        listener.report(
+            command.front() +
+            " did not live in virtual time: it is linked statically, or its environment was emptied");
+    }
     if (application.EndingSignal() == SIGSYS)
     {
         listener.report(

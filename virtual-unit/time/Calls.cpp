@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <pthread.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -18,11 +17,6 @@ namespace
 
 using Waits::NANOSECONDS;
 
-std::int64_t ToNanoseconds(const timespec& time)
-{
-    return time.tv_sec * NANOSECONDS + time.tv_nsec;
-}
-
 timespec ToTimespec(std::int64_t nanoseconds)
 {
     return {static_cast<time_t>(nanoseconds / NANOSECONDS), static_cast<long>(nanoseconds % NANOSECONDS)};
@@ -30,13 +24,14 @@ timespec ToTimespec(std::int64_t nanoseconds)
 
 bool IsWallClock(clockid_t clock)
 {
-    return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE;
+    return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_REALTIME_ALARM ||
+           clock == CLOCK_TAI;
 }
 
 bool IsMonotonicClock(clockid_t clock)
 {
     return clock == CLOCK_MONOTONIC || clock == CLOCK_MONOTONIC_COARSE || clock == CLOCK_MONOTONIC_RAW ||
-           clock == CLOCK_BOOTTIME;
+           clock == CLOCK_BOOTTIME || clock == CLOCK_BOOTTIME_ALARM;
 }
 
 /// @return what was left, 0 unless a signal came
@@ -86,9 +81,9 @@ int PollFor(pollfd* fds, nfds_t count, std::int64_t nanoseconds, const sigset_t*
 int SelectFor(int count, fd_set* in, fd_set* out, fd_set* except, std::int64_t nanoseconds,
               const sigset_t* mask)
 {
-    std::array<pollfd, 64> fds{};
+    std::array<pollfd, FD_SETSIZE> fds; // NOLINT(cppcoreguidelines-pro-type-member-init): as much as is used
     nfds_t used = 0;
-    for (int fd = 0; fd < count && used < fds.size(); ++fd)
+    for (int fd = 0; fd < std::min(count, FD_SETSIZE); ++fd)
     {
         short events = 0;
         events = static_cast<short>(events | (in != nullptr && FD_ISSET(fd, in) ? POLLIN : 0));
@@ -110,17 +105,42 @@ int SelectFor(int count, fd_set* in, fd_set* out, fd_set* except, std::int64_t n
 
 }
 
+std::int64_t ToNanoseconds(const timespec& time)
+{
+    return time.tv_sec * NANOSECONDS + time.tv_nsec;
+}
+
+std::int64_t Deadline(clockid_t clock, const timespec& time)
+{
+    return ToNanoseconds(time) + (IsWallClock(clock) ? Waits::Monotonic() - Waits::Wall() : 0);
+}
+
 int Poll(pollfd* fds, nfds_t count, int milliseconds)
 {
-    return Waits::Virtual() && milliseconds > 0
-               ? PollFor(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr)
-               : REAL_CALL(poll)(fds, count, milliseconds);
+    if (!Waits::Virtual() || milliseconds == 0)
+    {
+        return REAL_CALL(poll)(fds, count, milliseconds);
+    }
+    if (milliseconds > 0)
+    {
+        return PollFor(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr);
+    }
+    const Waits::CallWait wait;
+    return REAL_CALL(poll)(fds, count, milliseconds);
 }
 
 int Ppoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* mask)
 {
-    return Waits::Virtual() && limit != nullptr ? PollFor(fds, count, ToNanoseconds(*limit), mask)
-                                                : REAL_CALL(ppoll)(fds, count, limit, mask);
+    if (!Waits::Virtual())
+    {
+        return REAL_CALL(ppoll)(fds, count, limit, mask);
+    }
+    if (limit != nullptr)
+    {
+        return PollFor(fds, count, ToNanoseconds(*limit), mask);
+    }
+    const Waits::CallWait wait;
+    return REAL_CALL(ppoll)(fds, count, limit, mask);
 }
 
 int Select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* limit)
@@ -197,6 +217,7 @@ using namespace VirtualTime;
 // The real declarations carry attributes that a definition elsewhere does not repeat.
 #pragma GCC diagnostic ignored "-Wattributes"
 #pragma GCC diagnostic ignored "-Wignored-attributes"
+#pragma GCC diagnostic ignored "-Wnonnull-compare"
 
 STAND_IN int clock_gettime(clockid_t clock, timespec* now) noexcept
 {
@@ -228,38 +249,19 @@ STAND_IN int gettimeofday(timeval* now, void*) noexcept
 {
     timespec present = {};
     clock_gettime(CLOCK_REALTIME, &present);
-    *now = {present.tv_sec, present.tv_nsec / 1000};
+    if (now != nullptr)
+    {
+        *now = {present.tv_sec, present.tv_nsec / 1000};
+    }
     return 0;
 }
 
-STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* mutex, clockid_t clock,
-                                    const timespec* deadline)
+STAND_IN int timespec_get(timespec* now, int base) noexcept
 {
-    if (!Waits::Virtual())
+    if (base != TIME_UTC)
     {
-        // The caller's deadline may come from a virtual time that ran ahead of the real one.
-        timespec real = *deadline;
-        if (Calls::IsMonotonicClock(clock))
-        {
-            const std::int64_t ahead = Waits::Monotonic() - Waits::RealNow(CLOCK_MONOTONIC);
-            real = Calls::ToTimespec(Calls::ToNanoseconds(*deadline) - ahead);
-        }
-        return REAL_CALL(pthread_cond_clockwait)(condition, mutex, clock, &real);
+        return REAL_CALL(timespec_get)(now, base);
     }
-    std::int64_t due = Calls::ToNanoseconds(*deadline);
-    if (Calls::IsWallClock(clock))
-    {
-        due += Waits::Monotonic() - Waits::Wall();
-    }
-    return Waits::WaitCondition(condition, mutex, due) == Waits::Wake::Deadline ? ETIMEDOUT : 0;
-}
-
-STAND_IN int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
-                                    const timespec* deadline)
-{
-    if (!Waits::Virtual())
-    {
-        return REAL_CALL(pthread_cond_timedwait)(condition, mutex, deadline);
-    }
-    return pthread_cond_clockwait(condition, mutex, CLOCK_REALTIME, deadline);
+    clock_gettime(CLOCK_REALTIME, now);
+    return base;
 }

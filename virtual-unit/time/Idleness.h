@@ -1,6 +1,8 @@
 #ifndef VIRTUAL_UNIT_TIME_IDLENESS_H
 #define VIRTUAL_UNIT_TIME_IDLENESS_H
 
+#include "virtual-unit/time/Waits.h"
+
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -10,12 +12,16 @@ namespace VirtualTime
 {
 
 /**
- * Tells whether all threads of this process (and of its descendants) wait, by looking at /proc. One thread
- * makes it and uses it. Nothing here allocates.
+ * Tells whether all threads of this process (and of its descendants) wait. Of those that are parked the slots
+ * tell; of all others the kernel, in /proc. One thread makes it and uses it. Nothing here allocates.
  */
 class Idleness
 {
 public:
+    /**
+     * @param alsoOfDescendants and the processes count what they create (Waits::Creation), as far as they
+     * live in virtual time
+     */
     explicit Idleness(bool alsoOfDescendants);
 
     ~Idleness();
@@ -27,6 +33,14 @@ public:
     /// What is on its way through a terminal is delivered between them.
     bool AllWait();
 
+    /**
+     * Waits in real time: threads that are in a system call with a time-out, which the C library's functions
+     * would have made a virtual one.
+     * @param lookAgain unless all threads have just been found waiting
+     * @return the process of one of them, 0 when there is none
+     */
+    pid_t WaitsInRealTime(bool lookAgain);
+
     /// False for a process that is gone, or has ended and not been waited for.
     static bool IsAlive(pid_t process);
 
@@ -34,19 +48,41 @@ private:
     struct Thread
     {
         pid_t id = 0;
-        int state = -1; ///< descriptors of its files in /proc
-        int turns = -1;
+        pid_t process = 0;
+        int turns = -1; ///< descriptors of its files in /proc
         int place = -1; ///< in the kernel, where it waits
+        const Waits::Slot* slot = nullptr;
+        std::uint32_t stand = 0; ///< of the slot, at the first look
+        std::int64_t turnsThen = 0;
+        std::uint64_t sleepsIn = 0; ///< a place where it has been seen to sleep
+        std::int64_t judged = -1;   ///< its turns when `inRealTime` was found out
+        bool inRealTime = false;
+        bool listed = false;
+    };
+
+    struct Process
+    {
+        int task = -1;             ///< descriptor of its directory of threads in /proc
+        unsigned long threads = 0; ///< how many links it had when the list was made
     };
 
     long LatestThread();
-    void List();
-    std::int64_t SumOfIds() const;
-    void ListProcess(pid_t process);
-    void ListChildren(int task, const char* thread);
+    bool IsListStale();
+    bool HasOtherThreads() const;
+    bool List();
+    bool ListProcess(pid_t process);
+    bool ListChildren(int task, const char* thread);
+    bool Add(pid_t process, pid_t id, int task);
+    void FindSlots();
+    static void Close(Thread& thread);
     void Forget();
-    std::int64_t Turns();
-    bool Waits(const Thread& thread, char state);
+    void ForgetProcesses();
+    bool FirstLook();
+    bool SecondLook();
+    bool Sleeps(Thread& thread);
+    static bool IsAccountedFor(const Thread& thread);
+    static char StateOf(const Thread& thread);
+    static bool JudgeRealTime(const Thread& thread);
 
     static constexpr long NOT_KNOWN = -1;
 
@@ -55,9 +91,13 @@ private:
     int load = -1;                 ///< /proc/loadavg
     long latestThread = NOT_KNOWN; ///< when the list was made
     bool placesAreTold = false;    ///< by this kernel
+    std::uint32_t created = 0;     ///< Board::created, likewise
     bool complete = false;         ///< the list, for certain
-    std::array<Thread, 256> threads{};
+    bool strangers = false;        ///< it has processes that do not live in virtual time
+    std::array<Thread, 1024> threads{};
     std::size_t count = 0;
+    std::array<Process, 64> processes{}; ///< the first ones
+    std::size_t processCount = 0;
     std::size_t lastBusy = 0; ///< is looked at first
 };
 

@@ -1,7 +1,8 @@
-#ifndef TESTS_REAL_CALL_H
-#define TESTS_REAL_CALL_H
+#ifndef VIRTUAL_UNIT_TIME_REAL_H
+#define VIRTUAL_UNIT_TIME_REAL_H
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 namespace VirtualTime
 {
@@ -34,5 +35,17 @@ Function* Real(const char* name)
         }                                                                                                    \
         return found;                                                                                        \
     }())
+
+namespace VirtualTime
+{
+
+/// A system call as such: the stand-ins and the sanitizers have no part in it. As syscall().
+template <class... Arguments>
+long RawCall(long number, Arguments... arguments)
+{
+    return REAL_CALL(syscall)(number, arguments...);
+}
+
+}
 
 #endif

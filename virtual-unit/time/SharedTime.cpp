@@ -1,10 +1,17 @@
-// Virtual time for a process and all that it starts: a library to be preloaded. The first process, which
-// finds the shared file empty, leads: when all threads of all of them wait, it moves the time to the earliest
-// deadline among them and has the one thread woken that waits for it. Each other has an agent, a thread that
-// wakes its fellows when it is told to.
+// Virtual time for a process and all that it starts: a library to be preloaded. Every thread that waits has a
+// slot in memory that all processes share. The first process, which finds the memory empty, leads: a thread
+// of it looks whether all threads of all of them wait, moves the time to the earliest deadline among the
+// slots, and wakes the one thread that waits for it. A wait for descriptors is ended by a descriptor, which
+// only its own process can reach: each process in which there are such waits has an agent, a thread that does
+// it when it is told to. The agent also has the timers of its process.
+//
+// All of them run on one processor: a thread that wakes another one there hands over in a tenth of the time,
+// and what happens at one moment happens in one order.
 
 #include "virtual-unit/time/Idleness.h"
 #include "virtual-unit/time/Real.h"
+#include "virtual-unit/time/Timers.h"
+#include "virtual-unit/time/Vfork.h"
 #include "virtual-unit/time/VirtualTime.h"
 #include "virtual-unit/time/Waits.h"
 
@@ -12,18 +19,18 @@
 #include <array>
 #include <atomic>
 #include <charconv>
-#include <climits>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
 #include <string_view>
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 namespace VirtualTime
@@ -32,202 +39,216 @@ namespace VirtualTime
 namespace
 {
 
-constexpr std::size_t MOST_PROCESSES = 64;
-constexpr std::int64_t SHORT_WHILE = 10'000'000; // nanoseconds
-constexpr std::int64_t WITHOUT_WAITER = 200'000; // between two looks when nobody waits for a time
+constexpr std::int64_t MILLISECOND = 1'000'000; // in nanoseconds
+constexpr std::int64_t UNANNOUNCED = 200'000;   // between two looks for what nobody has announced
+constexpr int LOOKS = 3;                        // at a thread that has announced its wait
 
-/// What a process tells the leader, and is told.
-struct Process
-{
-    std::atomic<pid_t> id{0}; ///< 0: free
-    std::atomic<std::int64_t> earliest{Waits::NEVER};
-    std::atomic<std::uint32_t> orders{0}; ///< to wake the earliest
-    std::atomic<std::uint32_t> done{0};
-    std::atomic<bool> woken{false}; ///< by the last order
-    std::atomic<bool> hasAgent{false};
-};
-
-/// The content of the file that VARIABLE names; all zero at first.
+/// The content of the file that VARIABLE names; all zero at first, and so is what has no place in the board.
 struct Shared
 {
-    Waits::Time time;
+    Waits::Board board;
     std::atomic<pid_t> leader{0};
-    std::array<Process, MOST_PROCESSES> processes;
+    std::array<Timers::Alarm, 64> alarms;
 };
 
 Shared* shared = nullptr;
-std::atomic<bool> joined{false};
+std::atomic<bool> hasAgent{false};
+std::atomic<bool> joining{false};
+std::atomic<bool> leading{false};
 
-void FutexWait(std::atomic<std::uint32_t>& word, std::uint32_t seen, const timespec* limit)
+Waits::Slot* AgentOf(pid_t process)
 {
-    syscall(SYS_futex, &word, FUTEX_WAIT, seen, limit, nullptr, 0);
+    Waits::Board& board = shared->board;
+    const auto end = board.slots.begin() + board.used;
+    const auto agent = std::find_if(board.slots.begin(), end, [process](const Waits::Slot& slot) {
+        return slot.process == process && slot.isAgent;
+    });
+    return agent == end ? nullptr : &*agent;
 }
 
-void FutexWake(std::atomic<std::uint32_t>& word)
+/// Has the agent of its process end a wait for descriptors.
+bool WakeCall(Waits::Slot& slot)
 {
-    syscall(SYS_futex, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
-}
-
-/// Takes the place of a process away that is gone. Of several that try one does it.
-void Free(Process& process, pid_t gone)
-{
-    constexpr pid_t NOBODY = -1;
-    if (process.id.compare_exchange_strong(gone, NOBODY))
+    Waits::Slot* const agent = AgentOf(slot.process);
+    if (agent != nullptr)
     {
-        process.earliest = Waits::NEVER;
-        process.hasAgent = false;
-        process.id = 0;
+        Waits::Wakeful(*agent, Waits::Wake::Event);
     }
+    return agent != nullptr;
 }
 
-void FreeDead()
+void EndCalls()
 {
-    for (Process& process : shared->processes)
+    Waits::Board& board = shared->board;
+    for (std::uint32_t i = 0; i < board.used; ++i)
     {
-        if (const pid_t id = process.id; id > 0 && !Idleness::IsAlive(id))
+        if (board.slots[i].process == getpid())
         {
-            Free(process, id);
+            Waits::EndCall(board.slots[i]);
         }
     }
 }
 
-Process* ClaimFree()
+void* Agent(void*)
 {
-    for (Process& process : shared->processes)
-    {
-        pid_t none = 0;
-        if (process.id.compare_exchange_strong(none, getpid()))
-        {
-            return &process;
-        }
-    }
-    return nullptr;
-}
-
-Process& Claim()
-{
-    Process* process = ClaimFree();
-    if (process == nullptr)
-    {
-        FreeDead();
-        process = ClaimFree();
-    }
-    if (process == nullptr)
-    {
-        std::fprintf(stderr, "virtual time: more than %zu processes\n", MOST_PROCESSES);
-        std::abort();
-    }
-    return *process;
-}
-
-[[noreturn]] void Serve(Process& process)
-{
-    for (std::uint32_t seen = process.done;;)
-    {
-        FutexWait(process.orders, seen, nullptr);
-        if (const std::uint32_t orders = process.orders; orders != seen)
-        {
-            seen = orders;
-            process.woken = Waits::FireEarliest();
-            process.done = seen;
-            FutexWake(process.done);
-        }
-    }
-}
-
-/// Has a process wake its earliest. @return false when it did not
-bool Order(Process& process)
-{
-    const pid_t id = process.id;
-    const std::uint32_t order = ++process.orders;
-    FutexWake(process.orders);
-    while (process.done != order)
-    {
-        const timespec limit = {0, SHORT_WHILE};
-        FutexWait(process.done, order - 1, &limit);
-        if (process.done != order && (process.id != id || !Idleness::IsAlive(id)))
-        {
-            Free(process, id);
-            return false;
-        }
-    }
-    return process.woken;
-}
-
-bool WakeEarliest(const Process& own)
-{
-    Process& earliest = *std::ranges::min_element(
-        shared->processes, {}, [](const Process& process) { return process.earliest.load(); });
-    if (earliest.earliest == Waits::NEVER)
-    {
-        return false;
-    }
-    return &earliest == &own ? Waits::FireEarliest() : Order(earliest);
-}
-
-[[noreturn]] void Lead(const Process& own)
-{
-    Idleness threads(true);
+    Waits::Slot& slot = Waits::OwnSlot();
+    slot.isAgent = true;
+    hasAgent = true;
     for (;;)
     {
-        if (!threads.AllWait())
-        {
-            Waits::RealPause();
-        }
-        else if (!WakeEarliest(own))
-        {
-            Waits::RealPause(WITHOUT_WAITER);
-        }
+        Waits::ObjectWait wait(&slot, Waits::NEVER); // from here on no order is missed
+        EndCalls();
+        Timers::Fire();
+        wait.Until(Timers::Earliest());
+        wait.Wait();
     }
 }
 
-void* Agent(void* process)
+void StartThread(void* (*work)(void*))
 {
-    Process& own = *static_cast<Process*>(process);
-    own.hasAgent = true;
-    if (shared->leader == getpid())
-    {
-        Lead(own);
-    }
-    Serve(own);
-}
-
-/// Before a thread of this process waits: from then on its deadline counts.
-void Join()
-{
-    if (joined.exchange(true))
-    {
-        return;
-    }
-    Process& process = Claim();
-    process.done = process.orders.load();
-    Waits::place.earliest = &process.earliest;
-
     sigset_t all;
     sigset_t before;
     sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before); // the agent takes no signals
+    pthread_sigmask(SIG_SETMASK, &all, &before); // it takes no signals
     pthread_attr_t detached;
     pthread_attr_init(&detached);
     pthread_attr_setdetachstate(&detached, PTHREAD_CREATE_DETACHED);
-    pthread_t agent = {};
-    if (pthread_create(&agent, &detached, Agent, &process) != 0)
+    pthread_t thread = {};
+    if (REAL_CALL(pthread_create)(&thread, &detached, work, nullptr) != 0)
     {
         std::fprintf(stderr, "virtual time: no thread\n");
         std::abort();
     }
     pthread_attr_destroy(&detached);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    while (!process.hasAgent)
+}
+
+/// Tells the agent that it is to look at the timers.
+void TellAgent()
+{
+    if (Waits::Slot* const agent = AgentOf(getpid()); agent != nullptr)
+    {
+        Waits::Wakeful(*agent, Waits::Wake::Event);
+    }
+}
+
+/// Before the first wait for descriptors, and the first timer, of this process.
+void HaveAgent()
+{
+    if (hasAgent)
+    {
+        return;
+    }
+    if (!joining.exchange(true))
+    {
+        StartThread(Agent);
+    }
+    while (!hasAgent)
     {
         sched_yield(); // a sleep would look as if there were nothing more to do
     }
 }
 
+/// Tells once for each process that time goes slowly because of it.
+void TellOfRealTime(pid_t process)
+{
+    static std::array<pid_t, 16> told{};
+    static std::size_t next = 0;
+    if (std::ranges::find(told, process) != told.end())
+    {
+        return;
+    }
+    told[next++ % told.size()] = process;
+    std::array<char, 64> path{};
+    std::snprintf(path.data(), path.size(), "/proc/%d/comm", process);
+    std::array<char, 32> name{};
+    const auto fd = static_cast<int>(RawCall(SYS_openat, AT_FDCWD, path.data(), O_RDONLY | O_CLOEXEC));
+    const long length = RawCall(SYS_read, fd, name.data(), name.size() - 1);
+    RawCall(SYS_close, fd);
+    name[static_cast<std::size_t>(std::max(length, 1L)) - 1] = '\0'; // the line end
+    std::array<char, 256> line{};
+    const int bytes =
+        std::snprintf(line.data(), line.size(),
+                      "virtual-unit: %s (process %d) waits in real time, by a system call of its own: time "
+                      "goes as slowly as the real one meanwhile\n",
+                      name.data(), process);
+    RawCall(SYS_write, STDERR_FILENO, line.data(), bytes);
+}
+
+class Leader
+{
+public:
+    [[noreturn]] void Lead()
+    {
+        for (;;)
+        {
+            const std::uint32_t seen = shared->board.entries;
+            if (!AllWait())
+            {
+                if (Waits::RealNow(CLOCK_MONOTONIC) - lastJudgement > MILLISECOND)
+                {
+                    Judge(true);
+                }
+                Waits::AwaitEntry(seen, UNANNOUNCED);
+                continue;
+            }
+            Judge(false);
+            if (!Waits::FireEarliest())
+            {
+                Waits::AwaitEntry(seen, UNANNOUNCED);
+                continue;
+            }
+            sched_yield(); // to the one that was woken
+        }
+    }
+
+private:
+    /// A thread says that it waits a little before it does.
+    bool AllWait()
+    {
+        for (int look = 0; look < LOOKS; ++look)
+        {
+            if (threads.AllWait())
+            {
+                return true;
+            }
+            sched_yield();
+        }
+        return false;
+    }
+
+    void Judge(bool lookAgain)
+    {
+        const std::int64_t before = lastJudgement;
+        const pid_t process = threads.WaitsInRealTime(lookAgain);
+        lastJudgement = Waits::RealNow(CLOCK_MONOTONIC);
+        if (process == 0)
+        {
+            Waits::LetGo();
+            return;
+        }
+        Waits::Hold(before); // it may have begun to wait right after the last look
+        TellOfRealTime(process);
+    }
+
+    Idleness threads{true};
+    std::int64_t lastJudgement = Waits::RealNow(CLOCK_MONOTONIC);
+};
+
+void* RunLeader(void*)
+{
+    leading = true;
+    static Leader leader; // too large for some stacks
+    leader.Lead();
+}
+
 void ForgetParent()
 {
-    joined = false;
+    hasAgent = false;
+    joining = false;
+    Waits::place.beforeCall = HaveAgent;
     Waits::ForgetWaiters();
+    Timers::ForgetAll();
 }
 
 /// The shared memory; null: there is none, and time is real.
@@ -254,6 +275,57 @@ void KeepDescriptor(std::string_view path)
     fcntl(fd, F_SETFD, FD_CLOEXEC);
 }
 
+/// Whether no other run in virtual time of this machine has said before that the processor is its own. It is
+/// as long as this process lives.
+bool Reserve(int processor)
+{
+    sockaddr_un name = {};
+    name.sun_family = AF_UNIX;
+    const int length = std::snprintf(name.sun_path + 1, sizeof name.sun_path - 1,
+                                     "virtual-unit-time-on-processor-%d", processor);
+    const int reservation = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const auto size =
+        static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<unsigned>(length));
+    if (bind(reservation, reinterpret_cast<const sockaddr*>(&name), size) == 0)
+    {
+        return true;
+    }
+    close(reservation);
+    return false;
+}
+
+void StayOnOneProcessor()
+{
+    cpu_set_t allowed;
+    CPU_ZERO(&allowed);
+    sched_getaffinity(0, sizeof allowed, &allowed);
+    const int count = CPU_COUNT(&allowed);
+    int chosen = -1;
+    for (int processor = 0, number = 0; processor < CPU_SETSIZE; ++processor)
+    {
+        if (!CPU_ISSET(processor, &allowed))
+        {
+            continue;
+        }
+        if (number++ == getpid() % std::max(count, 1))
+        {
+            chosen = processor; // if all are taken
+        }
+        if (Reserve(processor))
+        {
+            chosen = processor;
+            break;
+        }
+    }
+    if (chosen >= 0)
+    {
+        cpu_set_t one;
+        CPU_ZERO(&one);
+        CPU_SET(chosen, &one);
+        sched_setaffinity(0, sizeof one, &one);
+    }
+}
+
 __attribute__((constructor)) void Begin()
 {
     const char* const path = std::getenv(VARIABLE); // NOLINT(concurrency-mt-unsafe): there is no other thread
@@ -264,6 +336,7 @@ __attribute__((constructor)) void Begin()
     }
     pid_t none = 0;
     const bool leads = shared->leader.compare_exchange_strong(none, getpid());
+    Waits::Time& time = shared->board.time;
     if (leads)
     {
         KeepDescriptor(path);
@@ -272,24 +345,42 @@ __attribute__((constructor)) void Begin()
         {
             KeepDescriptor(std::string_view(preloaded, std::strcspn(preloaded, ":")));
         }
-        for (Process& process : shared->processes)
+        for (Waits::Slot& slot : shared->board.slots)
         {
-            process.earliest = Waits::NEVER;
+            Waits::Free(slot);
         }
-        shared->time.startMonotonic = Waits::RealNow(CLOCK_MONOTONIC);
-        shared->time.wallAtStart = Waits::RealNow(CLOCK_REALTIME);
-        shared->time.on = true;
+        StayOnOneProcessor();
+        time.startMonotonic = Waits::RealNow(CLOCK_MONOTONIC);
+        time.wallAtStart = Waits::RealNow(CLOCK_REALTIME);
+        time.on = true;
     }
-    for (Process& process : shared->processes)
+    for (Waits::Slot& slot : shared->board.slots)
     {
-        Free(process, getpid()); // the program that this process was before
+        if (slot.process == getpid()) // of the program that this process was before
+        {
+            Waits::Free(slot);
+        }
     }
-    Waits::place.time = &shared->time;
-    Waits::place.beforeWait = Join;
+    Waits::place.board = &shared->board;
+    Waits::place.beforeCall = leads ? nullptr : HaveAgent; // the leader reaches its own process by itself
+    Waits::place.wakeCall = WakeCall;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
+    if (const char* const preloaded = std::getenv(PRELOAD); preloaded != nullptr)
+    {
+        Waits::place.isEmulated = std::strstr(preloaded, "/vgpreload_") != nullptr; // by valgrind
+    }
+    Timers::place = {shared->alarms.data(), shared->alarms.size(), HaveAgent, TellAgent};
+    Timers::TakeOverAlarm();
+    CountVforks(shared->board);
     pthread_atfork(nullptr, nullptr, ForgetParent);
+    Waits::OwnSlot().isProgram = true;
     if (leads)
     {
-        Join();
+        StartThread(RunLeader);
+        while (!leading)
+        {
+            sched_yield();
+        }
     }
 }
 
@@ -300,4 +391,23 @@ __attribute__((constructor)) void Begin()
 STAND_IN bool VirtualUnitTimeIsVirtual()
 {
     return VirtualTime::shared != nullptr;
+}
+
+STAND_IN bool VirtualUnitTimeHas(pid_t process)
+{
+    return VirtualTime::shared == nullptr || VirtualTime::shared->board.Has(process);
+}
+
+STAND_IN void VirtualUnitTimeExecutes(pid_t thread)
+{
+    if (VirtualTime::shared != nullptr)
+    {
+        for (VirtualTime::Waits::Slot& slot : VirtualTime::shared->board.slots)
+        {
+            if (slot.thread == thread)
+            {
+                slot.isProgram = false;
+            }
+        }
+    }
 }

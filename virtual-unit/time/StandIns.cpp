@@ -2,14 +2,31 @@
 
 #include "virtual-unit/time/Calls.h"
 #include "virtual-unit/time/Real.h"
+#include "virtual-unit/time/Timers.h"
 #include "virtual-unit/time/Waits.h"
 
+#include <aio.h>
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <climits>
 #include <csignal>
 #include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <mqueue.h>
+#include <new>
+#include <pthread.h>
+#include <spawn.h>
 #include <sys/epoll.h>
+#include <sys/sem.h>
 #include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 using namespace VirtualTime;
@@ -45,13 +62,28 @@ STAND_IN int pselect(int count, fd_set* in, fd_set* out, fd_set* except, const t
     return Calls::Pselect(count, in, out, except, limit, mask);
 }
 
+namespace
+{
+
+/// Waits until the epoll descriptor has an event. @return as poll()
+int AwaitEpoll(int epoll, const timespec& limit, const sigset_t* mask)
+{
+    pollfd some = {epoll, POLLIN, 0};
+    return Calls::Ppoll(&some, 1, &limit, mask);
+}
+
+timespec OfMilliseconds(int milliseconds)
+{
+    return {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
+}
+
+}
+
 STAND_IN int epoll_pwait(int epoll, epoll_event* events, int most, int milliseconds, const sigset_t* mask)
 {
-    if (milliseconds > 0)
+    if (Waits::Virtual() && milliseconds > 0)
     {
-        const timespec limit = {milliseconds / 1000, milliseconds % 1000 * 1'000'000L};
-        pollfd some = {epoll, POLLIN, 0};
-        if (Calls::Ppoll(&some, 1, &limit, mask) < 0)
+        if (AwaitEpoll(epoll, OfMilliseconds(milliseconds), mask) < 0)
         {
             return -1;
         }
@@ -63,6 +95,21 @@ STAND_IN int epoll_pwait(int epoll, epoll_event* events, int most, int milliseco
 STAND_IN int epoll_wait(int epoll, epoll_event* events, int most, int milliseconds)
 {
     return epoll_pwait(epoll, events, most, milliseconds, nullptr);
+}
+
+STAND_IN int epoll_pwait2(int epoll, epoll_event* events, int most, const timespec* limit,
+                          const sigset_t* mask)
+{
+    if (limit == nullptr)
+    {
+        return epoll_pwait(epoll, events, most, -1, mask);
+    }
+    if (Waits::Virtual() && AwaitEpoll(epoll, *limit, mask) < 0)
+    {
+        return -1;
+    }
+    const timespec atOnce = {0, 0};
+    return REAL_CALL(epoll_pwait2)(epoll, events, most, Waits::Virtual() ? &atOnce : limit, mask);
 }
 
 STAND_IN int usleep(useconds_t microseconds)
@@ -102,15 +149,538 @@ STAND_IN int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* 
     return REAL_CALL(sigtimedwait)(set, info, limit == nullptr ? nullptr : &atOnce);
 }
 
+// Descriptors ------------------------------------------------------------------------------------------
+
+namespace
+{
+
+/// The time-outs of a socket, which the kernel is not told. A duplicate of the descriptor has none.
+struct TimeOuts
+{
+    std::atomic<std::int64_t> receive{0}; ///< nanoseconds; 0: none
+    std::atomic<std::int64_t> send{0};
+};
+
+std::array<TimeOuts, 1024> timeOuts;
+std::atomic<bool> socketsHaveTimeOuts{false};
+
+TimeOuts* TimeOutsOf(int fd)
+{
+    return fd >= 0 && static_cast<std::size_t>(fd) < timeOuts.size() ? &timeOuts[static_cast<std::size_t>(fd)]
+                                                                     : nullptr;
+}
+
+/// Waits as long as a socket may. @return false with errno EAGAIN when it was in vain, or EINTR
+bool IsReady(int fd, bool toReceive, int flags = 0)
+{
+    if (!socketsHaveTimeOuts || (flags & MSG_DONTWAIT) != 0 || !Waits::Virtual())
+    {
+        return true;
+    }
+    const TimeOuts* const own = TimeOutsOf(fd);
+    const std::int64_t limit = own == nullptr ? 0 : toReceive ? own->receive.load() : own->send.load();
+    if (limit == 0 || (REAL_CALL(fcntl)(fd, F_GETFL) & O_NONBLOCK) != 0)
+    {
+        return true;
+    }
+    const timespec time = {static_cast<time_t>(limit / Waits::NANOSECONDS),
+                           static_cast<long>(limit % Waits::NANOSECONDS)};
+    pollfd socket = {fd, static_cast<short>(toReceive ? POLLIN : POLLOUT), 0};
+    const int ready = Calls::Ppoll(&socket, 1, &time, nullptr);
+    if (ready == 0)
+    {
+        errno = EAGAIN;
+    }
+    return ready > 0;
+}
+
+}
+
+STAND_IN int setsockopt(int fd, int level, int option, const void* value, socklen_t length) noexcept
+{
+    TimeOuts* const own = TimeOutsOf(fd);
+    if (Waits::Virtual() && level == SOL_SOCKET && (option == SO_RCVTIMEO || option == SO_SNDTIMEO) &&
+        own != nullptr && value != nullptr && length >= sizeof(timeval))
+    {
+        const timeval none = {0, 0};
+        const int result = REAL_CALL(setsockopt)(fd, level, option, &none, sizeof none);
+        if (result == 0)
+        {
+            const auto& limit = *static_cast<const timeval*>(value);
+            (option == SO_RCVTIMEO ? own->receive : own->send) =
+                limit.tv_sec * Waits::NANOSECONDS + limit.tv_usec * 1000;
+            socketsHaveTimeOuts = true;
+        }
+        return result;
+    }
+    return REAL_CALL(setsockopt)(fd, level, option, value, length);
+}
+
+STAND_IN int getsockopt(int fd, int level, int option, void* value, socklen_t* length) noexcept
+{
+    const int result = REAL_CALL(getsockopt)(fd, level, option, value, length);
+    const TimeOuts* const own = TimeOutsOf(fd);
+    if (result == 0 && socketsHaveTimeOuts && level == SOL_SOCKET &&
+        (option == SO_RCVTIMEO || option == SO_SNDTIMEO) && own != nullptr && *length >= sizeof(timeval))
+    {
+        const std::int64_t limit = option == SO_RCVTIMEO ? own->receive : own->send;
+        *static_cast<timeval*>(value) = {static_cast<time_t>(limit / Waits::NANOSECONDS),
+                                         static_cast<suseconds_t>(limit % Waits::NANOSECONDS / 1000)};
+    }
+    return result;
+}
+
+STAND_IN ssize_t recv(int fd, void* bytes, size_t count, int flags)
+{
+    return IsReady(fd, true, flags) ? REAL_CALL(recv)(fd, bytes, count, flags) : -1;
+}
+
+STAND_IN ssize_t recvfrom(int fd, void* bytes, size_t count, int flags, sockaddr* from, socklen_t* length)
+{
+    return IsReady(fd, true, flags) ? REAL_CALL(recvfrom)(fd, bytes, count, flags, from, length) : -1;
+}
+
+STAND_IN ssize_t recvmsg(int fd, msghdr* message, int flags)
+{
+    return IsReady(fd, true, flags) ? REAL_CALL(recvmsg)(fd, message, flags) : -1;
+}
+
+STAND_IN int recvmmsg(int fd, mmsghdr* messages, unsigned int count, int flags, timespec* limit)
+{
+    if (!Waits::Virtual() || limit == nullptr)
+    {
+        return IsReady(fd, true, flags) ? REAL_CALL(recvmmsg)(fd, messages, count, flags, limit) : -1;
+    }
+    // The kernel looks at the limit behind each message only; here it holds for the first one, too.
+    pollfd socket = {fd, POLLIN, 0};
+    const int ready = Calls::Ppoll(&socket, 1, limit, nullptr);
+    if (ready <= 0)
+    {
+        errno = ready == 0 ? EAGAIN : errno;
+        return -1;
+    }
+    return REAL_CALL(recvmmsg)(fd, messages, count, flags | MSG_DONTWAIT, nullptr);
+}
+
+STAND_IN ssize_t send(int fd, const void* bytes, size_t count, int flags)
+{
+    return IsReady(fd, false, flags) ? REAL_CALL(send)(fd, bytes, count, flags) : -1;
+}
+
+STAND_IN ssize_t sendto(int fd, const void* bytes, size_t count, int flags, const sockaddr* to,
+                        socklen_t length)
+{
+    return IsReady(fd, false, flags) ? REAL_CALL(sendto)(fd, bytes, count, flags, to, length) : -1;
+}
+
+STAND_IN ssize_t sendmsg(int fd, const msghdr* message, int flags)
+{
+    return IsReady(fd, false, flags) ? REAL_CALL(sendmsg)(fd, message, flags) : -1;
+}
+
+STAND_IN int accept(int fd, sockaddr* from, socklen_t* length)
+{
+    return IsReady(fd, true) ? REAL_CALL(accept)(fd, from, length) : -1;
+}
+
+STAND_IN int accept4(int fd, sockaddr* from, socklen_t* length, int flags)
+{
+    return IsReady(fd, true) ? REAL_CALL(accept4)(fd, from, length, flags) : -1;
+}
+
 STAND_IN ssize_t read(int fd, void* bytes, size_t count)
 {
-    return Calls::ReadTimesOut(fd) ? 0 : REAL_CALL(read)(fd, bytes, count);
+    if (Calls::ReadTimesOut(fd))
+    {
+        return 0;
+    }
+    return IsReady(fd, true) ? REAL_CALL(read)(fd, bytes, count) : -1;
 }
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the C library's name
 STAND_IN ssize_t __read_chk(int fd, void* bytes, size_t count, size_t room)
 {
     return read(fd, bytes, count < room ? count : room);
+}
+
+STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
+{
+    return IsReady(fd, false) ? REAL_CALL(write)(fd, bytes, count) : -1;
+}
+
+// Messages, semaphores of System V, asynchronous input and output ---------------------------------------
+
+STAND_IN ssize_t mq_timedreceive(mqd_t queue, char* bytes, size_t count, unsigned int* priority,
+                                 const timespec* deadline)
+{
+    const timespec past = {0, 0};
+    while (Waits::Virtual())
+    {
+        const ssize_t result = REAL_CALL(mq_timedreceive)(queue, bytes, count, priority, &past);
+        if (result >= 0 || errno != ETIMEDOUT)
+        {
+            return result;
+        }
+        const std::int64_t left = Calls::Deadline(CLOCK_REALTIME, *deadline) - Waits::Monotonic();
+        const timespec limit = {static_cast<time_t>(left / Waits::NANOSECONDS),
+                                static_cast<long>(left % Waits::NANOSECONDS)};
+        pollfd input = {queue, POLLIN, 0};
+        const int ready = left > 0 ? Calls::Ppoll(&input, 1, &limit, nullptr) : 0;
+        if (ready <= 0)
+        {
+            errno = ready == 0 ? ETIMEDOUT : errno;
+            return -1;
+        }
+    }
+    return REAL_CALL(mq_timedreceive)(queue, bytes, count, priority, deadline);
+}
+
+STAND_IN int mq_timedsend(mqd_t queue, const char* bytes, size_t count, unsigned int priority,
+                          const timespec* deadline)
+{
+    const timespec past = {0, 0};
+    while (Waits::Virtual())
+    {
+        const int result = REAL_CALL(mq_timedsend)(queue, bytes, count, priority, &past);
+        if (result >= 0 || errno != ETIMEDOUT)
+        {
+            return result;
+        }
+        const std::int64_t left = Calls::Deadline(CLOCK_REALTIME, *deadline) - Waits::Monotonic();
+        const timespec limit = {static_cast<time_t>(left / Waits::NANOSECONDS),
+                                static_cast<long>(left % Waits::NANOSECONDS)};
+        pollfd output = {queue, POLLOUT, 0};
+        const int ready = left > 0 ? Calls::Ppoll(&output, 1, &limit, nullptr) : 0;
+        if (ready <= 0)
+        {
+            errno = ready == 0 ? ETIMEDOUT : errno;
+            return -1;
+        }
+    }
+    return REAL_CALL(mq_timedsend)(queue, bytes, count, priority, deadline);
+}
+
+namespace
+{
+
+/**
+ * Looks again and again whether it is over, after a millisecond at first, later each fifty.
+ * @return as `attempt`, which gives -1 with `notYet` meanwhile
+ */
+template <class Attempt>
+int LookUntil(const timespec& limit, int notYet, Attempt attempt)
+{
+    constexpr std::int64_t SHORTEST = 1'000'000;
+    constexpr std::int64_t LONGEST = 50'000'000;
+    const std::int64_t deadline = Waits::Monotonic() + Calls::ToNanoseconds(limit);
+    for (std::int64_t pause = SHORTEST;; pause = std::min(2 * pause, LONGEST))
+    {
+        const int result = attempt();
+        if (result >= 0 || errno != notYet)
+        {
+            return result;
+        }
+        const std::int64_t left = deadline - Waits::Monotonic();
+        if (left <= 0)
+        {
+            errno = EAGAIN;
+            return -1;
+        }
+        const timespec next = {0, static_cast<long>(std::min(pause, left))};
+        if (Calls::Nanosleep(&next, nullptr) != 0)
+        {
+            return -1;
+        }
+    }
+}
+
+}
+
+STAND_IN int semtimedop(int set, sembuf* operations, size_t count, const timespec* limit) noexcept
+{
+    std::array<sembuf, 500> atOnce{}; // as many as the kernel takes by default
+    if (!Waits::Virtual() || limit == nullptr || count > atOnce.size())
+    {
+        return REAL_CALL(semtimedop)(set, operations, count, limit);
+    }
+    std::transform(operations, operations + count, atOnce.begin(), [](sembuf operation) {
+        operation.sem_flg = static_cast<short>(operation.sem_flg | IPC_NOWAIT);
+        return operation;
+    });
+    return LookUntil(*limit, EAGAIN, [&] { return semop(set, atOnce.data(), count); });
+}
+
+STAND_IN int aio_suspend(const aiocb* const list[], int count, const timespec* limit)
+{
+    if (!Waits::Virtual() || limit == nullptr)
+    {
+        return REAL_CALL(aio_suspend)(list, count, limit);
+    }
+    return LookUntil(*limit, EINPROGRESS, [&] {
+        for (int i = 0; i < count; ++i)
+        {
+            if (list[i] != nullptr && aio_error(list[i]) != EINPROGRESS)
+            {
+                return 0;
+            }
+        }
+        errno = EINPROGRESS;
+        return -1;
+    });
+}
+
+// Timers -----------------------------------------------------------------------------------------------
+
+STAND_IN int timerfd_create(clockid_t clock, int flags) noexcept
+{
+    return Timers::IsVirtual(clock) ? Timers::CreateDescriptor(clock, flags)
+                                    : REAL_CALL(timerfd_create)(clock, flags);
+}
+
+STAND_IN int timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old) noexcept
+{
+    return Timers::IsDescriptor(fd) ? Timers::SetDescriptor(fd, flags, value, old)
+                                    : REAL_CALL(timerfd_settime)(fd, flags, value, old);
+}
+
+STAND_IN int timerfd_gettime(int fd, itimerspec* value) noexcept
+{
+    return Timers::IsDescriptor(fd) ? Timers::GetDescriptor(fd, value)
+                                    : REAL_CALL(timerfd_gettime)(fd, value);
+}
+
+STAND_IN int timer_create(clockid_t clock, sigevent* event, timer_t* timer) noexcept
+{
+    return Timers::IsVirtual(clock) ? Timers::Create(clock, event, timer)
+                                    : REAL_CALL(timer_create)(clock, event, timer);
+}
+
+STAND_IN int timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* old) noexcept
+{
+    return Timers::IsTimer(timer) ? Timers::Set(timer, flags, value, old)
+                                  : REAL_CALL(timer_settime)(timer, flags, value, old);
+}
+
+STAND_IN int timer_gettime(timer_t timer, itimerspec* value) noexcept
+{
+    return Timers::IsTimer(timer) ? Timers::Get(timer, value) : REAL_CALL(timer_gettime)(timer, value);
+}
+
+STAND_IN int timer_delete(timer_t timer) noexcept
+{
+    return Timers::IsTimer(timer) ? Timers::Delete(timer) : REAL_CALL(timer_delete)(timer);
+}
+
+STAND_IN int timer_getoverrun(timer_t timer) noexcept
+{
+    return Timers::IsTimer(timer) ? Timers::Overrun(timer) : REAL_CALL(timer_getoverrun)(timer);
+}
+
+STAND_IN int setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept
+{
+    if (!Waits::Virtual() || which != ITIMER_REAL || value == nullptr)
+    {
+        return REAL_CALL(setitimer)(which, value, old);
+    }
+    Timers::SetAlarm(*value, old);
+    return 0;
+}
+
+STAND_IN int getitimer(__itimer_which_t which, itimerval* value) noexcept
+{
+    if (!Waits::Virtual() || which != ITIMER_REAL || value == nullptr)
+    {
+        return REAL_CALL(getitimer)(which, value);
+    }
+    Timers::GetAlarm(*value);
+    return 0;
+}
+
+STAND_IN unsigned int alarm(unsigned int seconds) noexcept
+{
+    if (!Waits::Virtual())
+    {
+        return REAL_CALL(alarm)(seconds);
+    }
+    itimerval old = {};
+    Timers::SetAlarm({{0, 0}, {static_cast<time_t>(seconds), 0}}, &old);
+    const auto left = static_cast<unsigned int>(old.it_value.tv_sec);
+    return left == 0 && old.it_value.tv_usec > 0 ? 1 : left + (old.it_value.tv_usec >= 500'000 ? 1 : 0);
+}
+
+STAND_IN useconds_t ualarm(useconds_t microseconds, useconds_t interval) noexcept
+{
+    if (!Waits::Virtual())
+    {
+        return REAL_CALL(ualarm)(microseconds, interval);
+    }
+    constexpr useconds_t SECOND = 1'000'000;
+    const auto time = [](useconds_t all) {
+        return timeval{static_cast<time_t>(all / SECOND), static_cast<suseconds_t>(all % SECOND)};
+    };
+    itimerval old = {};
+    Timers::SetAlarm({time(interval), time(microseconds)}, &old);
+    return static_cast<useconds_t>(old.it_value.tv_sec * SECOND + old.it_value.tv_usec);
+}
+
+// Signals: their handlers run in threads that seem to wait ------------------------------------------------
+
+STAND_IN int pthread_kill(pthread_t thread, int signal)
+{
+    Waits::Disturb(getpid());
+    return REAL_CALL(pthread_kill)(thread, signal);
+}
+
+STAND_IN int kill(pid_t process, int signal) noexcept
+{
+    Waits::Disturb(process > 0 ? process : 0);
+    return REAL_CALL(kill)(process, signal);
+}
+
+STAND_IN int sigqueue(pid_t process, int signal, const sigval value) noexcept
+{
+    Waits::Disturb(process);
+    return REAL_CALL(sigqueue)(process, signal, value);
+}
+
+STAND_IN int pthread_sigqueue(pthread_t thread, int signal, const sigval value) noexcept
+{
+    Waits::Disturb(getpid());
+    return REAL_CALL(pthread_sigqueue)(thread, signal, value);
+}
+
+STAND_IN int raise(int signal) noexcept
+{
+    Waits::Disturb(getpid());
+    return REAL_CALL(raise)(signal);
+}
+
+STAND_IN int pthread_cancel(pthread_t thread)
+{
+    const int error = REAL_CALL(pthread_cancel)(thread);
+    if (error == 0)
+    {
+        Waits::Interrupt(thread);
+    }
+    return error;
+}
+
+// Threads ----------------------------------------------------------------------------------------------
+
+namespace
+{
+
+struct Start
+{
+    void* (*routine)(void*);
+    void* argument;
+};
+
+/// Tells those who wait for the end of the calling thread, however it ends.
+struct End
+{
+    ~End() { Waits::ObjectWait::Announce(reinterpret_cast<const void*>(pthread_self()), INT_MAX); }
+};
+
+void* Run(void* argument)
+{
+    const Start start = *static_cast<Start*>(argument);
+    delete static_cast<Start*>(argument);
+    const End end;
+    return start.routine(start.argument);
+}
+
+}
+
+STAND_IN int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*routine)(void*),
+                            void* argument) noexcept
+{
+    auto* const start = new (std::nothrow) Start{routine, argument};
+    if (start == nullptr)
+    {
+        return EAGAIN;
+    }
+    const Waits::Creation creation;
+    const int error = REAL_CALL(pthread_create)(thread, attributes, Run, start);
+    if (error != 0)
+    {
+        delete start;
+    }
+    return error;
+}
+
+STAND_IN pid_t fork() noexcept
+{
+    Waits::Creation creation;
+    const pid_t child = REAL_CALL(fork)();
+    if (child == 0)
+    {
+        creation.LeaveToOther(); // the parent's part
+    }
+    return child;
+}
+
+STAND_IN int posix_spawn(pid_t* process, const char* path, const posix_spawn_file_actions_t* actions,
+                         const posix_spawnattr_t* attributes, char* const arguments[],
+                         char* const environment[])
+{
+    const Waits::Creation creation;
+    return REAL_CALL(posix_spawn)(process, path, actions, attributes, arguments, environment);
+}
+
+STAND_IN int posix_spawnp(pid_t* process, const char* file, const posix_spawn_file_actions_t* actions,
+                          const posix_spawnattr_t* attributes, char* const arguments[],
+                          char* const environment[])
+{
+    const Waits::Creation creation;
+    return REAL_CALL(posix_spawnp)(process, file, actions, attributes, arguments, environment);
+}
+
+STAND_IN int system(const char* command)
+{
+    const Waits::Creation creation;
+    return REAL_CALL(system)(command);
+}
+
+STAND_IN FILE* popen(const char* command, const char* mode)
+{
+    const Waits::Creation creation;
+    return REAL_CALL(popen)(command, mode);
+}
+
+STAND_IN int pthread_clockjoin_np(pthread_t thread, void** result, clockid_t clock, const timespec* deadline)
+{
+    const auto* const object = reinterpret_cast<const void*>(thread);
+    while (Waits::Virtual())
+    {
+        int error = pthread_tryjoin_np(thread, result);
+        if (error != EBUSY)
+        {
+            return error;
+        }
+        const std::int64_t due = Calls::Deadline(clock, *deadline);
+        if (Waits::Monotonic() >= due)
+        {
+            return ETIMEDOUT;
+        }
+        Waits::ObjectWait wait(object, due);
+        error = pthread_tryjoin_np(thread, result);
+        if (error != EBUSY)
+        {
+            return error;
+        }
+        if (wait.Wait() == Waits::Wake::Event)
+        {
+            return pthread_join(thread, result); // it is ending
+        }
+    }
+    return REAL_CALL(pthread_clockjoin_np)(thread, result, clock, deadline);
+}
+
+STAND_IN int pthread_timedjoin_np(pthread_t thread, void** result, const timespec* deadline)
+{
+    return Waits::Virtual() ? pthread_clockjoin_np(thread, result, CLOCK_REALTIME, deadline)
+                            : REAL_CALL(pthread_timedjoin_np)(thread, result, deadline);
 }
 
 // Terminals: what is on its way through one arrives before the time goes on.
@@ -143,5 +713,11 @@ STAND_IN int open(const char* path, int flags, ...)
 STAND_IN int close(int fd)
 {
     Waits::RemoveTerminal(fd);
+    Timers::CloseDescriptor(fd);
+    if (TimeOuts* const own = TimeOutsOf(fd); own != nullptr)
+    {
+        own->receive = 0;
+        own->send = 0;
+    }
     return REAL_CALL(close)(fd);
 }

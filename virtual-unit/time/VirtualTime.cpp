@@ -38,11 +38,19 @@ std::filesystem::path Library()
                       (program / TIME_LIBRARY_DIRECTORY).lexically_normal().string());
 }
 
-/// What is asked of the kernel about each thread: its children, how often it ran, and where it waits.
+/// Adds an option to a list of them in the environment.
+void AddOption(const char* variable, const std::string& option)
+{
+    const char* const present = std::getenv(variable);
+    setenv(variable, (present != nullptr ? present + (":" + option) : option).c_str(), 1);
+}
+
+/// What is asked of the kernel about each thread: its children, how often it ran, where it waits,
+/// and in which system call.
 void RequireAnswers()
 {
     const std::string self = "/proc/self/task/" + std::to_string(gettid()) + "/";
-    for (const char* const file : {"children", "schedstat", "wchan"})
+    for (const char* const file : {"children", "schedstat", "wchan", "syscall"})
     {
         if (access((self + file).c_str(), R_OK) != 0)
         {
@@ -88,9 +96,28 @@ void Enter(char** arguments)
         PathOf(library) + (preloaded != nullptr ? ":" + std::string(preloaded) : "");
     setenv(VARIABLE, PathOf(memory).c_str(), 1);
     setenv(PRELOAD, libraries.c_str(), 1);
+    // The address sanitizer minds that another library is preloaded, and comes before its own. The thread
+    // sanitizer naps at the end of a process, in real time.
+    AddOption("ASAN_OPTIONS", "verify_asan_link_order=0");
+    AddOption("TSAN_OPTIONS", "atexit_sleep_ms=0");
     // NOLINTEND(concurrency-mt-unsafe)
     execv("/proc/self/exe", arguments);
     throw NotPossible("the program cannot be executed anew: " + std::generic_category().message(errno));
+}
+
+bool LivesInIt(pid_t process)
+{
+    static auto* const has = reinterpret_cast<bool (*)(pid_t)>(dlsym(RTLD_DEFAULT, HAS));
+    return has == nullptr || has(process);
+}
+
+void Executes(pid_t thread)
+{
+    static auto* const executes = reinterpret_cast<void (*)(pid_t)>(dlsym(RTLD_DEFAULT, EXECUTES));
+    if (executes != nullptr)
+    {
+        executes(thread);
+    }
 }
 
 }

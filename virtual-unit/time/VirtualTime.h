@@ -2,6 +2,7 @@
 #define VIRTUAL_UNIT_TIME_VIRTUALTIME_H
 
 #include <stdexcept>
+#include <sys/types.h>
 
 namespace VirtualTime
 {
@@ -12,8 +13,11 @@ constexpr const char* VARIABLE = "VIRTUAL_UNIT_TIME";
 /// Where the dynamic linker is told to load the library of virtual time, first of all.
 constexpr const char* PRELOAD = "LD_PRELOAD";
 
-/// The function of that library which tells whether time is virtual: bool().
+/// Functions of that library: bool() tells whether time is virtual, bool(pid_t) whether a process lives in
+/// it, void(pid_t) takes notice of a thread that is about to execute a program.
 constexpr const char* TELLS = "VirtualUnitTimeIsVirtual";
+constexpr const char* HAS = "VirtualUnitTimeHas";
+constexpr const char* EXECUTES = "VirtualUnitTimeExecutes";
 
 /// There is no virtual time to be had; what() says why.
 class NotPossible : public std::runtime_error
@@ -35,6 +39,13 @@ void Require(); ///< @throws NotPossible when this machine or installation lacks
  * @param arguments of main() @throws NotPossible
  */
 void Enter(char** arguments);
+
+/// False when time is virtual, and the program of a process (which may have ended by now, but has not been
+/// waited for long ago) knows nothing of it.
+bool LivesInIt(pid_t process);
+
+/// A thread is about to execute a program, of which nothing is known yet.
+void Executes(pid_t thread);
 
 }
 

@@ -1,10 +1,11 @@
 #ifndef VIRTUAL_UNIT_TIME_WAITS_H
 #define VIRTUAL_UNIT_TIME_WAITS_H
 
-// What lies under virtual time: the clocks' values, and the threads of this process that wait for them.
-// Nothing here allocates. Calling threads: any, but FireEarliest() and FireAll() belong to one, which moves
-// the time.
+// What lies under virtual time: the clocks' values, and the threads that wait for them. Nothing here
+// allocates. Calling threads: any, but FireEarliest(), FireAll(), Hold() and LetGo() belong to one, the
+// leader, which moves the time.
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <ctime>
@@ -18,54 +19,183 @@ namespace VirtualTime::Waits
 constexpr std::int64_t NANOSECONDS = 1'000'000'000; ///< in a second
 constexpr std::int64_t NEVER = std::numeric_limits<std::int64_t>::max();
 
-/// The present time, in nanoseconds. It may lie in memory that several processes share.
+enum class Wake : std::uint8_t
+{
+    None,
+    Deadline,
+    Event, ///< the condition was signalled, a descriptor is ready
+    Signal ///< a signal was handled
+};
+
+/// The present time, in nanoseconds.
 struct Time
 {
     std::atomic<bool> on{false}; ///< otherwise time is real
     std::atomic<std::int64_t> startMonotonic{0};
-    std::atomic<std::int64_t> passed{0}; ///< since the start
+    std::atomic<std::int64_t> passed{0}; ///< since the start; while time is held, until it was
     std::atomic<std::int64_t> wallAtStart{0};
     std::atomic<std::int64_t> leftBehind{0}; ///< how far virtual time has run ahead of the real one so far
+    std::atomic<std::int64_t> heldSince{0};  ///< by the real clock; 0: it is not
+    std::atomic<std::uint32_t> changes{0};   ///< odd while `passed` and `heldSince` change together
 };
 
-/// The time that this process lives in. Set before any thread waits, but for `earliest`, which `beforeWait`
-/// may set.
+/// What a thread does, in the lowest bits of Slot::stand.
+enum class Stand : std::uint8_t
+{
+    Runs,     ///< or waits for something that is not known here
+    Parked,   ///< waits for its own slot: whoever wakes it says so there first
+    InCall,   ///< waits in the kernel, for descriptors
+    Disturbed ///< was parked or in a call, and may run now: a signal has been sent to it
+};
+
+/// A thread that has waited. The slot of one that has ended is given anew.
+struct Slot
+{
+    std::atomic<pid_t> thread{0}; ///< 0: free
+    std::atomic<pid_t> process{0};
+    std::atomic<pthread_t> handle{};     ///< in its process
+    std::atomic<bool> isAgent{false};    ///< see SharedTime.cpp
+    std::atomic<bool> isProgram{false};  ///< the first thread of a program that lives in virtual time
+    std::atomic<std::uint32_t> stand{0}; ///< above the Stand a number that changes with it
+    std::atomic<std::uint32_t> wake{0};  ///< a Wake, likewise; what a parked thread sleeps on
+    std::atomic<std::int64_t> deadline{NEVER};
+    std::atomic<int> event{-1}; ///< wakes a wait for descriptors, in its process
+};
+
+/// All threads in one time: of a process, or of several that share the memory.
+struct Board
+{
+    Time time;
+    std::atomic<std::uint32_t> entries{0}; ///< how often a thread has begun to wait
+    std::atomic<bool> leaderSleeps{false}; ///< on `entries`
+    std::atomic<std::uint32_t> used{0};    ///< slots beyond have never been
+    // Where the processes count what they create; elsewhere both stay as they are.
+    std::atomic<std::uint32_t> created{0};  ///< threads and processes
+    std::atomic<std::uint32_t> creators{0}; ///< threads that may be creating some just now
+    std::array<Slot, 1024> slots{};
+
+    /// Whether a process has a program that lives in virtual time; not for certain before its first wait.
+    bool Has(pid_t process) const;
+};
+
+/// The time that this process lives in. Set before any thread waits.
 struct Place
 {
-    Time* time;
-    std::atomic<std::atomic<std::int64_t>*> earliest; ///< takes the earliest deadline of its threads
-    void (*beforeWait)();                             ///< called before each wait; null: nothing
+    Board* board;
+    void (*beforeCall)(); ///< called before a wait for descriptors; null: the leader lives in this process
+    bool (*wakeCall)(Slot& slot); ///< has a wait for descriptors in another process end; null: there is none
+    /// A thread that says that it is parked may still hold up others, in an emulator that runs one at a time.
+    bool isEmulated;
 };
 
 extern Place place; ///< of this process alone, unless changed
+
+Slot& OwnSlot(); ///< of the calling thread
+
+Stand StandOf(std::uint32_t stand);
+
+/// Parked, and not yet woken.
+bool IsParked(const Slot& slot);
+void Free(Slot& slot);
+void EndCall(Slot& slot); ///< of this process, whose deadline has come: it waits for descriptors
 
 bool Virtual();
 std::int64_t Monotonic(); ///< virtual, in nanoseconds
 std::int64_t Wall();      ///< virtual, in nanoseconds since 1970
 std::int64_t RealNow(clockid_t clock);
 
-enum class Wake : std::uint8_t
-{
-    Deadline,
-    Event, ///< the condition was signalled, a descriptor is ready
-    Signal ///< a signal was handled
-};
-
 Wake SleepUntil(std::int64_t monotonic);
 
-/// As pthread_cond_wait() with a deadline; the mutex is held on entry and on return.
-Wake WaitCondition(pthread_cond_t* condition, pthread_mutex_t* mutex, std::int64_t monotonic);
+/**
+ * Before a wait for an object (a futex, a semaphore, a mutex ...), which others announce by WakeObject():
+ * from its construction on no announcement is missed. Then look once more whether the wait is needed.
+ */
+class ObjectWait
+{
+public:
+    ObjectWait(const void* what, std::int64_t monotonic);
+    ~ObjectWait();
+    ObjectWait(const ObjectWait&) = delete;
+    ObjectWait& operator=(const ObjectWait&) = delete;
+
+    void Until(std::int64_t monotonic); ///< another deadline
+
+    /// Once. Signal: a handler ran, or the wait was ended for another reason: look again.
+    Wake Wait();
+
+    static int Announce(const void* object, int most); ///< @return how many were woken, the oldest first
+    static void ForgetAll();
+
+private:
+    const void* object;
+    Slot& slot;
+    const std::uint32_t unwoken;
+    ObjectWait* next = nullptr;
+};
+
+/// While one lives, the calling thread is in a system call that waits for descriptors and does nothing else.
+class CallWait
+{
+public:
+    CallWait();
+    ~CallWait();
+    CallWait(const CallWait&) = delete;
+    CallWait& operator=(const CallWait&) = delete;
+
+private:
+    Slot& slot;
+};
 
 /// As poll() with a deadline. `ready` receives the result of the last look at the descriptors.
 Wake WaitDescriptors(pollfd* fds, nfds_t count, std::int64_t monotonic, const sigset_t* mask, int& ready);
 
-/// Moves time to the earliest deadline in this process and wakes the thread that waits for it.
-/// @return false when nobody waits, or is on his way already
+/// Moves time to the earliest deadline and wakes the thread that waits for it. While time is held: if the
+/// deadline has come.
+/// @return false when nobody waits (or none whose time has come), or is on his way already
 bool FireEarliest();
 
 void FireAll();       ///< at once, whatever the time
 bool SomebodyWaits(); ///< or has not taken notice yet that he does not any more
 void ForgetWaiters(); ///< in the child of a fork, which has none of these threads
+
+void Wakeful(Slot& slot, Wake wake); ///< ends its wait, if it waits
+
+/// A thread of this process is cancelled: it is to take notice, wherever it is parked.
+void Interrupt(pthread_t thread);
+
+/// While one lives, the calling thread creates threads or processes.
+class Creation
+{
+public:
+    Creation() { ++place.board->creators; }
+
+    ~Creation()
+    {
+        ++place.board->created;
+        if (own)
+        {
+            --place.board->creators;
+        }
+    }
+
+    Creation(const Creation&) = delete;
+    Creation& operator=(const Creation&) = delete;
+
+    void LeaveToOther() { own = false; } ///< in the child of a fork
+
+private:
+    bool own = true;
+};
+
+/// A signal may come to a thread (of a process, or of all of them where `process` is 0: to any of its
+/// threads): it may run at any time, unannounced.
+void Disturb(pid_t process, pid_t thread = 0);
+
+std::int64_t EarliestDeadline();
+
+/// Until LetGo() virtual time goes with the real one. @param since by the real monotonic clock
+void Hold(std::int64_t since);
+void LetGo();
 
 /// Terminals: what has been written to one is delivered by DeliverTerminals().
 void AddTerminal(int fd);
@@ -73,6 +203,10 @@ void RemoveTerminal(int fd);
 void DeliverTerminals();
 
 void RealPause(std::int64_t nanoseconds = 20'000); ///< less than a second, in real time
+
+/// The leader's pause until a thread begins to wait, or in vain. @param seen Board::entries before the last
+/// look
+void AwaitEntry(std::uint32_t seen, std::int64_t most);
 
 }
 

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <utility>
@@ -46,6 +47,12 @@ protected:
         return File("sleepy");
     }
 
+    std::string EndScript() const
+    {
+        std::ofstream(File("end")) << "50 end\n";
+        return File("end");
+    }
+
     static constexpr const char* LIBRARY = "libvirtual-unit-time.so";
 
     const std::string directory = Kit::TempDir::Path() + "/fast";
@@ -57,22 +64,152 @@ class FastWaitTest : public FastTest, public testing::WithParamInterface<std::st
 
 TEST_P(FastWaitTest, TakesExactlyItsTimeByTheClocksOfTheProgramAndNextToNone)
 {
-    const Outcome outcome = RunProgram(TIME_PROBE, {GetParam()}, {"--fast"});
+    const Outcome outcome = RunProgram(TIME_PROBE, {GetParam(), "900"}, {"--fast"});
     EXPECT_EQ(outcome.output, "900000 900000\n");
     EXPECT_THAT(outcome.errors, IsEmpty());
     EXPECT_EQ(outcome.status, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, FastWaitTest,
-                         testing::Values("usleep", "sleep", "nanosleep", "clock_nanosleep",
-                                         "clock_nanosleep-until", "poll", "ppoll", "select", "pselect",
-                                         "epoll_wait", "sigtimedwait", "condition", "condition-until",
-                                         "terminal", "threads", "child", "interrupted"),
-                         [](const auto& way) {
-                             std::string name = way.param;
-                             std::ranges::replace(name, '-', '_');
-                             return name;
+TEST_P(FastWaitTest, TakesExactlyItsTimeInTwoProcessesBesideThreadsThatSleepInSteps)
+{
+    const std::string probe = Word(TIME_PROBE) + " " + GetParam() + " 2 beside";
+    const Outcome outcome = Shell(probe + " & " + probe + " & wait");
+    EXPECT_EQ(outcome.output, "2000 2000\n2000 2000\n");
+    EXPECT_THAT(outcome.errors, IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, FastWaitTest,
+    testing::Values("usleep", "sleep", "nanosleep", "clock_nanosleep", "clock_nanosleep-until", "poll",
+                    "ppoll", "select", "pselect", "epoll_wait", "sigtimedwait", "condition",
+                    "condition-until", "terminal", "threads", "child", "interrupted", "future",
+                    "counting_semaphore", "timed_mutex", "timed_mutex-until", "shared_timed_mutex",
+                    "timedrdlock", "timedwrlock", "sem_timedwait", "sem_clockwait", "sem_timedwait-posted",
+                    "futex", "syscall-nanosleep", "condition-held", "timerfd", "timer_create",
+                    "timer_create-thread", "alarm", "setitimer", "recv", "read-socket", "epoll_pwait2",
+                    "mq_timedreceive", "semtimedop", "timedjoin", "timedjoin-ended", "c11", "cancelled"),
+    [](const auto& way) {
+        std::string name = way.param;
+        std::ranges::replace(name, '-', '_');
+        return name;
+    });
+
+class FastBuildTest : public FastTest, public testing::WithParamInterface<std::string>
+{
+};
+
+TEST_P(FastBuildTest, LivesInVirtualTimeWithoutOptionsOfItsOwn)
+{
+    for (const char* const way : {"usleep", "poll", "condition", "future", "timed_mutex",
+                                  "sem_timedwait-posted", "timerfd", "timer_create", "threads", "c11"})
+    {
+        const Outcome outcome =
+            Shell(GetParam() + " " + way + " 900 && " + GetParam() + " " + way + " 2 beside");
+        EXPECT_EQ(outcome.output, "900000 900000\n2000 2000\n") << way;
+        EXPECT_THAT(outcome.errors, IsEmpty()) << way;
+    }
+}
+
+// Newer kernels place mappings where the thread sanitizer's shadow memory belongs: -R places them as before.
+INSTANTIATE_TEST_SUITE_P(Sanitizers, FastBuildTest,
+                         testing::Values(Word(TIME_PROBE_ASAN), "setarch -R " + Word(TIME_PROBE_TSAN)),
+                         [](const auto& build) {
+                             return std::string(build.index == 0 ? "AddressAndUndefined" : "Thread");
                          });
+
+TEST_F(FastTest, AProgramUnderValgrindLivesInVirtualTime)
+{
+    if (RunShell("command -v valgrind").status != 0)
+    {
+        GTEST_SKIP() << "there is no valgrind";
+    }
+    for (const char* const way : {"usleep", "poll", "condition", "timerfd", "threads"})
+    {
+        const Outcome outcome = Shell("valgrind -q " + Word(TIME_PROBE) + " " + way + " 900");
+        EXPECT_EQ(outcome.output, "900000 900000\n") << way << outcome.errors;
+    }
+}
+
+TEST_F(FastTest, RandomProgramsDoWhatTheyMust)
+{
+    const Outcome outcome = RunProgram(RANDOM_WAITS_PROBE, {"1000", "1"}, {"--fast"});
+    EXPECT_EQ(outcome.output, "1000 programs, 0 wrong\n");
+}
+
+class FastRawTest : public FastTest, public testing::WithParamInterface<std::string>
+{
+};
+
+TEST_P(FastRawTest, AWaitThatNoLibraryKnowsOfHoldsTimeToTheRealOneAndALineSaysSo)
+{
+    const Outcome outcome = RunProgram(GetParam(), {"1"}, {"--fast"});
+    std::istringstream times(outcome.output);
+    long byTheLibrary = 0;
+    long byTheKernel = 0;
+    times >> byTheLibrary >> byTheKernel;
+    EXPECT_GE(byTheLibrary, 1000);
+    EXPECT_LE(byTheLibrary, byTheKernel + 500) << "it may have begun before it was seen";
+    EXPECT_THAT(outcome.errors,
+                HasSubstr("waits in real time, by a system call of its own: time goes as slowly as the real "
+                          "one meanwhile\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Programs, FastRawTest, testing::Values(RAW_PROBE, RAW_PROBE_STATIC),
+                         [](const auto& program) {
+                             return std::string(program.index == 0 ? "Dynamic" : "Static");
+                         });
+
+TEST_F(FastTest, AStaticProgramHoldsTheTimeOfTheOthers)
+{
+    const Outcome outcome = Shell(Word(RAW_PROBE_STATIC) + " 1 >&2 & a=$(date +%s%N); wait; "
+                                                           "b=$(date +%s%N); echo $(((b - a) / 1000000))");
+    EXPECT_GE(std::atoi(outcome.output.c_str()), 1000);
+    EXPECT_LE(std::atoi(outcome.output.c_str()), 60'000);
+}
+
+TEST_F(FastTest, AProgramThatDoesNotLiveInVirtualTimeIsTold)
+{
+    EXPECT_THAT(
+        RunProgram(PROBE_STATIC, {"--version"}, {"--fast"}).errors,
+        HasSubstr("did not live in virtual time: it is linked statically, or its environment was emptied"));
+}
+
+TEST_F(FastTest, AProgramInAWaitThatIsNotKnownIsNotKilledByAGraceThatPassedInNoTime)
+{
+    // Asked to end, it takes its time in a way that no library knows of.
+    const Outcome outcome = Shell("trap '" + Word(RAW_PROBE) +
+                                      " 1 >/dev/null; echo orderly; exit 4' TERM; while :; do sleep 1; done",
+                                  {"--script", EndScript()});
+    EXPECT_EQ(outcome.output, "orderly\n");
+    EXPECT_EQ(outcome.status, 4);
+}
+
+TEST_F(FastTest, TheTimeOutsOfCommandsAndInterpretersAreVirtual)
+{
+    EXPECT_EQ(Shell("a=$(date +%s); timeout 900 sleep 10000; echo $? $(($(date +%s) - a))").output,
+              "124 900\n");
+    EXPECT_THAT(Shell("timeout 10 cat /dev/ttymxc0 | grep -c RMC").output, testing::AnyOf("9\n", "10\n"));
+    EXPECT_EQ(RunProgram("/bin/bash",
+                         {"-c", "a=$SECONDS; read -t 900 < <(sleep 10000); echo $((SECONDS - a))"},
+                         {"--fast"})
+                  .output,
+              "900\n");
+    if (RunShell("command -v python3").status == 0)
+    {
+        EXPECT_EQ(Shell("python3 -c 'import threading, time; a = time.time(); threading.Event().wait(900); "
+                        "print(round(time.time() - a, 3))'")
+                      .output,
+                  "900.0\n");
+    }
+}
+
+TEST_F(FastTest, AnAlarmOutlastsTheProgramThatSetIt)
+{
+    // Perl is part of the base system.
+    const Outcome outcome =
+        Shell("a=$(date +%s); perl -e 'alarm 900; exec qw(sleep 10000)'; echo $? $(($(date +%s) - a))");
+    EXPECT_EQ(outcome.output, "142 900\n") << outcome.errors;
+}
 
 TEST_F(FastTest, ADayPassesInAMoment)
 {

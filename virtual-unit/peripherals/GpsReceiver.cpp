@@ -1,5 +1,7 @@
 #include "virtual-unit/peripherals/GpsReceiver.h"
 
+#include "virtual-unit/peripherals/Geography.h"
+
 #include <cstdio>
 #include <iterator>
 #include <utility>
@@ -89,6 +91,10 @@ GpsReceiver::GpsReceiver(Options theOptions)
     : options(std::move(theOptions)), glonass(options.model == Model::L26 && options.glonassAtStart)
 {
     transmitter.options = options.line;
+    if (options.vehicle == nullptr)
+    {
+        options.vehicle = std::make_shared<Vehicle>(options.track);
+    }
 }
 
 void GpsReceiver::SwitchOn(TimePoint now)
@@ -97,8 +103,14 @@ void GpsReceiver::SwitchOn(TimePoint now)
     {
         switchedOn = now;
         restarted = now;
-        nextEpoch = now + EPOCH;
+        options.vehicle->Begin(now);
+        nextEpoch = FirstEpochAfter(now);
     }
+}
+
+GpsReceiver::TimePoint GpsReceiver::FirstEpochAfter(TimePoint now) const
+{
+    return options.clockStart ? now + EPOCH - (now - *options.clockStart) % EPOCH : now + EPOCH;
 }
 
 void GpsReceiver::Restart(TimePoint now)
@@ -107,7 +119,7 @@ void GpsReceiver::Restart(TimePoint now)
     transmitter.Discard();
     command.clear();
     restarted = now;
-    nextEpoch = now + EPOCH;
+    nextEpoch = FirstEpochAfter(now);
     glonass = options.model == Model::L26 && options.glonassAtStart;
     Send(std::string(RESTART_BANNER), now);
 }
@@ -235,7 +247,8 @@ void GpsReceiver::SendEpoch(TimePoint at)
 
 Nmea::Epoch GpsReceiver::GenerateEpoch(TimePoint at) const
 {
-    const auto elapsed = std::chrono::duration_cast<seconds>(at - *switchedOn);
+    const TimePoint clockStart = options.clockStart.value_or(*switchedOn);
+    const auto elapsed = std::chrono::duration_cast<seconds>(at - clockStart);
     const std::chrono::sys_seconds utc = options.start + elapsed;
     const auto day = std::chrono::floor<std::chrono::days>(utc);
     const std::chrono::year_month_day date(day);
@@ -248,11 +261,11 @@ Nmea::Epoch GpsReceiver::GenerateEpoch(TimePoint at) const
                static_cast<int>(date.year()) % 100);
 
     const bool fix = !faults.noSatellites && at - restarted >= options.fixAfter;
-    const Track::Point point = options.track.At(static_cast<double>(elapsed.count()));
+    const Vehicle::State vehicle = options.vehicle->At(clockStart + elapsed);
     const std::string position =
-        fix ? Nmea::Latitude(point.latitude) + "," + Nmea::Longitude(point.longitude) : ",,,";
-    const double knots = fix ? point.knots : 0.0;
-    const double course = fix ? point.course : 0.0;
+        fix ? Nmea::Latitude(vehicle.latitude) + "," + Nmea::Longitude(vehicle.longitude) : ",,,";
+    const double knots = fix ? vehicle.metresPerSecond / Geography::METRES_PER_SECOND_PER_KNOT : 0.0;
+    const double course = fix ? vehicle.course : 0.0;
     const std::string mode = fix ? "A" : "N";
     const std::string talker = glonass ? "GN" : "GP";
 

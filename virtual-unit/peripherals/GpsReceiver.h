@@ -5,9 +5,11 @@
 #include "virtual-unit/peripherals/SerialPeripheral.h"
 #include "virtual-unit/peripherals/Track.h"
 #include "virtual-unit/peripherals/Transmitter.h"
+#include "virtual-unit/peripherals/Vehicle.h"
 
 #include <chrono>
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <random>
 #include <string>
@@ -20,8 +22,8 @@ namespace VirtualUnit
 /**
  * An emulated GPS receiver, L26 or SKM53.
  *
- * Both send, each second after they are switched on, the sentences of that second: a drive round a small
- * circuit, or a recording. An L26 sends RMC first, then VTG, GGA, GSA and GSV; an SKM53 sends GGA, GSA, GSV,
+ * Both send, each second after they are switched on, the sentences of that second: where the vehicle is, or a
+ * recording. An L26 sends RMC first, then VTG, GGA, GSA and GSV; an SKM53 sends GGA, GSA, GSV,
  * VTG and RMC last.
  *
  * An L26 besides
@@ -45,14 +47,18 @@ public:
     {
         Model model = Model::L26;
 
-        /// UTC when it is switched on: 2026-03-01 08:15:00 unless changed.
+        /// UTC when it is switched on, or at `clockStart`: 2026-03-01 08:15:00 unless changed.
         std::chrono::sys_seconds start{std::chrono::seconds(1'772'352'900)};
 
         std::chrono::seconds fixAfter{0}; ///< how long it has no fix after it is switched on or restarted
         bool glonassAtStart = true;       ///< L26 only
-        Track track;
+        /// When its clock began, whose seconds are those of its sentences; none: when it is switched on.
+        std::optional<TimePoint> clockStart;
 
-        /// Played instead of the track, one epoch a second; see Nmea::Epochs().
+        Track track;
+        std::shared_ptr<Vehicle> vehicle; ///< that it is in; null: one of its own, on `track`
+
+        /// Played instead of the drive, one epoch a second; see Nmea::Epochs().
         std::vector<Nmea::Epoch> recording;
         bool repeatRecording = true; ///< false: silent behind its end
 
@@ -94,6 +100,7 @@ public:
 
 private:
     void SwitchOn(TimePoint now);
+    TimePoint FirstEpochAfter(TimePoint now) const;
     void Obey(std::string_view command, TimePoint now);
     void Send(std::string text, TimePoint at);
     void SendEpoch(TimePoint at);

@@ -19,7 +19,7 @@ void Motion::Crash(TimePoint at)
 Motion::Acceleration Motion::At(TimePoint time) const
 {
     using Seconds = std::chrono::duration<double>;
-    Acceleration felt = atRest;
+    Acceleration felt = followed ? followed(time) : atRest;
     for (const Pulse& pulse : pulses)
     {
         if (time < pulse.start || time >= pulse.start + pulse.duration)

@@ -2,6 +2,8 @@
 #define VIRTUAL_UNIT_PERIPHERALS_MOTION_H
 
 #include <chrono>
+#include <functional>
+#include <utility>
 #include <vector>
 
 namespace VirtualUnit
@@ -31,6 +33,10 @@ public:
 
     explicit Motion(const Acceleration& feltAtRest = {0, 0, 1}) : atRest(feltAtRest) {}
 
+    /// From now on that is felt in place of what is felt at rest. It is asked for any time, on the thread
+    /// that asks for At().
+    void Follow(std::function<Acceleration(TimePoint)> whatIsFelt) { followed = std::move(whatIsFelt); }
+
     void Add(const Pulse& pulse) { pulses.push_back(pulse); }
 
     void Bump(TimePoint at);  ///< a pothole: 80 ms, up to 1.2 g upwards. Nothing that a shock alarm is for
@@ -40,6 +46,7 @@ public:
 
 private:
     Acceleration atRest;
+    std::function<Acceleration(TimePoint)> followed; ///< empty: it rests
     std::vector<Pulse> pulses;
 };
 

@@ -1,8 +1,9 @@
 #include "virtual-unit/peripherals/Track.h"
 
+#include "virtual-unit/peripherals/Geography.h"
+
 #include <cmath>
 #include <cstddef>
-#include <numbers>
 
 namespace VirtualUnit
 {
@@ -10,9 +11,7 @@ namespace VirtualUnit
 namespace
 {
 
-constexpr double METRES_PER_DEGREE = 1852.0 * 60.0; // a sea mile is a minute of latitude
 constexpr double KNOTS_PER_KILOMETRE_PER_HOUR = 1.0 / 1.852;
-constexpr double RADIANS = std::numbers::pi / 180.0;
 
 }
 
@@ -35,12 +34,11 @@ Track::Track(const std::vector<Waypoint>& corners)
         const Waypoint& to = corners[(i + 1) % corners.size()];
         const double north = to.latitude - from.latitude;
         const double east = to.longitude - from.longitude;
-        const double eastMetres = east * METRES_PER_DEGREE * std::cos(from.latitude * RADIANS);
-        const double northMetres = north * METRES_PER_DEGREE;
+        const double eastMetres = east * Geography::MetresPerDegreeOfLongitude(from.latitude);
+        const double northMetres = north * Geography::METRES_PER_DEGREE;
         const double seconds = std::hypot(northMetres, eastMetres) / (from.kilometresPerHour / 3.6);
-        const double course = std::atan2(eastMetres, northMetres) / RADIANS;
         legs.push_back({{from.latitude, from.longitude, from.kilometresPerHour * KNOTS_PER_KILOMETRE_PER_HOUR,
-                         course < 0 ? course + 360.0 : course},
+                         Geography::Course(northMetres, eastMetres)},
                         north / seconds,
                         east / seconds,
                         seconds});

@@ -135,7 +135,7 @@ void TakeOption(std::string text, const std::filesystem::path& directory, UnitOp
         throw Values::Wrong(name + ": the value is missing");
     }
     // Where the script names a file, it means one beside itself.
-    const std::string value = name == "nmea" ? (directory / text).string() : text;
+    const std::string value = UnitOptions::NamesFile(name) ? (directory / text).string() : text;
     try
     {
         options.Take(name, value);

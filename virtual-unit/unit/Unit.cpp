@@ -1,7 +1,10 @@
 #include "virtual-unit/unit/Unit.h"
 
 #include "virtual-unit/peripherals/Nmea.h"
+#include "virtual-unit/peripherals/Vibration.h"
 #include "virtual-unit/recording/PortEntry.h"
+#include "virtual-unit/unit/MotionFile.h"
+#include "virtual-unit/unit/TrackFile.h"
 #include "virtual-unit/unit/Values.h"
 
 #include <algorithm>
@@ -18,30 +21,17 @@ namespace
 
 constexpr unsigned char IGNITION_ON = 1; // of the event driver's triggers
 
-GpsReceiver::Options FitGps(const UnitOptions& unit)
+template <class Content>
+Content ReadFile(const char* option, const std::string& path)
 {
-    GpsReceiver::Options gps = unit.gps;
-    gps.start = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-    if (unit.nmeaFile.empty())
+    try
     {
-        return gps;
+        return Content::Read(path);
     }
-    std::ifstream file(unit.nmeaFile, std::ios::binary);
-    if (!file)
+    catch (const Values::Wrong& wrong)
     {
-        throw Values::Wrong("--nmea: " + unit.nmeaFile +
-                            " cannot be read: " + std::generic_category().message(errno));
+        throw Values::Wrong(std::string(option) + ": " + wrong.what());
     }
-    std::ostringstream text;
-    text << file.rdbuf();
-    gps.recording = Nmea::Epochs(text.str(), gps.model == GpsReceiver::Model::L26 ? Nmea::RmcPosition::First
-                                                                                  : Nmea::RmcPosition::Last);
-    if (gps.recording.empty())
-    {
-        throw Values::Wrong("--nmea: " + unit.nmeaFile +
-                            " holds no NMEA sentence (a line that begins with '$')");
-    }
-    return gps;
 }
 
 // A byte takes ten bits of a line, so that answers come at a time of their own.
@@ -62,10 +52,10 @@ BuzzerBoard::Options FitBuzzer()
     return buzzer;
 }
 
-CellularState FitModem(const UnitOptions& unit)
+CellularState FitModem(const UnitOptions& unit, std::chrono::sys_seconds present)
 {
     CellularState state = unit.modem;
-    state.clock = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    state.clock = present;
     return state;
 }
 
@@ -97,13 +87,14 @@ std::string Unit::Path(const UnitOptions& options, const std::string& name)
 }
 
 Unit::Unit(const UnitOptions& theOptions)
-    : options(theOptions), gps(std::make_shared<GpsReceiver>(FitGps(options))),
+    : options(theOptions), vehicle(FitVehicle()), gps(std::make_shared<GpsReceiver>(FitGps())),
       reader(std::make_shared<KeyReader>(FitReader(options))),
-      modem(std::make_shared<CellularModule>(FitModem(options))),
+      modem(std::make_shared<CellularModule>(FitModem(options, present))),
       buzzer(std::make_shared<BuzzerBoard>(FitBuzzer())), adapter(std::make_shared<I2cAdapter>()),
       bridge(std::make_shared<HidBridge>()), events(std::make_shared<EventDriver>(FitEvents(options)))
 {
     adapter->Add(accelerometer);
+    FitMotion();
     if (options.crashAfter)
     {
         accelerometer.motion.Crash(begin + *options.crashAfter);
@@ -112,6 +103,75 @@ Unit::Unit(const UnitOptions& theOptions)
     {
         modem->Unplug();
     }
+}
+
+std::shared_ptr<Vehicle> Unit::FitVehicle()
+{
+    present = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    if (options.trackFile.empty())
+    {
+        return std::make_shared<Vehicle>();
+    }
+    if (!options.nmeaFile.empty())
+    {
+        throw Values::Wrong("--track and --nmea: the receiver can play one of them only");
+    }
+    const auto track = ReadFile<TrackFile>("--track", options.trackFile);
+    present = track.begin.value_or(present);
+    return std::make_shared<Vehicle>(Drive(track.fixes), begin);
+}
+
+GpsReceiver::Options Unit::FitGps() const
+{
+    GpsReceiver::Options fitted = options.gps;
+    fitted.start = present;
+    fitted.vehicle = vehicle;
+    if (!options.trackFile.empty())
+    {
+        fitted.clockStart = begin;
+    }
+    if (options.nmeaFile.empty())
+    {
+        return fitted;
+    }
+    std::ifstream file(options.nmeaFile, std::ios::binary);
+    if (!file)
+    {
+        throw Values::Wrong("--nmea: " + options.nmeaFile +
+                            " cannot be read: " + std::generic_category().message(errno));
+    }
+    std::ostringstream text;
+    text << file.rdbuf();
+    fitted.recording =
+        Nmea::Epochs(text.str(), fitted.model == GpsReceiver::Model::L26 ? Nmea::RmcPosition::First
+                                                                         : Nmea::RmcPosition::Last);
+    if (fitted.recording.empty())
+    {
+        throw Values::Wrong("--nmea: " + options.nmeaFile +
+                            " holds no NMEA sentence (a line that begins with '$')");
+    }
+    return fitted;
+}
+
+void Unit::FitMotion()
+{
+    if (!options.motionFile.empty())
+    {
+        accelerometer.motion.Follow([samples = ReadFile<MotionFile>("--motion", options.motionFile),
+                                     start = begin](Motion::TimePoint time) {
+            return samples.At(std::chrono::duration<double>(time - start).count());
+        });
+        return;
+    }
+    // On the circuit it is quiet: its corners are none that could be felt.
+    const auto vibration = options.trackFile.empty() ? std::nullopt : std::optional(Vibration(options.seed));
+    accelerometer.motion.Follow([carrier = vehicle, vibration, start = begin](Motion::TimePoint time) {
+        const Vehicle::State state = carrier->At(time);
+        const Motion::Acceleration shaken =
+            vibration ? vibration->At(time - start, state.metresPerSecond, state.engine)
+                      : Motion::Acceleration();
+        return Motion::Acceleration{state.ahead + shaken.x, shaken.y - state.right, 1 + shaken.z};
+    });
 }
 
 void Unit::BeginService()
@@ -172,6 +232,10 @@ std::string Unit::GpsState()
     if (!options.nmeaFile.empty())
     {
         state += ", playing " + options.nmeaFile;
+    }
+    if (!options.trackFile.empty())
+    {
+        state += ", on the drive of " + options.trackFile;
     }
     Gps().Change([&state](const GpsReceiver& receiver) {
         state += receiver.faults.silent ? ", silent" : receiver.faults.noSatellites ? ", no satellites" : "";

@@ -9,6 +9,7 @@
 #include "virtual-unit/peripherals/HidBridge.h"
 #include "virtual-unit/peripherals/I2cAdapter.h"
 #include "virtual-unit/peripherals/KeyReader.h"
+#include "virtual-unit/peripherals/Vehicle.h"
 #include "virtual-unit/unit/ObservedPorts.h"
 #include "virtual-unit/unit/UnitOptions.h"
 
@@ -72,7 +73,7 @@ public:
         Served& port;
     };
 
-    /// @throws Values::Wrong when the GPS recording cannot be used
+    /// @throws Values::Wrong when a file that the options name cannot be used
     explicit Unit(const UnitOptions& options);
     Unit(const Unit&) = delete;
     Unit& operator=(const Unit&) = delete;
@@ -107,6 +108,8 @@ public:
 
     CellularModule& Modem() { return *modem; } ///< it has a lock of its own
 
+    Vehicle& Car() { return *vehicle; } ///< it has a lock of its own
+
     // The devices, during the service.
     Fitted<GpsReceiver, ServedSerialLine> Gps() { return {*gps, *gpsPort}; }
 
@@ -130,6 +133,9 @@ public:
     EventDriver& EndedEvents() { return *events; }
 
 private:
+    std::shared_ptr<Vehicle> FitVehicle();
+    GpsReceiver::Options FitGps() const;
+    void FitMotion();
     std::string GpsState();
     std::string ReaderState();
     std::string ModemState() const;
@@ -140,7 +146,9 @@ private:
 
     Clock::time_point begin = Clock::now();
     UnitOptions options;
+    std::chrono::sys_seconds present; ///< UTC when receiver and module are switched on
 
+    std::shared_ptr<Vehicle> vehicle; ///< fitted with `options`, as what follows is
     std::shared_ptr<GpsReceiver> gps;
     std::shared_ptr<KeyReader> reader;
     std::shared_ptr<CellularModule> modem;

@@ -3,6 +3,7 @@
 #include "virtual-unit/unit/Values.h"
 
 #include <algorithm>
+#include <climits>
 #include <iterator>
 #include <string_view>
 
@@ -50,6 +51,10 @@ constexpr Option OPTIONS[] = {
     {"gps-fix-after",
      [](UnitOptions& unit, const std::string& value) { unit.gps.fixAfter = Seconds(value); }},
     {"nmea", [](UnitOptions& unit, const std::string& value) { unit.nmeaFile = value; }},
+    {"track", [](UnitOptions& unit, const std::string& value) { unit.trackFile = value; }},
+    {"motion", [](UnitOptions& unit, const std::string& value) { unit.motionFile = value; }},
+    {"seed",
+     [](UnitOptions& unit, const std::string& value) { unit.seed = Values::Number(value, 0, UINT_MAX); }},
     {"key", [](UnitOptions& unit, const std::string& value) { unit.keyReader.key = Values::Key(value); }},
     {"key-after",
      [](UnitOptions& unit, const std::string& value) { unit.keyReader.keyAfter = Seconds(value); }},
@@ -68,6 +73,11 @@ constexpr Option OPTIONS[] = {
      [](UnitOptions& unit, const std::string& value) { unit.ignitionAfter = Seconds(value); }},
 };
 
+}
+
+bool UnitOptions::NamesFile(const std::string& name)
+{
+    return name == "nmea" || name == "track" || name == "motion";
 }
 
 bool UnitOptions::Has(const std::string& name)

@@ -18,10 +18,15 @@ struct UnitOptions
 {
     static bool Has(const std::string& name); ///< there is an option of that name, which is without dashes
 
+    static bool NamesFile(const std::string& name); ///< its value is the path of a file
+
     void Take(const std::string& name, const std::string& value); ///< @throws Values::Wrong
 
     GpsReceiver::Options gps;
-    std::string nmeaFile; ///< a recording that the receiver plays; empty: none
+    std::string nmeaFile;   ///< a recording that the receiver plays; empty: none
+    std::string trackFile;  ///< a drive that was recorded; empty: the circuit
+    std::string motionFile; ///< what the accelerometer feels; empty: what the vehicle does
+    unsigned int seed = 1;  ///< of the noise on a recorded drive
     KeyReader::Options keyReader;
     CellularState modem;
     bool modemOnBus = true;

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <cstdio>
 #include <iterator>
 #include <optional>
 
@@ -35,6 +37,67 @@ unsigned int Number(const std::string& value, unsigned int least, unsigned int m
         Refuse(value, "not " + what + " from " + std::to_string(least) + " to " + std::to_string(most));
     }
     return *number;
+}
+
+double Real(const std::string& value, double least, double most, const std::string& what)
+{
+    double number = 0;
+    const char* const begin = value.data() + (value.starts_with('+') ? 1 : 0);
+    const auto [end, error] = std::from_chars(begin, value.data() + value.size(), number);
+    if (error != std::errc() || end != value.data() + value.size() || !(number >= least && number <= most))
+    {
+        char limits[64];
+        std::snprintf(limits, sizeof(limits), " from %g to %g", least, most);
+        Refuse(value, "not " + what + limits);
+    }
+    return number;
+}
+
+std::chrono::sys_time<std::chrono::milliseconds> Moment(const std::string& value)
+{
+    using namespace std::chrono;
+    constexpr const char* REASON = "no moment such as 2026-03-01T08:15:00Z";
+    int year = 0;
+    unsigned int month = 0;
+    unsigned int day = 0;
+    unsigned int hour = 0;
+    unsigned int minute = 0;
+    double second = 0;
+    int used = 0;
+    const char* rest = value.c_str();
+    if (std::sscanf(rest, "%4d-%2u-%2u%n", &year, &month, &day, &used) != 3)
+    {
+        Refuse(value, REASON);
+    }
+    rest += used;
+    if ((*rest == 'T' || *rest == ' ') && std::sscanf(rest + 1, "%2u:%2u%n", &hour, &minute, &used) == 2)
+    {
+        rest += 1 + used;
+        if (*rest == ':')
+        {
+            const auto [end, error] =
+                std::from_chars(rest + 1, value.c_str() + value.size(), second, std::chars_format::fixed);
+            rest = error == std::errc() ? end : rest;
+        }
+    }
+    char sign[2] = "+";
+    unsigned int zoneHours = 0;
+    unsigned int zoneMinutes = 0;
+    if (*rest == 'Z')
+    {
+        ++rest;
+    }
+    else if (std::sscanf(rest, "%1[+-]%2u:%2u%n", sign, &zoneHours, &zoneMinutes, &used) == 3)
+    {
+        rest += used;
+    }
+    const year_month_day date = std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
+    if (*rest != '\0' || !date.ok() || hour > 23 || minute > 59 || !(second >= 0 && second < 60))
+    {
+        Refuse(value, REASON);
+    }
+    const auto zone = (hours(zoneHours) + minutes(zoneMinutes)) * (sign[0] == '-' ? -1 : 1);
+    return sys_days(date) + hours(hour) + minutes(minute) + milliseconds(std::lround(second * 1000)) - zone;
 }
 
 std::string Key(const std::string& value)

@@ -3,6 +3,7 @@
 
 #include "virtual-unit/peripherals/CellularState.h"
 
+#include <chrono>
 #include <stdexcept>
 #include <string>
 
@@ -24,6 +25,13 @@ unsigned int Number(const std::string& value, unsigned int least, unsigned int m
                     const std::string& what = "a number");
 
 std::string Key(const std::string& value); ///< empty for "none" @throws Wrong
+
+double Real(const std::string& value, double least, double most,
+            const std::string& what = "a number"); ///< @throws Wrong
+
+/// A moment as ISO 8601 writes it: 2026-03-01T08:15:00Z, with fractions of seconds if need be, with +01:00 in
+/// place of the Z. Without either it is UTC, without a time the begin of the day. @throws Wrong
+std::chrono::sys_time<std::chrono::milliseconds> Moment(const std::string& value);
 
 int Signal(const std::string& value); ///< as AT+CSQ tells it @throws Wrong
 

@@ -3,7 +3,10 @@
 
 #include <array>
 #include <cerrno>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
@@ -84,6 +87,29 @@ int Chip()
     return 0;
 }
 
+/// What the chip feels, in thousandths of g, each half second for so long.
+int Felt(int halfSeconds)
+{
+    const int fd = OpenOrEnd("/dev/i2c-1");
+    ioctl(fd, I2C_SLAVE, 0x1C);
+    i2c_smbus_data active = {};
+    active.byte = 0x19; // 100 samples a second
+    i2c_smbus_ioctl_data transfer = {I2C_SMBUS_WRITE, 0x2A, I2C_SMBUS_BYTE_DATA, &active};
+    ioctl(fd, I2C_SMBUS, &transfer);
+    for (int i = 0; i < halfSeconds; ++i)
+    {
+        usleep(500'000);
+        for (const unsigned char reg : std::array<unsigned char, 3>{0x01, 0x03, 0x05})
+        {
+            const int bits =
+                ReadRegister(fd, reg) << 8 | ReadRegister(fd, static_cast<unsigned char>(reg + 1));
+            std::printf("%ld ", std::lround(static_cast<std::int16_t>(bits) / 4 * 1000.0 / 4096));
+        }
+        std::printf("\n");
+    }
+    return 0;
+}
+
 int Bridge()
 {
     const int fd = OpenOrEnd("/dev/hidraw0", O_RDWR | O_NONBLOCK);
@@ -112,9 +138,11 @@ int Kinds()
 
 }
 
-int main(int, char** argv)
+int main(int argc, char** argv)
 {
     const std::map<std::string, std::function<int()>> probes = {
-        {"pins", Pins}, {"trigger", Trigger}, {"chip", Chip}, {"bridge", Bridge}, {"kinds", Kinds}};
+        {"pins", Pins},   {"trigger", Trigger},
+        {"chip", Chip},   {"bridge", Bridge},
+        {"kinds", Kinds}, {"felt", [=] { return Felt(argc > 2 ? std::atoi(argv[2]) : 0); }}};
     return probes.at(argv[1])();
 }

@@ -1,0 +1,147 @@
+// The unit in a vehicle: what its receiver sends and its accelerometer feels, in virtual time.
+
+#include "tests/kit/TempDir.h"
+#include "tests/virtual-unit/VirtualUnitTest.h"
+
+#include <array>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace
+{
+
+using testing::AllOf;
+using testing::Contains;
+using testing::HasSubstr;
+using testing::SizeIs;
+
+class MovingUnitTest : public VirtualUnitTest
+{
+protected:
+    static std::string File(const std::string& name, const std::string& content)
+    {
+        const std::string path = Kit::TempDir::Path() + "/" + name;
+        std::ofstream(path) << content;
+        return path;
+    }
+
+    /// Ten seconds from a stand to 36 km/h, northwards, and as long on; two seconds of braking to a stand.
+    static std::string Drive()
+    {
+        return File("drive.csv", "time,latitude,longitude,speed\n"
+                                 "2026-03-01T08:15:00Z,48.0,16.0,0\n"
+                                 "2026-03-01T08:15:10Z,48.00045,16.0,36\n"
+                                 "2026-03-01T08:15:20Z,48.00135,16.0,36\n"
+                                 "2026-03-01T08:15:22Z,48.00144,16.0,0\n"
+                                 "2026-03-01T08:16:00Z,48.00144,16.0,0\n");
+    }
+
+    /// The RMC sentences of a run.
+    static std::vector<std::string> Positions(std::vector<std::string> options,
+                                              const std::string& script = {}, int lines = 300)
+    {
+        options.insert(options.end(), {"--fast", "--gps", "skm53"});
+        if (!script.empty())
+        {
+            options.insert(options.end(), {"--script", File("steps.script", script)});
+        }
+        const Outcome outcome = Probe({"lines", std::to_string(lines)}, options);
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        std::vector<std::string> positions;
+        for (const std::string& line : Lines(outcome.output))
+        {
+            if (line.find("RMC") != std::string::npos)
+            {
+                positions.push_back(line);
+            }
+        }
+        return positions;
+    }
+
+    using Sample = std::array<double, 3>; ///< thousandths of g
+
+    static std::vector<Sample> Felt(int halfSeconds, std::vector<std::string> options,
+                                    const std::string& script = {})
+    {
+        options.emplace_back("--fast");
+        if (!script.empty())
+        {
+            options.insert(options.end(), {"--script", File("steps.script", script)});
+        }
+        const Outcome outcome = Probe({"felt", std::to_string(halfSeconds)}, options, {}, DRIVER_PROBE);
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        std::vector<Sample> samples;
+        for (const std::string& line : Lines(outcome.output))
+        {
+            std::istringstream values(line);
+            Sample sample{};
+            values >> sample[0] >> sample[1] >> sample[2];
+            samples.push_back(sample);
+        }
+        EXPECT_THAT(samples, SizeIs(halfSeconds));
+        samples.resize(static_cast<std::size_t>(halfSeconds));
+        return samples;
+    }
+};
+
+TEST_F(MovingUnitTest, TheReceiverSendsADriveAtItsOwnTimes)
+{
+    EXPECT_THAT(Positions({"--track", Drive()}),
+                AllOf(Contains(HasSubstr("RMC,081510.000,A,4800.0270,N,01600.0000,E,19.44,0.00,010326,")),
+                      Contains(HasSubstr("RMC,081515.000,A,4800.0540,N,01600.0000,E,19.44,")),
+                      Contains(HasSubstr("RMC,081521.000,A,4800.0837,N,01600.0000,E,9.72,")),
+                      Contains(HasSubstr("RMC,081530.000,A,4800.0864,N,01600.0000,E,0.00,"))));
+}
+
+TEST_F(MovingUnitTest, TheAccelerometerFeelsADriveTheSameInEachRunOfASeed)
+{
+    const std::vector<std::string> options = {"--track", Drive()};
+    const std::vector<Sample> felt = Felt(60, options);
+    constexpr double NOISE = 40;
+    EXPECT_NEAR(felt[9][0], 102, NOISE);   // 5 s: 1 m/s2
+    EXPECT_NEAR(felt[29][0], 0, NOISE);    // 15 s: steady
+    EXPECT_NEAR(felt[41][0], -510, NOISE); // 21 s: 5 m/s2
+    EXPECT_NEAR(felt[55][0], 0, NOISE);
+    for (const Sample& sample : felt)
+    {
+        EXPECT_NEAR(sample[1], 0, NOISE);
+        EXPECT_NEAR(sample[2], 1000, 2 * NOISE);
+    }
+    EXPECT_EQ(Felt(60, options), felt);
+    EXPECT_NE(Felt(60, {"--track", Drive(), "--seed", "2"}), felt);
+}
+
+TEST_F(MovingUnitTest, SamplesOfMotionAreFeltAsTheyAre)
+{
+    const std::string file =
+        File("motion.csv", "time,x,y,z\n0,0,0,1\n1.9,0,0,1\n2,-0.5,0.25,1.5\n9,-0.5,0.25,1.5\n");
+    const std::vector<Sample> felt = Felt(8, {"--motion", file});
+    constexpr double STEP = 1;
+    EXPECT_NEAR(felt[2][0], 0, STEP);
+    EXPECT_NEAR(felt[2][2], 1000, STEP);
+    EXPECT_NEAR(felt[6][0], -500, STEP);
+    EXPECT_NEAR(felt[6][1], 250, STEP);
+    EXPECT_NEAR(felt[6][2], 1500, STEP);
+}
+
+TEST_F(MovingUnitTest, WhatIsNoDriveIsRefusedBeforeTheProgramBegins)
+{
+    const std::string broken = File("broken.csv", "time,latitude,longitude\n1,48,16\nnoon,48,16\n");
+    const Outcome outcome = Probe({"lines", "1"}, {"--track", broken});
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.errors, "virtual-unit: --track: " + broken +
+                                  ": line 3: \"noon\" is not a number of seconds from -1e+12 to 1e+12\n");
+    EXPECT_THAT(Probe({"lines", "1"}, {"--track", "/no/such/file"}).errors,
+                HasSubstr("--track: /no/such/file cannot be read: No such file"));
+    EXPECT_THAT(Probe({"lines", "1"}, {"--track", "/dev/null"}).errors, HasSubstr("/dev/null holds nothing"));
+    EXPECT_THAT(Probe({"lines", "1"}, {"--track", "/"}).errors, HasSubstr("--track: /"));
+    EXPECT_EQ(Probe({"lines", "1"}, {"--motion", broken}).status, 2);
+    EXPECT_THAT(Probe({"lines", "1"}, {"--track", Drive(), "--nmea", broken}).errors,
+                HasSubstr("--track and --nmea: the receiver can play one of them only"));
+}
+
+}

@@ -92,6 +92,10 @@ void EventDriver::Send(unsigned char code)
     message.append(rest.begin(), rest.end());
     message.resize(std::clamp<std::size_t>(faults.messageBytes, 1, MESSAGE_BYTES));
     output.push_back(std::move(message));
+    if (triggered)
+    {
+        triggered(code);
+    }
 }
 
 void EventDriver::WakeHost() const

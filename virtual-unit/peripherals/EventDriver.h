@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace VirtualUnit
@@ -61,6 +62,10 @@ public:
     Faults faults;
     std::array<unsigned char, MESSAGE_BYTES - 1> rest{}; ///< the four bytes behind the code
 
+    /// @param listener is told of each trigger when it is sent, also of those of the script, on the thread
+    /// that sends it
+    void Tell(std::function<void(unsigned char code)> listener) { triggered = std::move(listener); }
+
     void Trigger(unsigned char code, std::size_t times = 1); ///< at once
     void HangUp();                                           ///< it cannot be undone
 
@@ -90,6 +95,7 @@ private:
     std::map<unsigned int, unsigned int> pins;
     std::vector<std::string> output;
     std::function<void()> wake;
+    std::function<void(unsigned char code)> triggered;
 };
 
 }

@@ -232,6 +232,14 @@ void Vehicle::SwitchIgnition(bool on, TimePoint now)
     Ask(now, [&](const Piece&) { ignition = on; });
 }
 
+void Vehicle::Park(TimePoint now)
+{
+    Ask(now, [&](Piece& present) {
+        ignition = false;
+        present.state.metresPerSecond = 0;
+    });
+}
+
 void Vehicle::Brake(double g, std::chrono::milliseconds time, TimePoint now)
 {
     Ask(now, [&](const Piece& present) {

@@ -58,6 +58,7 @@ public:
     State At(TimePoint time) const;
 
     void SwitchIgnition(bool on, TimePoint now); ///< on at first
+    void Park(TimePoint now);                    ///< it stands at once, with its ignition off
 
     /// With a road's speed to meet it speeds up again afterwards; with a speed of its own it keeps what is
     /// left.

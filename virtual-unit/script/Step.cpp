@@ -1,5 +1,6 @@
 #include "virtual-unit/script/Step.h"
 
+#include "virtual-unit/peripherals/Geography.h"
 #include "virtual-unit/unit/Values.h"
 
 #include <algorithm>
@@ -90,6 +91,39 @@ Action ReaderFault(const std::function<void(KeyReader::Faults&)>& spoil)
 Action GpsFault(const std::function<void(GpsReceiver::Faults&)>& spoil)
 {
     return [=](Unit& unit) { unit.Gps().Change([&spoil](GpsReceiver& gps) { spoil(gps.faults); }); };
+}
+
+// --- The vehicle
+
+Action Drive(const std::function<void(Vehicle& vehicle, Unit::Clock::time_point now)>& ask)
+{
+    return [=](Unit& unit) { ask(unit.Car(), Unit::Clock::now()); };
+}
+
+template <void (Vehicle::*manoeuvre)(double, milliseconds, Vehicle::TimePoint)>
+Action Manoeuvre(const WordList& words, double least)
+{
+    constexpr double MOST_G = 3;
+    constexpr double LONGEST = 600; // seconds
+    const double g = Values::Real(words[0], least, MOST_G, "an acceleration in g");
+    const double seconds = Values::Real(words[1], 0, LONGEST, "a number of seconds");
+    const auto time = std::chrono::round<milliseconds>(std::chrono::duration<double>(seconds));
+    return Drive([=](Vehicle& vehicle, auto now) { (vehicle.*manoeuvre)(g, time, now); });
+}
+
+Action Speed(const WordList& words)
+{
+    constexpr double FASTEST = 400;
+    const double speed =
+        Values::Real(words[0], 0, FASTEST, "a speed") / Geography::KILOMETRES_PER_HOUR_PER_METRE_PER_SECOND;
+    return Drive([=](Vehicle& vehicle, auto now) { vehicle.SetSpeed(speed, now); });
+}
+
+Action Position(const WordList& words)
+{
+    const double latitude = Values::Real(words[0], -90, 90, "a latitude");
+    const double longitude = Values::Real(words[1], -180, 180, "a longitude");
+    return Drive([=](Vehicle& vehicle, auto now) { vehicle.PutTo(latitude, longitude, now); });
 }
 
 // --- The cellular module
@@ -250,7 +284,13 @@ const Kind KINDS[] = {
          return GpsFault([count = Values::Number(words[0], 0, MOST_NOISE, "a number of bytes")](
                              auto& faults) { faults.noiseBytes = count; });
      }},
-    {"gps well", "", "the end of all that",
+    {"gps speed", "KMH", "the vehicle changes to that speed, and keeps it", Speed},
+    {"gps stop", "", "it brakes and stands",
+     [](const WordList&) { return Drive([](Vehicle& vehicle, auto now) { vehicle.SetSpeed(0, now); }); }},
+    {"gps position", "LAT LON", "it is there, and goes straight on", Position},
+    {"gps drive", "", "it is back on its circuit or track, where it left it",
+     [](const WordList&) { return Drive([](Vehicle& vehicle, auto now) { vehicle.FollowRoad(now); }); }},
+    {"gps well", "", "the end of all that but for the vehicle's",
      [](const WordList&) { return GpsFault([](auto& faults) { faults = {}; }); }},
 
     {"modem unplug", "", "the module leaves the USB bus",
@@ -301,6 +341,10 @@ const Kind KINDS[] = {
 
     {"motion bump", "", "a pothole, up to 1.2 g more: no shock", Move<&Motion::Bump>},
     {"motion crash", "", "an obstacle, up to 6 g for 120 ms", Move<&Motion::Crash>},
+    {"motion brake", "G SECONDS", "the vehicle brakes so hard for so long",
+     [](const WordList& words) { return Manoeuvre<&Vehicle::Brake>(words, 0); }},
+    {"motion corner", "G SECONDS", "it goes through a bend to the right; below 0 to the left",
+     [](const WordList& words) { return Manoeuvre<&Vehicle::Corner>(words, -3); }},
     {"i2c dead", "", "the bus is stuck: each transfer times out",
      [](const WordList&) { return AdapterFault(ETIMEDOUT, 0, 0); }},
     {"i2c refused", "", "the adapter refuses to select the chip (EBUSY)",

@@ -19,7 +19,9 @@ namespace VirtualUnit
 namespace
 {
 
-constexpr unsigned char IGNITION_ON = 1; // of the event driver's triggers
+// Of the event driver's triggers.
+constexpr unsigned char IGNITION_ON = 1;
+constexpr unsigned char IGNITION_OFF = 2;
 
 template <class Content>
 Content ReadFile(const char* option, const std::string& path)
@@ -95,6 +97,7 @@ Unit::Unit(const UnitOptions& theOptions)
 {
     adapter->Add(accelerometer);
     FitMotion();
+    FitIgnition();
     if (options.crashAfter)
     {
         accelerometer.motion.Crash(begin + *options.crashAfter);
@@ -171,6 +174,20 @@ void Unit::FitMotion()
             vibration ? vibration->At(time - start, state.metresPerSecond, state.engine)
                       : Motion::Acceleration();
         return Motion::Acceleration{state.ahead + shaken.x, shaken.y - state.right, 1 + shaken.z};
+    });
+}
+
+void Unit::FitIgnition()
+{
+    if (options.ignitionAfter)
+    {
+        vehicle->Park(begin);
+    }
+    events->Tell([carrier = vehicle](unsigned char code) {
+        if (code == IGNITION_ON || code == IGNITION_OFF)
+        {
+            carrier->SwitchIgnition(code == IGNITION_ON, Clock::now());
+        }
     });
 }
 

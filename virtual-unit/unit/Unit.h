@@ -136,6 +136,7 @@ private:
     std::shared_ptr<Vehicle> FitVehicle();
     GpsReceiver::Options FitGps() const;
     void FitMotion();
+    void FitIgnition();
     std::string GpsState();
     std::string ReaderState();
     std::string ModemState() const;

@@ -252,6 +252,9 @@ TEST_F(ScriptTest, EveryStepOfTheListCanBeDone)
                                                                      {"STATE", "roaming"},
                                                                      {"in|out", "out"},
                                                                      {"MILLIVOLTS", "3500"},
+                                                                     {"KMH", "50"},
+                                                                     {"LAT LON", "48.2 16.37"},
+                                                                     {"G SECONDS", "0.5 2"},
                                                                      {"[TEXT...]", "+CME ERROR: 10"},
                                                                      {"TEXT...", "RING"}};
     std::istringstream help(RunUnit({"--help"}).output);

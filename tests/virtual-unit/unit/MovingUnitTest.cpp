@@ -128,6 +128,65 @@ TEST_F(MovingUnitTest, SamplesOfMotionAreFeltAsTheyAre)
     EXPECT_NEAR(felt[6][2], 1500, STEP);
 }
 
+/// Knots of an RMC sentence.
+double Speed(const std::string& rmc)
+{
+    std::istringstream fields(rmc);
+    std::string field;
+    for (int i = 0; i <= 7; ++i)
+    {
+        std::getline(fields, field, ',');
+    }
+    return std::stod(field);
+}
+
+TEST_F(MovingUnitTest, StepsChangeWhatIsFeltAndWhatIsSentAlike)
+{
+    const std::string script =
+        "0 gps stop\n10 gps speed 36\n30.1 motion brake 0.5 1\n40.1 motion corner -0.3 2\n";
+    const std::vector<Sample> felt = Felt(90, {}, script);
+    constexpr double STEP = 5;
+    EXPECT_NEAR(felt[5][0], -300, STEP);  // 3 s: it brakes
+    EXPECT_NEAR(felt[15][0], 0, STEP);    // 8 s: it stands
+    EXPECT_NEAR(felt[25][0], 200, STEP);  // 13 s: it speeds up
+    EXPECT_NEAR(felt[50][0], 0, STEP);    // 25 s: steady
+    EXPECT_NEAR(felt[60][0], -500, STEP); // 30.5 s
+    EXPECT_NEAR(felt[81][1], 300, STEP);  // 41 s: to the left
+    EXPECT_NEAR(felt[87][1], 0, STEP);
+    const std::vector<std::string> sent = Positions({}, script, 320);
+    ASSERT_GE(sent.size(), 40U);
+    EXPECT_EQ(Speed(sent[8]), 0);
+    EXPECT_NEAR(Speed(sent[28]), 36 / 1.852, 0.05);
+    EXPECT_NEAR(Speed(sent[35]), (36 - 0.5 * 9.80665 * 3.6) / 1.852, 0.3);
+}
+
+TEST_F(MovingUnitTest, WithTheIgnitionOffItStandsStill)
+{
+    const std::vector<std::string> sent = Positions({}, "3.1 ignition off\n20.1 ignition on\n", 250);
+    ASSERT_GE(sent.size(), 31U);
+    EXPECT_NEAR(Speed(sent[1]), 50 / 1.852, 0.01);
+    EXPECT_EQ(Speed(sent[12]), 0);
+    EXPECT_EQ(Speed(sent[18]), 0);
+    EXPECT_NEAR(Speed(sent[30]), 50 / 1.852, 0.01);
+    EXPECT_EQ(Speed(Positions({"--ignition-after", "5"}, "", 10)[0]), 0);
+}
+
+TEST_F(MovingUnitTest, ItCanBePutElsewhere)
+{
+    EXPECT_THAT(Positions({}, "0 gps position -33.5 -70.25\n", 20),
+                Contains(HasSubstr(",S,07015.0000,W,27.00,0.00,")));
+}
+
+TEST_F(MovingUnitTest, StepsThatMakeNoSenseAreRefused)
+{
+    for (const char* const step : {"gps speed fast", "gps speed -1", "gps position 91 0", "gps position 48",
+                                   "motion brake -1 2", "motion brake 0.5", "motion corner 4 1"})
+    {
+        const std::string script = File("steps.script", std::string("1 ") + step + "\n");
+        EXPECT_EQ(Probe({"lines", "1"}, {"--script", script}).status, 2) << step;
+    }
+}
+
 TEST_F(MovingUnitTest, WhatIsNoDriveIsRefusedBeforeTheProgramBegins)
 {
     const std::string broken = File("broken.csv", "time,latitude,longitude\n1,48,16\nnoon,48,16\n");

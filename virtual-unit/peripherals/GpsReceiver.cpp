@@ -2,6 +2,7 @@
 
 #include "virtual-unit/peripherals/Geography.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <utility>
@@ -94,6 +95,31 @@ GpsReceiver::GpsReceiver(Options theOptions)
     if (options.vehicle == nullptr)
     {
         options.vehicle = std::make_shared<Vehicle>(options.track);
+    }
+    ReadRecordedTimes();
+}
+
+void GpsReceiver::ReadRecordedTimes()
+{
+    std::optional<Nmea::Moment> begin;
+    std::optional<Nmea::Moment> end;
+    for (std::size_t i = 0; i < options.recording.size(); ++i)
+    {
+        const std::optional<Nmea::Moment> time = Nmea::TimeOf(options.recording[i]);
+        if (time && !begin && options.recordingInPresent)
+        {
+            const auto sent = options.start + (i + 1) * EPOCH;
+            recordingShift = sent - std::chrono::floor<seconds>(*time);
+        }
+        if (time)
+        {
+            begin = std::min(begin.value_or(*time), *time);
+            end = std::max(end.value_or(*time), *time);
+        }
+    }
+    if (begin)
+    {
+        recordingLength = *end - *begin + EPOCH;
     }
 }
 
@@ -236,13 +262,22 @@ void GpsReceiver::SendEpoch(TimePoint at)
     }
     else if (options.repeatRecording || played < options.recording.size())
     {
-        for (const std::string& sentence : options.recording[played % options.recording.size()])
-        {
-            Send(sentence, at);
-            at += options.sentenceGap;
-        }
-        ++played;
+        SendRecordedEpoch(at);
     }
+}
+
+void GpsReceiver::SendRecordedEpoch(TimePoint at)
+{
+    const bool fix = HasFix(at);
+    const auto rounds = static_cast<int>(played / options.recording.size());
+    const std::chrono::milliseconds shift = recordingShift + rounds * recordingLength;
+    for (const std::string& recorded : options.recording[played % options.recording.size()])
+    {
+        const std::string sentence = shift.count() == 0 ? recorded : Nmea::Later(recorded, shift);
+        Send(fix ? sentence : Nmea::WithoutFix(sentence), at);
+        at += options.sentenceGap;
+    }
+    ++played;
 }
 
 Nmea::Epoch GpsReceiver::GenerateEpoch(TimePoint at) const
@@ -260,7 +295,7 @@ Nmea::Epoch GpsReceiver::GenerateEpoch(TimePoint at) const
         Format("%02u%02u%02d", static_cast<unsigned int>(date.day()), static_cast<unsigned int>(date.month()),
                static_cast<int>(date.year()) % 100);
 
-    const bool fix = !faults.noSatellites && at - restarted >= options.fixAfter;
+    const bool fix = HasFix(at);
     const Vehicle::State vehicle = options.vehicle->At(clockStart + elapsed);
     const std::string position =
         fix ? Nmea::Latitude(vehicle.latitude) + "," + Nmea::Longitude(vehicle.longitude) : ",,,";

@@ -58,9 +58,11 @@ public:
         Track track;
         std::shared_ptr<Vehicle> vehicle; ///< that it is in; null: one of its own, on `track`
 
-        /// Played instead of the drive, one epoch a second; see Nmea::Epochs().
+        /// Played instead of the drive, one epoch a second; see Nmea::Epochs(). Without a fix it tells none;
+        /// played again its times go on.
         std::vector<Nmea::Epoch> recording;
-        bool repeatRecording = true; ///< false: silent behind its end
+        bool repeatRecording = true;     ///< false: silent behind its end
+        bool recordingInPresent = false; ///< its times are moved to those of this receiver's clock
 
         /// From the begin of one sentence to that of the next in the same second. Above 0, so that a reader
         /// who waits one second from the last sentence on never meets the next second's first by a hair.
@@ -104,6 +106,11 @@ private:
     void Obey(std::string_view command, TimePoint now);
     void Send(std::string text, TimePoint at);
     void SendEpoch(TimePoint at);
+    void ReadRecordedTimes();
+    void SendRecordedEpoch(TimePoint at);
+
+    bool HasFix(TimePoint at) const { return !faults.noSatellites && at - restarted >= options.fixAfter; }
+
     Nmea::Epoch GenerateEpoch(TimePoint at) const;
 
     Options options;
@@ -114,7 +121,10 @@ private:
     std::optional<TimePoint> switchedOn;
     TimePoint restarted;
     TimePoint nextEpoch;
-    std::size_t played = 0; ///< epochs of the recording
+    std::size_t played = 0;                      ///< epochs of the recording
+    std::chrono::milliseconds recordingShift{0}; ///< of its times
+    std::chrono::milliseconds recordingLength{
+        0}; ///< how much later it is the next time; 0: it tells no times
     bool glonass;
 };
 

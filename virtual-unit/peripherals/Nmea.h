@@ -1,6 +1,8 @@
 #ifndef VIRTUAL_UNIT_PERIPHERALS_NMEA_H
 #define VIRTUAL_UNIT_PERIPHERALS_NMEA_H
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,6 +23,20 @@ std::string Latitude(double degrees);  ///< the two fields "ddmm.mmmm,N"; north 
 std::string Longitude(double degrees); ///< the two fields "dddmm.mmmm,E"; east is positive
 
 using Epoch = std::vector<std::string>; ///< the sentences of one second, each with its line end
+
+using Moment = std::chrono::sys_time<std::chrono::milliseconds>;
+
+/// UTC of an epoch, as its RMC sentence tells it; on the first day of 1970 when that has no date; none when
+/// it has no time either.
+std::optional<Moment> TimeOf(const Epoch& epoch);
+
+/// A sentence as the receiver would have sent it so much later: times of day and dates are moved, check sums
+/// right where they were.
+std::string Later(const std::string& sentence, std::chrono::milliseconds time);
+
+/// A sentence as a receiver without satellites sends it: RMC, VTG, GGA, GNS, GLL and GSA tell neither
+/// position nor speed, GSV no signals. Its check sum is right where it was.
+std::string WithoutFix(const std::string& sentence);
 
 /// Where a receiver puts the RMC sentence among those of a second.
 enum class RmcPosition

@@ -110,7 +110,8 @@ Unit::Unit(const UnitOptions& theOptions)
 
 std::shared_ptr<Vehicle> Unit::FitVehicle()
 {
-    present = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+    present =
+        options.date.value_or(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()));
     if (options.trackFile.empty())
     {
         return std::make_shared<Vehicle>();
@@ -120,7 +121,7 @@ std::shared_ptr<Vehicle> Unit::FitVehicle()
         throw Values::Wrong("--track and --nmea: the receiver can play one of them only");
     }
     const auto track = ReadFile<TrackFile>("--track", options.trackFile);
-    present = track.begin.value_or(present);
+    present = options.date ? present : track.begin.value_or(present);
     return std::make_shared<Vehicle>(Drive(track.fixes), begin);
 }
 

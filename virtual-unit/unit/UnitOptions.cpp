@@ -30,6 +30,15 @@ GpsReceiver::Model Model(const std::string& value)
     return value == "l26" ? GpsReceiver::Model::L26 : GpsReceiver::Model::SKM53;
 }
 
+bool InPresent(const std::string& value)
+{
+    if (value != "recorded" && value != "present")
+    {
+        Refuse(value, "neither recorded nor present");
+    }
+    return value == "present";
+}
+
 void FitModem(UnitOptions& unit, const std::string& value)
 {
     if (value != "present" && value != "absent" && value != "no-sim")
@@ -51,6 +60,12 @@ constexpr Option OPTIONS[] = {
     {"gps-fix-after",
      [](UnitOptions& unit, const std::string& value) { unit.gps.fixAfter = Seconds(value); }},
     {"nmea", [](UnitOptions& unit, const std::string& value) { unit.nmeaFile = value; }},
+    {"nmea-times",
+     [](UnitOptions& unit, const std::string& value) { unit.gps.recordingInPresent = InPresent(value); }},
+    {"date",
+     [](UnitOptions& unit, const std::string& value) {
+         unit.date = std::chrono::floor<std::chrono::seconds>(Values::Moment(value));
+     }},
     {"track", [](UnitOptions& unit, const std::string& value) { unit.trackFile = value; }},
     {"motion", [](UnitOptions& unit, const std::string& value) { unit.motionFile = value; }},
     {"seed",

@@ -23,8 +23,10 @@ struct UnitOptions
     void Take(const std::string& name, const std::string& value); ///< @throws Values::Wrong
 
     GpsReceiver::Options gps;
-    std::string nmeaFile;   ///< a recording that the receiver plays; empty: none
-    std::string trackFile;  ///< a drive that was recorded; empty: the circuit
+    std::optional<std::chrono::sys_seconds> date; ///< UTC when receiver and module are switched on; none: as
+                                                  ///< the track says, or the PC's present time
+    std::string nmeaFile;                         ///< a recording that the receiver plays; empty: none
+    std::string trackFile;                        ///< a drive that was recorded; empty: the circuit
     std::string motionFile; ///< what the accelerometer feels; empty: what the vehicle does
     unsigned int seed = 1;  ///< of the noise on a recorded drive
     KeyReader::Options keyReader;

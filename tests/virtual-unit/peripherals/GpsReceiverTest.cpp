@@ -380,6 +380,64 @@ TEST(GpsReceiverTest, ARecordingIsPlayedAgainAndAgain)
     EXPECT_THAT(bench.Ask(QUERY_RELEASE), HasSubstr("Quectel-L26"));
 }
 
+/// Two seconds of a recording.
+std::vector<Nmea::Epoch> Recording()
+{
+    return {{Nmea::Sentence("GPRMC,235958.000,A,4800.0,N,01600.0,E,10.0,90.0,311225,,,A"),
+             Nmea::Sentence("GPGGA,235958.000,4800.0,N,01600.0,E,1,08,0.9,171.0,M,42.8,M,,")},
+            {Nmea::Sentence("GPRMC,235959.000,A,4800.1,N,01600.0,E,10.0,90.0,311225,,,A")}};
+}
+
+TEST(GpsReceiverTest, ARecordingThatIsPlayedAgainNeverGoesBackInTime)
+{
+    GpsReceiver::Options options = L26();
+    options.recording = Recording();
+    Bench bench(options);
+    EXPECT_EQ(bench.NextSecond(), options.recording[0]);
+    EXPECT_EQ(bench.NextSecond(), options.recording[1]);
+    EXPECT_THAT(bench.NextSecond(),
+                ElementsAre(Nmea::Sentence("GPRMC,000000.000,A,4800.0,N,01600.0,E,10.0,90.0,010126,,,A"),
+                            Nmea::Sentence("GPGGA,000000.000,4800.0,N,01600.0,E,1,08,0.9,171.0,M,42.8,M,,")));
+    EXPECT_THAT(bench.WaitForText(1s), HasSubstr("GPRMC,000001.000,A,4800.1,"));
+    EXPECT_THAT(bench.WaitForText(1s), HasSubstr("GPRMC,000002.000,A,4800.0,"));
+}
+
+TEST(GpsReceiverTest, ARecordingMayBeMovedToThePresent)
+{
+    GpsReceiver::Options options = L26();
+    options.recording = Recording();
+    options.recordingInPresent = true; // it is switched on on 2026-03-01 at 08:15:00
+    Bench bench(options);
+    EXPECT_THAT(bench.WaitForText(1s),
+                HasSubstr(Nmea::Sentence("GPRMC,081501.000,A,4800.0,N,01600.0,E,10.0,90.0,010326,,,A")));
+    EXPECT_THAT(bench.WaitForText(1s), HasSubstr("GPRMC,081502.000,A,4800.1,"));
+    EXPECT_THAT(bench.WaitForText(1s), HasSubstr("GPRMC,081503.000,A,4800.0,"));
+}
+
+TEST(GpsReceiverTest, ARecordingHasNoFixWhereTheReceiverHasNone)
+{
+    GpsReceiver::Options options = L26();
+    options.recording = Recording();
+    options.fixAfter = 2s;
+    Bench bench(options);
+    EXPECT_THAT(bench.NextSecond(), ElementsAre(Nmea::Sentence("GPRMC,235958.000,V,,,,,0.00,0.00,311225,,,N"),
+                                                Nmea::Sentence("GPGGA,235958.000,,,,,0,00,99.99,,M,,M,,")));
+    EXPECT_THAT(bench.WaitForText(1s), HasSubstr(",A,4800.1,N,"));
+    bench.receiver.faults.noSatellites = true;
+    EXPECT_THAT(bench.WaitForText(1s), AllOf(HasSubstr("GPRMC,000000.000,V,,,,,"), Not(HasSubstr("4800"))));
+    bench.receiver.faults.noSatellites = false;
+    EXPECT_THAT(bench.WaitForText(1s), HasSubstr(",A,4800.1,N,"));
+}
+
+TEST(GpsReceiverTest, ItsSecondsAreThoseOfItsClock)
+{
+    GpsReceiver::Options options = Skm53();
+    options.clockStart = SerialPeripheral::TimePoint(1h) - 10700ms; // before it is switched on
+    Bench bench(options);
+    EXPECT_EQ(bench.receiver.NextDeadline(), SerialPeripheral::TimePoint(1h) + 300ms);
+    EXPECT_THAT(bench.WaitForText(400ms), HasSubstr("$GPRMC,081511.000,A,"));
+}
+
 TEST(GpsReceiverTest, ARecordingMayEnd)
 {
     GpsReceiver::Options options = L26();

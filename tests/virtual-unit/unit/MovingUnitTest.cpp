@@ -171,6 +171,37 @@ TEST_F(MovingUnitTest, WithTheIgnitionOffItStandsStill)
     EXPECT_EQ(Speed(Positions({"--ignition-after", "5"}, "", 10)[0]), 0);
 }
 
+TEST_F(MovingUnitTest, ADateMakesTheClocksTheSameInEachRun)
+{
+    const std::vector<std::string> options = {"--date", "2030-12-31T23:59:58+01:00"};
+    const std::vector<std::string> sent = Positions(options, "", 30);
+    EXPECT_THAT(sent, Contains(HasSubstr("RMC,225959.000,A,")));
+    EXPECT_THAT(sent, Contains(HasSubstr(",311230,")));
+    EXPECT_EQ(Positions(options, "", 30), sent);
+    EXPECT_THAT(Positions({"--track", Drive(), "--date", "2030-12-31T23:59:58Z"}, "", 300),
+                AllOf(Contains(HasSubstr("RMC,000008.000,A,4800.0270,N,01600.0000,E,19.44,0.00,010131,"))));
+    EXPECT_EQ(Probe({"lines", "1"}, {"--date", "tomorrow"}).errors,
+              "virtual-unit: --date: \"tomorrow\" is no moment such as 2026-03-01T08:15:00Z (see "
+              "virtual-unit --help)\n");
+}
+
+TEST_F(MovingUnitTest, ARecordingOfAReceiverObeysTheUnit)
+{
+    const std::string file =
+        File("drive.nmea", "$GPRMC,081500.000,A,4800.0000,N,01600.0000,E,10.00,90.00,010320,,,A*53\n");
+    const std::string script = "2.5 gps lost\n3.5 gps found\n";
+    const std::vector<std::string> sent = Positions({"--nmea", file}, script, 5);
+    ASSERT_THAT(sent, SizeIs(5));
+    EXPECT_THAT(sent[0], HasSubstr("081500.000,A,4800"));
+    EXPECT_THAT(sent[2], HasSubstr("081502.000,V,,,,,"));
+    EXPECT_THAT(sent[4], HasSubstr("081504.000,A,4800"));
+    EXPECT_THAT(Positions({"--nmea", file, "--gps-fix-after", "3"}, "", 1)[0], HasSubstr("081500.000,V,,"));
+    EXPECT_THAT(
+        Positions({"--nmea", file, "--nmea-times", "present", "--date", "2026-03-01T12:00:00Z"}, "", 1)[0],
+        HasSubstr("RMC,120001.000,A,4800.0000,N,01600.0000,E,10.00,90.00,010326,"));
+    EXPECT_EQ(Probe({"lines", "1"}, {"--nmea", file, "--nmea-times", "past"}).status, 2);
+}
+
 TEST_F(MovingUnitTest, ItCanBePutElsewhere)
 {
     EXPECT_THAT(Positions({}, "0 gps position -33.5 -70.25\n", 20),

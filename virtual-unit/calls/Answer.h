@@ -22,6 +22,7 @@ struct Answer
     int value = 0; ///< what the call returns
     int descriptor = -1;
     bool closeOnExec = false;
+    bool holdsWrites = false;           ///< it is placed where writes are held up, if there is room
     std::chrono::milliseconds after{0}; ///< of Type::Result: so long after the call
 
     static Answer GoOn() { return {}; }
@@ -42,7 +43,10 @@ struct Answer
 
     static Answer Opened(int descriptor, bool closeOnExec)
     {
-        return {Type::Descriptor, 0, 0, descriptor, closeOnExec};
+        Answer answer{Type::Descriptor};
+        answer.descriptor = descriptor;
+        answer.closeOnExec = closeOnExec;
+        return answer;
     }
 };
 

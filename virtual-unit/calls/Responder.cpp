@@ -43,7 +43,9 @@ Answer Open(ServedDevice& device, std::uint64_t flags)
         return Answer::Error(EEXIST);
     }
     const int descriptor = device.Open(static_cast<int>(flags & ~CREATING_FLAGS) | O_CLOEXEC);
-    return descriptor < 0 ? Answer::Error(errno) : Answer::Opened(descriptor, (flags & O_CLOEXEC) != 0);
+    Answer answer = Answer::Opened(descriptor, (flags & O_CLOEXEC) != 0);
+    answer.holdsWrites = device.HoldsWrites();
+    return descriptor < 0 ? Answer::Error(errno) : answer;
 }
 
 /// The memory of the process whose call is held.
@@ -65,6 +67,23 @@ public:
 private:
     pid_t thread;
 };
+
+/// A number that the caller does not use, from SystemCallFilter::FIRST_HELD_DESCRIPTOR on; none: there is
+/// none.
+std::optional<unsigned int> FreeHeldDescriptor(const seccomp_notif& request)
+{
+    constexpr unsigned int END = 1020; // select() knows no more than 1024
+    const std::string descriptors = "/proc/" + std::to_string(request.pid) + "/fd/";
+    for (unsigned int number = SystemCallFilter::FIRST_HELD_DESCRIPTOR; number < END; ++number)
+    {
+        struct stat status = {};
+        if (lstat((descriptors + std::to_string(number)).c_str(), &status) != 0 && errno == ENOENT)
+        {
+            return number;
+        }
+    }
+    return std::nullopt;
+}
 
 bool IsOfCard(const UnitPath& path)
 {
@@ -131,6 +150,10 @@ Answer Responder::Find()
     if (call->kind == Kind::Ioctl)
     {
         return FindForIoctl(held);
+    }
+    if (call->kind == Kind::Write)
+    {
+        return FindForWrite(held);
     }
     std::string path;
     std::string otherPath;
@@ -221,6 +244,13 @@ Answer Responder::FindForIoctl(const HeldCall& held)
     return result ? Answer::Returned(result->value, result->takes) : Answer::GoOn();
 }
 
+Answer Responder::FindForWrite(const HeldCall& held)
+{
+    const int error = table.WriteError("/proc/" + std::to_string(held.Thread()) + "/fd/" +
+                                       std::to_string(static_cast<int>(held.OwnArgument())));
+    return error == 0 ? Answer::GoOn() : StillWaits() ? Answer::Error(error) : Answer::None();
+}
+
 Answer Responder::FindForDevice(const HeldCall& held, const std::string& path)
 {
     ServedDevice* device = table.Find(path);
@@ -299,13 +329,14 @@ void Responder::Send(const Answer& answer)
 /// Gives a descriptor to the caller, and closes it here. @return false, and errno, when it could not be given
 bool Responder::Place(const Answer& answer) const
 {
-    seccomp_notif_addfd addition = {};
-    addition.id = request->id;
-    addition.flags = SECCOMP_ADDFD_FLAG_SEND; // placed and answered in one step: none is left over
-    addition.srcfd = static_cast<std::uint32_t>(answer.descriptor);
-    addition.newfd_flags = answer.closeOnExec ? O_CLOEXEC : 0;
-    const bool given = ioctl(fd, SECCOMP_IOCTL_NOTIF_ADDFD, &addition) >= 0;
-    const int error = errno;
+    const std::optional<unsigned int> number =
+        answer.holdsWrites ? FreeHeldDescriptor(*request) : std::nullopt;
+    int error = Add(answer, number);
+    if (number && (error == EBADF || error == EMFILE)) // beyond the limit of the process
+    {
+        error = Add(answer, std::nullopt);
+    }
+    const bool given = error == 0;
     close(answer.descriptor);
     if (!given && error == EINVAL)
     {
@@ -315,6 +346,22 @@ bool Responder::Place(const Answer& answer) const
     }
     errno = error;
     return given || error == ENOENT; // ENOENT: the caller is gone
+}
+
+/// @param number that the descriptor gets; none: the lowest one @return 0 or an errno
+int Responder::Add(const Answer& answer, std::optional<unsigned int> number) const
+{
+    seccomp_notif_addfd addition = {};
+    addition.id = request->id;
+    addition.flags = SECCOMP_ADDFD_FLAG_SEND; // placed and answered in one step: none is left over
+    if (number)
+    {
+        addition.flags |= SECCOMP_ADDFD_FLAG_SETFD;
+        addition.newfd = *number;
+    }
+    addition.srcfd = static_cast<std::uint32_t>(answer.descriptor);
+    addition.newfd_flags = answer.closeOnExec ? O_CLOEXEC : 0;
+    return ioctl(fd, SECCOMP_IOCTL_NOTIF_ADDFD, &addition) >= 0 ? 0 : errno;
 }
 
 void Responder::Respond(std::uint64_t id, const Answer& answer) const

@@ -60,11 +60,13 @@ private:
     };
 
     bool Place(const Answer& answer) const;
+    int Add(const Answer& answer, std::optional<unsigned int> number) const;
     void Respond(std::uint64_t id, const Answer& answer) const;
     Answer Find();
     Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     Answer FindForDevice(const HeldCall& held, const std::string& path);
     Answer FindForIoctl(const HeldCall& held);
+    Answer FindForWrite(const HeldCall& held);
     Answer FindForUnmount(const HeldCall& held, const UnitPath& path);
     Answer Forbid(const char* name);
     Answer RefuseUnreadable(const HeldCall& held, int error, bool ofUnit);

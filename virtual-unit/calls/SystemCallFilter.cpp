@@ -103,6 +103,7 @@ constexpr InterceptedCall CALLS[] = {
     {"acct", Kind::Other, {NONE, 0}},
     {"uselib", Kind::Other, {NONE, 0}},
     {"ioctl", Kind::Ioctl, {}, 0},
+    {"write", Kind::Write, {}, 0},
     {"umount", Kind::Unmount, {NONE, 0}},
     {"umount2", Kind::Unmount, {NONE, 0}, 1},
     {"reboot", Kind::Forbidden},
@@ -174,6 +175,13 @@ SystemCallFilter::SystemCallFilter() : context(seccomp_init(SCMP_ACT_ALLOW))
 
 void SystemCallFilter::AddRules(int number, const InterceptedCall& call)
 {
+    if (call.kind == Kind::Write)
+    {
+        Check(seccomp_rule_add(context, SCMP_ACT_NOTIFY, number, 1,
+                               SCMP_A0(SCMP_CMP_GE, FIRST_HELD_DESCRIPTOR)),
+              call.name);
+        return;
+    }
     if (call.kind != Kind::Ioctl)
     {
         Check(seccomp_rule_add(context, SCMP_ACT_NOTIFY, number, 0), call.name);

@@ -33,6 +33,7 @@ struct InterceptedCall
         ChangeDirectory, ///< of the process
         Execute,
         Ioctl,    ///< `argument`: the descriptor; the request and its argument follow
+        Write,    ///< `argument`: the descriptor, FIRST_HELD_DESCRIPTOR or above
         Socket,   ///< the path stands in a socket's address, whose size follows
         Unmount,  ///< `argument`: the flags, if it has any
         Other,    ///< does something else with the file that the path names
@@ -65,6 +66,10 @@ struct InterceptedCall
 class SystemCallFilter
 {
 public:
+    /// Writes to descriptors from there on are held up, all others are not: what a device is written to goes
+    /// past the supervisor at full speed, unless it places the descriptor up there.
+    static constexpr unsigned int FIRST_HELD_DESCRIPTOR = 960;
+
     SystemCallFilter(); ///< @throws std::system_error
     SystemCallFilter(const SystemCallFilter&) = delete;
     SystemCallFilter& operator=(const SystemCallFilter&) = delete;

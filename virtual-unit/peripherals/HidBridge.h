@@ -74,6 +74,8 @@ public:
 
     bool IsPlugged() const override { return plugged; }
 
+    bool CanBePulledOut() const override { return true; }
+
     void Attach(const std::function<void()>& wakeHost) override;
 
     int Receive(std::string_view report, TimePoint now) override;

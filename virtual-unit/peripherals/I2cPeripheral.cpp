@@ -48,11 +48,7 @@ int I2cPeripheral::Answer(const Ioctl& call, TimePoint now)
 std::chrono::milliseconds I2cPeripheral::Takes(int result) const
 {
     constexpr std::chrono::milliseconds TIME_OUT{100}; // of the i.MX6's adapters
-    constexpr std::chrono::milliseconds TRANSFER{1};
-    return std::chrono::milliseconds(result == -ETIMEDOUT ? TIME_OUT
-                                     : result == -ENXIO || result == -EREMOTEIO
-                                         ? TRANSFER
-                                         : std::chrono::milliseconds(0));
+    return result == -ETIMEDOUT ? TIME_OUT : std::chrono::milliseconds(0);
 }
 
 int I2cPeripheral::AnswerTransfer(const Ioctl& call, TimePoint now)

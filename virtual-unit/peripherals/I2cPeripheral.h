@@ -39,8 +39,8 @@ public:
 
     int Answer(const Ioctl& call, TimePoint now) override;
 
-    /// What fails on the bus takes its time: without that a program that tries again and again, as on a dead
-    /// bus, would keep a processor busy.
+    /// A dead bus takes its time, as the kernel waits for it. That no chip acknowledges is known at once: a
+    /// program that tries again and again keeps a processor busy, as it would on the unit.
     std::chrono::milliseconds Takes(int result) const override;
 
 private:

@@ -38,6 +38,9 @@ public:
     /// true: it is there for a new host, also when it has been away and its former host is hung up.
     virtual bool IsPlugged() const { return IsConnected(); }
 
+    /// true: it may be pulled out while it is open, and writes then fail with ENODEV.
+    virtual bool CanBePulledOut() const { return false; }
+
     /// @param wake makes the host look at the device anew, from any thread and without waiting; empty: the
     ///             host is gone. One host at a time.
     virtual void Attach(const std::function<void()>& /*wake*/) {}

@@ -1,11 +1,27 @@
 #include "virtual-unit/ports/DeviceTable.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstddef>
 #include <fnmatch.h>
 #include <utility>
 
 namespace VirtualUnit
 {
+
+namespace
+{
+
+/// "/dev/hidraw1" for "/dev/hidraw0" and 1.
+std::string NodePath(const std::string& path, unsigned int node)
+{
+    const std::size_t digits = path.find_last_not_of("0123456789") + 1;
+    return node == 0 || digits == path.size()
+               ? path
+               : path.substr(0, digits) + std::to_string(std::stoul(path.substr(digits)) + node);
+}
+
+}
 
 const std::vector<std::string>& DeviceTable::UnitPaths()
 {
@@ -21,8 +37,24 @@ void DeviceTable::Serve(const std::string& path, std::unique_ptr<ServedDevice> d
 
 ServedDevice* DeviceTable::Find(const std::string& path) const
 {
-    const auto found = served.find(path);
+    if (const auto found = served.find(path); found != served.end() && found->second->Node() == 0)
+    {
+        return found->second.get();
+    }
+    const auto found = std::ranges::find_if(
+        served, [&path](const auto& entry) { return NodePath(entry.first, entry.second->Node()) == path; });
     return found == served.end() ? nullptr : found->second.get();
+}
+
+int DeviceTable::WriteError(const std::string& link) const
+{
+    struct stat opened = {};
+    int error = stat(link.c_str(), &opened) == 0 ? 0 : errno;
+    for (auto device = served.begin(); error == 0 && device != served.end(); ++device)
+    {
+        error = device->second->WriteError(opened);
+    }
+    return error == ENOENT ? 0 : error;
 }
 
 ServedDevice* DeviceTable::FindOpened(const std::string& link) const

@@ -26,6 +26,9 @@ public:
     /// The device that a process has open. @param link "/proc/PID/fd/N" @return null when it is none of these
     ServedDevice* FindOpened(const std::string& link) const;
 
+    /// What a write fails with since the node has gone; 0: it does not. @param link as for FindOpened()
+    int WriteError(const std::string& link) const;
+
     bool BelongsToUnit(const std::string& path) const; ///< served, or one of UnitPaths()
 
     const std::map<std::string, std::unique_ptr<ServedDevice>>& Served() const { return served; }

@@ -45,6 +45,24 @@ public:
         return std::nullopt;
     }
 
+    /// It has something to say about writes: see WriteError().
+    virtual bool HoldsWrites() const { return false; }
+
+    /**
+     * @param opened the status of a descriptor that a process writes to
+     * @return the errno that the write fails with, when it is of a node of this device that has gone;
+     * otherwise 0
+     */
+    virtual int WriteError(const struct stat& opened)
+    {
+        static_cast<void>(opened);
+        return 0;
+    }
+
+    /// How many of the numbers that end its path the device has to leave out: a program that holds the node
+    /// of a device that was pulled out keeps its number.
+    virtual unsigned int Node() { return 0; }
+
     virtual bool Exists() const { return true; } ///< false: it has been pulled out, there is no such file
 
     /// The supervisor's own descriptor of the device; its status (fstat) is what stat() of the path tells.

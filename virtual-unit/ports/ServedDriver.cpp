@@ -2,14 +2,19 @@
 
 #include "virtual-unit/common/Deadline.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
+#include <set>
+#include <string>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -30,6 +35,40 @@ std::array<int, 2> Connected()
         throw std::system_error(errno, std::generic_category(), "socketpair");
     }
     return ends;
+}
+
+ino_t SocketOf(const Descriptor& descriptor)
+{
+    struct stat status = {};
+    return fstat(descriptor.Get(), &status) == 0 ? status.st_ino : 0;
+}
+
+/// The sockets that other processes have open, as far as this one may see that.
+std::set<ino_t> SocketsOfOthers()
+{
+    namespace fs = std::filesystem;
+    std::set<ino_t> sockets;
+    std::error_code error;
+    for (fs::directory_iterator process("/proc", error), end; !error && process != end;
+         process.increment(error))
+    {
+        const std::string name = process->path().filename();
+        if (name.find_first_not_of("0123456789") != std::string::npos || name == std::to_string(getpid()))
+        {
+            continue;
+        }
+        std::error_code gone;
+        for (fs::directory_iterator open(process->path() / "fd", gone); !gone && open != end;
+             open.increment(gone))
+        {
+            struct stat status = {};
+            if (stat(open->path().c_str(), &status) == 0 && S_ISSOCK(status.st_mode))
+            {
+                sockets.insert(status.st_ino);
+            }
+        }
+    }
+    return sockets;
 }
 
 }
@@ -101,6 +140,52 @@ bool ServedDriver::Exists() const
 {
     const std::lock_guard lock(access);
     return messages == nullptr || messages->IsPlugged();
+}
+
+bool ServedDriver::HoldsWrites() const
+{
+    return messages != nullptr && messages->CanBePulledOut();
+}
+
+int ServedDriver::WriteError(const struct stat& opened)
+{
+    const std::lock_guard lock(access);
+    const bool former =
+        std::ranges::find(formerNodes, opened.st_ino, &FormerNode::socket) != formerNodes.end();
+    const bool present =
+        HoldsWrites() && opened.st_ino == SocketOf(applicationEnd) && !messages->IsConnected();
+    return S_ISSOCK(opened.st_mode) && (former || present) ? ENODEV : 0;
+}
+
+unsigned int ServedDriver::Node()
+{
+    const std::lock_guard lock(access);
+    SettleNode();
+    return node;
+}
+
+/// A device that is back gets the lowest number that nobody holds.
+void ServedDriver::SettleNode()
+{
+    const bool isBack = HoldsWrites() && messages->IsPlugged() && !messages->IsConnected();
+    if (!isBack || nodeSettled)
+    {
+        nodeSettled = isBack;
+        return;
+    }
+    nodeSettled = true;
+    const ino_t socket = SocketOf(applicationEnd);
+    if (std::ranges::find(formerNodes, socket, &FormerNode::socket) == formerNodes.end())
+    {
+        formerNodes.push_back({socket, node});
+    }
+    const std::set<ino_t> held = SocketsOfOthers();
+    std::erase_if(formerNodes, [&held](const FormerNode& former) { return !held.contains(former.socket); });
+    node = 0;
+    while (std::ranges::find(formerNodes, node, &FormerNode::node) != formerNodes.end())
+    {
+        ++node;
+    }
 }
 
 std::optional<ServedDevice::IoctlResult> ServedDriver::Ioctl(unsigned long request, std::uint64_t argument,

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <thread>
 #include <utility>
+#include <vector>
 
 namespace VirtualUnit
 {
@@ -21,7 +22,8 @@ namespace VirtualUnit
  *
  * The device is switched on when it is first opened. All who have it open share one queue of messages, and
  * whether they wait: the flags of the latest open() hold for all. The file is there as long as the device is
- * plugged in; when that comes back, who had it open before stays hung up.
+ * plugged in; when that comes back, who had it open before stays hung up, and keeps the number of the node
+ * from it.
  */
 class ServedDriver : public ServedDevice
 {
@@ -36,6 +38,9 @@ public:
                                      CallerMemory& memory) override;
 
     bool Exists() const override;
+    bool HoldsWrites() const override;
+    int WriteError(const struct stat& opened) override;
+    unsigned int Node() override;
 
     int Descriptor() const override { return applicationEnd.Get(); }
 
@@ -46,6 +51,7 @@ public:
         {
             const std::lock_guard lock(access);
             std::forward<Function>(function)();
+            SettleNode();
         }
         Wake();
     }
@@ -54,6 +60,7 @@ private:
     ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages);
 
     void Connect();
+    void SettleNode();
     void Start();
     void Stop();
     void Carry();
@@ -69,6 +76,17 @@ private:
 
     mutable std::mutex access; ///< guards the device and what follows
     bool ending = false;
+
+    /// A socket that stood behind the path.
+    struct FormerNode
+    {
+        ino_t socket;
+        unsigned int node;
+    };
+
+    std::vector<FormerNode> formerNodes; ///< that somebody holds still
+    unsigned int node = 0;
+    bool nodeSettled = false; ///< for the time that it has been back, but not been opened
 
     std::thread thread;
 };

@@ -24,6 +24,8 @@ public:
     {
     }
 
+    bool CanBePulledOut() const override { return Device().CanBePulledOut(); }
+
     int Receive(std::string_view message, TimePoint now) override
     {
         Elapse(now);

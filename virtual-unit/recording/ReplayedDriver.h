@@ -24,6 +24,8 @@ public:
     {
     }
 
+    bool CanBePulledOut() const override { return true; }
+
     int Receive(std::string_view message, TimePoint now) override;
     int Answer(const Ioctl& call, TimePoint now) override;
 

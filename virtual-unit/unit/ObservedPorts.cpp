@@ -41,6 +41,12 @@ public:
 
     bool Exists() const override { return device->Exists(); }
 
+    bool HoldsWrites() const override { return device->HoldsWrites(); }
+
+    int WriteError(const struct stat& opened) override { return device->WriteError(opened); }
+
+    unsigned int Node() override { return device->Node(); }
+
     int Descriptor() const override { return device->Descriptor(); }
 
 private:

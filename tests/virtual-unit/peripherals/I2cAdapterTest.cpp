@@ -257,4 +257,14 @@ TEST_F(I2cAdapterTest, NoTransferIsAcknowledged)
     EXPECT_THAT(chip.times, IsEmpty());
 }
 
+TEST_F(I2cAdapterTest, OnlyADeadBusTakesItsTime)
+{
+    using namespace std::chrono_literals;
+    const I2cAdapter other;
+    EXPECT_EQ(other.Takes(-ETIMEDOUT), 100ms);
+    EXPECT_EQ(other.Takes(-ENXIO), 0ms);
+    EXPECT_EQ(other.Takes(-EREMOTEIO), 0ms);
+    EXPECT_EQ(other.Takes(0), 0ms);
+}
+
 }

@@ -125,6 +125,25 @@ int Bridge()
     return 0;
 }
 
+/// The bridge is pulled out and put back while it is open. @param unit the program virtual-unit
+int Gone(const std::string& unit)
+{
+    constexpr std::array<unsigned char, 6> SOUND = {0xD0, 0x5A, 0x06, 2, 0x01, 0x3F};
+    const auto step = [&unit](const std::string& what) {
+        return std::system(("'" + unit + "' do sounder " + what).c_str());
+    };
+    const int old = OpenOrEnd("/dev/hidraw0", O_RDWR | O_NONBLOCK);
+    const auto writeTo = [&SOUND](int fd) { return write(fd, SOUND.data(), SOUND.size()); };
+    Print("write", writeTo(old));
+    step("unplug");
+    Print("write", writeTo(old));
+    Print("write", writeTo(old));
+    step("plug");
+    Print("/dev/hidraw1 write", writeTo(OpenOrEnd("/dev/hidraw1")));
+    Print("old one", writeTo(old));
+    return 0;
+}
+
 int Kinds()
 {
     for (const char* path : {"/dev/tav_event", "/dev/i2c-1", "/dev/hidraw0"})
@@ -141,8 +160,12 @@ int Kinds()
 int main(int argc, char** argv)
 {
     const std::map<std::string, std::function<int()>> probes = {
-        {"pins", Pins},   {"trigger", Trigger},
-        {"chip", Chip},   {"bridge", Bridge},
-        {"kinds", Kinds}, {"felt", [=] { return Felt(argc > 2 ? std::atoi(argv[2]) : 0); }}};
+        {"pins", Pins},
+        {"trigger", Trigger},
+        {"chip", Chip},
+        {"bridge", Bridge},
+        {"kinds", Kinds},
+        {"gone", [=] { return Gone(argv[2]); }},
+        {"felt", [=] { return Felt(argc > 2 ? std::atoi(argv[2]) : 0); }}};
     return probes.at(argv[1])();
 }

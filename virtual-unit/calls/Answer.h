@@ -14,6 +14,7 @@ struct Answer
         GoOn,       ///< the kernel carries the call out
         Result,     ///< `error`, or `value` when that is 0
         Descriptor, ///< `descriptor` is given to the application, and closed here
+        Again,      ///< the call is looked at anew, `after` so long
         None        ///< the caller is gone
     };
 
@@ -23,7 +24,7 @@ struct Answer
     int descriptor = -1;
     bool closeOnExec = false;
     bool holdsWrites = false;           ///< it is placed where writes are held up, if there is room
-    std::chrono::milliseconds after{0}; ///< of Type::Result: so long after the call
+    std::chrono::milliseconds after{0}; ///< of Type::Result and Type::Again: so long after the call
 
     static Answer GoOn() { return {}; }
 

@@ -241,7 +241,13 @@ Answer Responder::FindForIoctl(const HeldCall& held)
     HeldMemory memory(held.Thread());
     const std::optional<ServedDevice::IoctlResult> result =
         device->Ioctl(held.OwnArgument(1), held.OwnArgument(2), memory);
-    return result ? Answer::Returned(result->value, result->takes) : Answer::GoOn();
+    if (!result)
+    {
+        return Answer::GoOn();
+    }
+    Answer answer = Answer::Returned(result->value, result->takes);
+    answer.type = result->again ? Answer::Type::Again : answer.type;
+    return answer;
 }
 
 Answer Responder::FindForWrite(const HeldCall& held)
@@ -318,7 +324,7 @@ void Responder::Send(const Answer& answer)
     }
     if (answer.after.count() > 0)
     {
-        later.push_back({Clock::now() + answer.after, request->id, answer});
+        later.push_back({Clock::now() + answer.after, *request, answer});
     }
     else
     {
@@ -383,14 +389,27 @@ std::optional<Responder::Clock::time_point> Responder::NextDeadline() const
 void Responder::AnswerDue()
 {
     const Clock::time_point now = Clock::now();
+    std::vector<Later> due;
     std::erase_if(later, [&](const Later& waiting) {
-        const bool due = waiting.due <= now;
-        if (due)
+        const bool isDue = waiting.due <= now;
+        if (isDue)
         {
-            Respond(waiting.id, waiting.answer);
+            due.push_back(waiting);
         }
-        return due;
+        return isDue;
     });
+    for (const Later& call : due)
+    {
+        *request = call.request;
+        if (call.answer.type != Answer::Type::Again)
+        {
+            Respond(request->id, call.answer);
+        }
+        else if (StillWaits())
+        {
+            Send(Find());
+        }
+    }
 }
 
 void Responder::ReportOnce(const std::string& line)

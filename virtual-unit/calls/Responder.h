@@ -55,7 +55,7 @@ private:
     struct Later
     {
         Clock::time_point due;
-        std::uint64_t id; ///< of the call
+        seccomp_notif request; ///< the call
         Answer answer;
     };
 

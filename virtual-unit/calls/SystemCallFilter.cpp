@@ -10,6 +10,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -122,11 +123,12 @@ struct Requests
 };
 
 constexpr scmp_datum_t LOW_WORD = 0xFFFFFFFF;
-constexpr Requests IOCTL_REQUESTS[] = {{0xFFFFFF00, 0x0700},   // i2c-dev
-                                       {0x0000FF00, 'H' << 8}, // hidraw
-                                       {LOW_WORD, 100},        {LOW_WORD, 101}, {LOW_WORD, 102},
+constexpr Requests IOCTL_REQUESTS[] = {{LOW_WORD, TIOCOUTQ}, // serial lines that are stuck
+                                       {LOW_WORD, TCSBRK},     {0xFFFFFF00, 0x0700}, // i2c-dev
+                                       {0x0000FF00, 'H' << 8},                       // hidraw
+                                       {LOW_WORD, 100},        {LOW_WORD, 101},      {LOW_WORD, 102},
                                        {LOW_WORD, 103}, // event driver: its pins
-                                       {LOW_WORD, 104},        {LOW_WORD, 105}, {LOW_WORD, 106}};
+                                       {LOW_WORD, 104},        {LOW_WORD, 105},      {LOW_WORD, 106}};
 
 int NumberOf(const char* name)
 {

@@ -47,6 +47,7 @@ public:
     /// What goes wrong; each may be switched on and off at any time.
     struct Faults
     {
+        bool stuck = false;                 ///< it takes nothing from the line
         bool silent = false;                ///< nothing is sent, what is under way is lost; lines are obeyed
         std::optional<std::string> rubbish; ///< sent in place of each line of output
         std::chrono::milliseconds delay{0}; ///< between a call of the routine and its output
@@ -80,6 +81,8 @@ public:
     bool IsConnected() const override { return connected; }
 
     bool IsPlugged() const override { return plugged; }
+
+    bool TakesOutput() const override { return !faults.stuck; }
 
     void Attach(const std::function<void()>& wakeHost) override;
 

@@ -91,6 +91,12 @@ bool CellularModule::Interface::IsConnected() const
     return module.onBus && !left;
 }
 
+bool CellularModule::Interface::TakesOutput() const
+{
+    const std::lock_guard lock(module.access);
+    return !faults.stuck;
+}
+
 void CellularModule::Interface::Attach(const std::function<void()>& hostsWake)
 {
     const std::lock_guard lock(module.access);

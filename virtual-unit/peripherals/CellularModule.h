@@ -53,6 +53,7 @@ public:
     {
         static constexpr std::size_t EVERY = SIZE_MAX;
 
+        bool stuck = false;    ///< it takes nothing from the line
         bool silent = false;   ///< nothing is sent, what is under way is lost; commands are obeyed
         bool noEcho = false;   ///< as after ATE0
         bool lateEcho = false; ///< the echo comes with the answer, not at once
@@ -84,6 +85,8 @@ public:
         bool IsConnected() const override;
 
         bool IsPlugged() const override { return module.OnBus(); }
+
+        bool TakesOutput() const override;
 
         void Attach(const std::function<void()>& wake) override;
 

@@ -43,6 +43,9 @@ public:
     /// true: it is there for a new host, also when it has been away and its former host is hung up.
     virtual bool IsPlugged() const { return IsConnected(); }
 
+    /// false: the line to it is stuck, and its host keeps what the application sends.
+    virtual bool TakesOutput() const { return true; }
+
     /**
      * For a device in which something can happen otherwise than by its host's calls.
      * @param wake makes the host look at the device anew, from any thread and without waiting; empty: the

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <system_error>
 #include <termios.h>
 #include <unistd.h>
@@ -172,6 +173,17 @@ std::size_t SerialLine::LostBytes() const
     return lostBytes;
 }
 
+std::size_t SerialLine::BytesNotTaken() const
+{
+    const std::lock_guard lock(access);
+    pollfd input = {master, POLLIN, 0};
+    int count = 0;
+    // What was written a moment ago may be on its way still: poll() fetches it.
+    return !peripheral.TakesOutput() && poll(&input, 1, 0) > 0 && ioctl(master, FIONREAD, &count) == 0
+               ? static_cast<std::size_t>(count)
+               : 0;
+}
+
 void SerialLine::Carry()
 {
     for (;;)
@@ -180,7 +192,10 @@ void SerialLine::Carry()
         int milliseconds = 0;
         {
             const std::lock_guard lock(access);
-            ReadMaster(); // what is there arrives, also at the end
+            if (peripheral.TakesOutput())
+            {
+                ReadMaster(); // what is there arrives, also at the end
+            }
             if (ending)
             {
                 return;
@@ -196,7 +211,8 @@ void SerialLine::Carry()
                 CloseIfOpen(master);
                 return;
             }
-            events = {{{master, static_cast<short>(waiting.empty() ? POLLIN : POLLIN | POLLOUT), 0},
+            const int input = peripheral.TakesOutput() ? POLLIN : 0;
+            events = {{{master, static_cast<short>(waiting.empty() ? input : input | POLLOUT), 0},
                        {wake, POLLIN, 0}}};
             milliseconds = MillisecondsUntil(peripheral.NextDeadline());
         }

@@ -71,6 +71,10 @@ public:
 
     int DeviceEnd() const;
 
+    /// How much the application has sent that a device with a stuck line has not taken; 0 for any other
+    /// device.
+    std::size_t BytesNotTaken() const;
+
     /// Runs `function` while the device stands still, for example to change its faults or to restart it.
     /// The device's deadlines are looked at anew afterwards.
     template <class Function>

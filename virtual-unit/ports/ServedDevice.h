@@ -29,6 +29,7 @@ public:
     {
         int value = 0;
         std::chrono::milliseconds takes{0};
+        bool again = false; ///< there is no result yet: the ioctl is looked at anew then
     };
 
     /**

@@ -26,6 +26,10 @@ public:
 
     bool Exists() const override;
 
+    /// What a pseudo terminal does not know: TIOCOUTQ and TCSBRK of a line that is stuck.
+    std::optional<IoctlResult> Ioctl(unsigned long request, std::uint64_t argument,
+                                     CallerMemory& memory) override;
+
     int Descriptor() const override { return line.ApplicationEnd(); }
 
     /// Runs `function` while the device stands still. Calling threads: any.

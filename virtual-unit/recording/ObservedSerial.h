@@ -22,6 +22,8 @@ public:
     {
     }
 
+    bool TakesOutput() const override { return Device().TakesOutput(); }
+
     void Receive(std::string_view bytes, TimePoint now) override
     {
         Elapse(now);

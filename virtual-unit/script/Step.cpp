@@ -316,6 +316,8 @@ const Kind KINDS[] = {
      }},
     {"modem silent", "", "it sends nothing",
      [](const WordList&) { return ModemFault([](auto& faults) { faults.silent = true; }); }},
+    {"modem stuck", "", "its USB line takes no output",
+     [](const WordList&) { return ModemFault([](auto& faults) { faults.stuck = true; }); }},
     {"modem late", "MS", "each answer takes so much longer",
      [](const WordList& words) {
          return ModemFault([delay = Delay(words)](auto& faults) { faults.delay = delay; });
@@ -359,6 +361,8 @@ const Kind KINDS[] = {
      [](const WordList&) { return Presence("buzzer", true, Buzzer(&BuzzerBoard::PlugIn)); }},
     {"buzzer silent", "", "it sends nothing",
      [](const WordList&) { return Buzzer([](BuzzerBoard& board) { board.faults.silent = true; }); }},
+    {"buzzer stuck", "", "its USB line takes no output",
+     [](const WordList&) { return Buzzer([](BuzzerBoard& board) { board.faults.stuck = true; }); }},
     {"buzzer late", "MS", "its output comes so much later",
      [](const WordList& words) {
          return Buzzer([delay = Delay(words)](BuzzerBoard& board) { board.faults.delay = delay; });

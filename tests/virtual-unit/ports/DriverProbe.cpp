@@ -18,6 +18,8 @@
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
+#include <termios.h>
+#include <time.h>
 #include <unistd.h>
 
 namespace
@@ -144,6 +146,35 @@ int Gone(const std::string& unit)
     return 0;
 }
 
+int Stuck(const char* port)
+{
+    const auto seconds = [] {
+        timespec time = {};
+        clock_gettime(CLOCK_MONOTONIC, &time);
+        return time.tv_sec;
+    };
+    const int fd = OpenOrEnd(port);
+    termios settings = {};
+    tcgetattr(fd, &settings);
+    cfmakeraw(&settings);
+    tcsetattr(fd, TCSANOW, &settings);
+    const auto waiting = [fd](const char* when) {
+        int count = -1;
+        ioctl(fd, TIOCOUTQ, &count);
+        Print(when, count);
+    };
+    waiting("at first");
+    const auto begin = seconds();
+    Print("write", write(fd, "AT\r\n", 4));
+    waiting("waiting");
+    const bool drained = tcdrain(fd) == 0;
+    std::printf(drained ? "drained after %ld s\n" : "not drained after %ld s\n", seconds() - begin);
+    waiting("waiting");
+    pollfd event = {fd, POLLIN, 0};
+    std::printf("%s\n", poll(&event, 1, PATIENCE_MILLISECONDS) == 1 ? "it answers" : "it is silent");
+    return 0;
+}
+
 int Kinds()
 {
     for (const char* path : {"/dev/tav_event", "/dev/i2c-1", "/dev/hidraw0"})
@@ -165,6 +196,7 @@ int main(int argc, char** argv)
         {"chip", Chip},
         {"bridge", Bridge},
         {"kinds", Kinds},
+        {"stuck", [=] { return Stuck(argv[2]); }},
         {"gone", [=] { return Gone(argv[2]); }},
         {"felt", [=] { return Felt(argc > 2 ? std::atoi(argv[2]) : 0); }}};
     return probes.at(argv[1])();

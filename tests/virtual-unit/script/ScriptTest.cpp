@@ -385,6 +385,19 @@ TEST_F(ScriptTest, AWriteToABridgeThatIsGoneFailsAsTheKernelHasIt)
         << outcome.errors;
 }
 
+TEST_F(ScriptTest, ALineThatIsStuckTakesNoOutputUntilItIsWell)
+{
+    for (const auto& [name, port] : {std::pair("modem", MODEM), std::pair("buzzer", BUZZER)})
+    {
+        const Outcome outcome = RunProgram(
+            DRIVER_PROBE, {"stuck", port},
+            {"--fast", "--script", Write(std::string("0 ") + name + " stuck\n5.03 " + name + " well\n")});
+        EXPECT_EQ(outcome.output,
+                  "at first 0\nwrite 4\nwaiting 4\ndrained after 5 s\nwaiting 0\nit answers\n")
+            << outcome.errors;
+    }
+}
+
 TEST_F(ScriptTest, APinIsRefused)
 {
     const Outcome outcome = Shell("step pin 103 refused; " + DRIVER_PROBE_WORD +

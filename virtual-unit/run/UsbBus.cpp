@@ -22,6 +22,16 @@ constexpr const char* PROGRAM_TEXT = "#!/bin/sh\n"
                                      "# The USB bus of the virtual unit.\n"
                                      "exec cat \"${0%/*}/devices\"\n";
 
+// Commands that would ask this machine's init system to switch it off.
+constexpr const char* POWER_COMMANDS[] = {"/reboot", "/poweroff", "/halt", "/shutdown", "/systemctl"};
+constexpr const char* POWER_COMMAND_TEXT =
+    "#!/bin/sh\n"
+    "echo \"virtual-unit: ${0##*/}${*:+ $*}: not carried out, this machine stays as it is\" >&2\n"
+    "case \"${0##*/} $*\" in\n"
+    "*reboot* | *poweroff* | *halt* | *kexec* | *suspend* | *hibernate*) ;;\n"
+    "systemctl*) exit 1 ;; # there is no init system that could be asked for anything else\n"
+    "esac\n";
+
 constexpr const char* DEVICES = "/devices";
 constexpr const char* NEW_DEVICES = "/devices.new";
 constexpr const char* ROOT_HUBS = "Bus 002 Device 001: ID 1d6b:0002 Linux Foundation 2.0 root hub\n"
@@ -34,14 +44,22 @@ bool WriteFile(const std::string& path, const std::string& text)
     return static_cast<bool>(file << text << std::flush);
 }
 
+void WriteProgram(const std::string& path, const std::string& text)
+{
+    if (!WriteFile(path, text) || chmod(path.c_str(), EXECUTABLE) != 0)
+    {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+}
+
 }
 
 UsbBus::UsbBus(CellularModule& theModule) : module(theModule)
 {
-    const std::string program = directory.Path() + PROGRAM;
-    if (!WriteFile(program, PROGRAM_TEXT) || chmod(program.c_str(), EXECUTABLE) != 0)
+    WriteProgram(directory.Path() + PROGRAM, PROGRAM_TEXT);
+    for (const char* const command : POWER_COMMANDS)
     {
-        throw std::system_error(errno, std::generic_category(), program);
+        WriteProgram(directory.Path() + command, POWER_COMMAND_TEXT);
     }
     // The threads of the devices, where there are any, do not look at the environment.
     // NOLINTBEGIN(concurrency-mt-unsafe)

@@ -12,6 +12,7 @@ namespace VirtualUnit
 /**
  * The unit's USB bus as "lsusb" lists it: while this object lives, the programs that this process starts find
  * an lsusb of its own first in PATH. The cellular module is on the list as long as it is on the bus.
+ * Beside it stand reboot, poweroff, halt, shutdown and systemctl, which only say that nothing is done.
  *
  * It changes PATH. Create it while the process has one thread.
  */

@@ -76,6 +76,20 @@ TEST_F(ModemPortsTest, TheModuleIsOnTheBus)
     EXPECT_EQ(shell.errors, "");
 }
 
+TEST_F(ModemPortsTest, CommandsThatAskAnInitSystemForPowerOffMeetStubs)
+{
+    const Outcome outcome =
+        RunShell("for c in reboot poweroff halt shutdown systemctl; do command -v $c; done | "
+                 "grep -c /virtual-unit-; poweroff -f && systemctl reboot && echo done; systemctl is-active "
+                 "x || echo no");
+    EXPECT_EQ(outcome.output, "5\ndone\nno\n");
+    EXPECT_EQ(outcome.errors,
+              "virtual-unit: poweroff -f: not carried out, this machine stays as it is\n"
+              "virtual-unit: systemctl reboot: not carried out, this machine stays as it is\n"
+              "virtual-unit: systemctl is-active x: not carried out, this machine stays as it is\n");
+    EXPECT_EQ(LeftBehind(), 0U);
+}
+
 TEST_F(ModemPortsTest, BothPortsAnswer)
 {
     EXPECT_EQ(Ask({}, MAIN_PORT, "AT+CSQ", SIGNAL), SIGNAL);

@@ -63,6 +63,10 @@ int EventDriver::Answer(const Ioctl& call, TimePoint now)
     {
         history.pop_front();
     }
+    if (driven)
+    {
+        driven({now, pin, value});
+    }
     return 0;
 }
 

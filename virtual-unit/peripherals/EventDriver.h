@@ -66,6 +66,9 @@ public:
     /// that sends it
     void Tell(std::function<void(unsigned char code)> listener) { triggered = std::move(listener); }
 
+    /// @param listener is told of each pin that was driven, on the thread that answers the ioctl
+    void TellPins(std::function<void(const PinWrite& write)> listener) { driven = std::move(listener); }
+
     void Trigger(unsigned char code, std::size_t times = 1); ///< at once
     void HangUp();                                           ///< it cannot be undone
 
@@ -96,6 +99,7 @@ private:
     std::vector<std::string> output;
     std::function<void()> wake;
     std::function<void(unsigned char code)> triggered;
+    std::function<void(const PinWrite& write)> driven;
 };
 
 }

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <sstream>
 #include <system_error>
+#include <utility>
 
 namespace VirtualUnit
 {
@@ -22,6 +23,8 @@ namespace
 // Of the event driver's triggers.
 constexpr unsigned char IGNITION_ON = 1;
 constexpr unsigned char IGNITION_OFF = 2;
+
+constexpr unsigned int HUB_RESET_PIN = 106; // 0: held in reset
 
 template <class Content>
 Content ReadFile(const char* option, const std::string& path)
@@ -205,6 +208,12 @@ void Unit::BeginService()
     adapterPort = ports.Serve(Path(options, "i2c"), std::shared_ptr<I2cPeripheral>(adapter));
     bridgePort = ports.Serve(Path(options, "sounder"), Messages(bridge));
     eventsPort = ports.Serve(Path(options, "events"), Messages(events));
+    events->TellPins([this](const EventDriver::PinWrite& write) {
+        if (write.pin == HUB_RESET_PIN)
+        {
+            ResetHub(write.value == 0);
+        }
+    });
     modem->TellPresence(this, [this](bool onBus) {
         TellPresence("modem", onBus);
         TellPresence("modem-2", onBus);
@@ -215,6 +224,40 @@ void Unit::EndService()
 {
     modem->TellPresence(this, {});
     ports.EndService();
+}
+
+/// Takes what hangs on the USB hub off the bus, or gives back what it has taken: what was away before stays
+/// away.
+void Unit::ResetHub(bool held)
+{
+    const auto change = [held](bool& taken, bool isThere, const auto& leave, const auto& comeBack) {
+        if (held && isThere)
+        {
+            taken = true;
+            leave();
+        }
+        else if (!held && std::exchange(taken, false) && !isThere)
+        {
+            comeBack();
+        }
+    };
+    change(
+        reset.modem, modem->OnBus(), [this] { modem->Unplug(); }, [this] { modem->PlugIn(); });
+    const auto changePort = [&](const char* name, bool& taken, auto&& fitted) {
+        bool isThere = false;
+        fitted.Change([&isThere](auto& device) { isThere = device.IsPlugged(); });
+        const auto leave = [&] {
+            fitted.Change([](auto& device) { device.Unplug(); });
+            TellPresence(name, false);
+        };
+        const auto comeBack = [&] {
+            fitted.Change([](auto& device) { device.PlugIn(); });
+            TellPresence(name, true);
+        };
+        change(taken, isThere, leave, comeBack);
+    };
+    changePort("buzzer", reset.buzzer, Buzzer());
+    changePort("sounder", reset.sounder, Sounder());
 }
 
 void Unit::TellPresence(const std::string& name, bool there)

@@ -137,6 +137,7 @@ private:
     GpsReceiver::Options FitGps() const;
     void FitMotion();
     void FitIgnition();
+    void ResetHub(bool held);
     std::string GpsState();
     std::string ReaderState();
     std::string ModemState() const;
@@ -158,6 +159,16 @@ private:
     std::shared_ptr<I2cAdapter> adapter;
     std::shared_ptr<HidBridge> bridge;
     std::shared_ptr<EventDriver> events;
+
+    /// What the hub's reset has taken off the bus, and gives back.
+    struct BehindHub
+    {
+        bool modem = false;
+        bool buzzer = false;
+        bool sounder = false;
+    };
+
+    BehindHub reset; ///< guarded by the lock of the events' port
 
     ObservedPorts ports; ///< ended before the devices that they serve
     ServedSerialLine* gpsPort = nullptr;

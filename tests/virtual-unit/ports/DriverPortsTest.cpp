@@ -57,6 +57,22 @@ TEST_F(DriverPortsTest, TheIgnitionIsATriggerOfFiveBytes)
     EXPECT_THAT(Lines(outcome.output), ElementsAre("poll 1", "read 5", "trigger 1"));
 }
 
+TEST_F(DriverPortsTest, TheResetOfTheHubTakesWhatHangsOnItOffTheBusUntilItIsReleased)
+{
+    const Outcome outcome = Drive("hub");
+    EXPECT_THAT(Lines(outcome.output), ElementsAre("at first: modem buzzer sounder", "held:", "hung up",
+                                                   "released: modem buzzer sounder"))
+        << outcome.errors;
+}
+
+TEST_F(DriverPortsTest, WhatWasAwayBeforeTheHubWasResetStaysAway)
+{
+    const Outcome outcome = Drive("hub", {"--modem", "absent"});
+    EXPECT_THAT(Lines(outcome.output),
+                ElementsAre("at first: buzzer sounder", "held:", "hung up", "released: buzzer sounder"))
+        << outcome.errors;
+}
+
 TEST_F(DriverPortsTest, TheAccelerometerAnswersOnItsAdapter)
 {
     const Outcome outcome = Drive("chip");

@@ -175,6 +175,35 @@ int Stuck(const char* port)
     return 0;
 }
 
+int Hub()
+{
+    constexpr const char* BUZZER = "/dev/serial/by-id/usb-1a86_USB2.0-Serial-if00-port0";
+    const std::map<std::string, const char*> devices = {
+        {"modem", "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0"},
+        {"buzzer", BUZZER},
+        {"sounder", "/dev/hidraw0"}};
+    const auto list = [&devices](const char* when) {
+        std::printf("%s:", when);
+        for (const char* const name : {"modem", "buzzer", "sounder"})
+        {
+            std::printf(access(devices.at(name), F_OK) == 0 ? " %s" : "", name);
+        }
+        std::printf("\n");
+    };
+    const int events = OpenOrEnd("/dev/tav_event");
+    list("at first");
+    pollfd board = {OpenOrEnd(BUZZER), 0, 0};
+    ioctl(events, 106, 0);
+    list("held");
+    std::printf(poll(&board, 1, PATIENCE_MILLISECONDS) == 1 && (board.revents & POLLHUP) != 0
+                    ? "hung up\n"
+                    : "still there\n");
+    close(board.fd);
+    ioctl(events, 106, 1);
+    list("released");
+    return 0;
+}
+
 int Kinds()
 {
     for (const char* path : {"/dev/tav_event", "/dev/i2c-1", "/dev/hidraw0"})
@@ -196,6 +225,7 @@ int main(int argc, char** argv)
         {"chip", Chip},
         {"bridge", Bridge},
         {"kinds", Kinds},
+        {"hub", Hub},
         {"stuck", [=] { return Stuck(argv[2]); }},
         {"gone", [=] { return Gone(argv[2]); }},
         {"felt", [=] { return Felt(argc > 2 ? std::atoi(argv[2]) : 0); }}};

@@ -82,6 +82,7 @@ int WriteJournal(Unit& unit, const std::string& path)
     journal.Add("sound chip 0x5A", unit.EndedSounder().first);
     journal.Add("sound chip 0x62", unit.EndedSounder().second);
     journal.Add(unit.EndedBuzzer());
+    journal.Add(unit.Card());
     return journal.Write(path);
 }
 

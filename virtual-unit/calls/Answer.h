@@ -24,7 +24,7 @@ struct Answer
     int descriptor = -1;
     bool closeOnExec = false;
     bool holdsWrites = false;           ///< it is placed where writes are held up, if there is room
-    std::chrono::milliseconds after{0}; ///< of Type::Result and Type::Again: so long after the call
+    std::chrono::milliseconds after{0}; ///< so long after the call
 
     static Answer GoOn() { return {}; }
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
@@ -25,6 +26,7 @@ namespace
 {
 
 using Kind = InterceptedCall::Kind;
+using Clock = std::chrono::steady_clock;
 
 template <class Data>
 Answer Stored(const HeldCall& held, int error, const Data& data, std::uint64_t address)
@@ -65,12 +67,71 @@ private:
 
 }
 
-CardCalls::CardCalls(const StorageCard& theCard, std::function<void(const std::string& line)> report)
-    : card(theCard), reportLine(std::move(report))
+CardCalls::CardCalls(const StorageCard& theCard, CardSlot& itsSlot,
+                     std::function<void(const std::string& line)> report)
+    : card(theCard), slot(itsSlot), reportLine(std::move(report))
 {
 }
 
 Answer CardCalls::Find(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath)
+{
+    const int refusal =
+        path.LeavesCard() || otherPath.LeavesCard() ? 0 : Refusal(held, path.IsOnCard() ? path : otherPath);
+    Answer answer = refusal != 0 ? Answer::Error(refusal) : FindPlaced(held, path, otherPath);
+    answer.after = slot.Present().slow;
+    return answer;
+}
+
+/// @return the errno that the card in its present condition answers with; 0: none
+int CardCalls::Refusal(const HeldCall& held, const UnitPath& path) const
+{
+    const CardSlot::Condition condition = slot.Present();
+    if (condition.out)
+    {
+        return path.IsCard() ? 0 : EIO; // the mount point itself is the root's
+    }
+    if (!condition.readOnly)
+    {
+        return 0;
+    }
+    switch (held.Kind())
+    {
+    case Kind::Create:
+    case Kind::MakeDirectory:
+    case Kind::RemoveDirectory:
+    case Kind::Remove:
+    case Kind::Rename:
+    case Kind::Truncate:
+    case Kind::ChangeMode:
+    case Kind::ChangeOwner:
+    case Kind::ChangeTimes:
+        return EROFS;
+    case Kind::Access:
+        return (held.OwnArgument() & W_OK) != 0 ? EROFS : 0;
+    case Kind::Open:
+    case Kind::OpenHow:
+        return RefusalToOpen(held, path);
+    default:
+        return 0;
+    }
+}
+
+int CardCalls::RefusalToOpen(const HeldCall& held, const UnitPath& path) const
+{
+    open_how how = {held.OwnArgument(), 0, 0};
+    if (const int error = held.Kind() == Kind::OpenHow ? held.ReadOpenHow(how) : 0; error != 0)
+    {
+        return error;
+    }
+    struct stat status = {};
+    const bool isThere = card.Status(path.BelowCard(), status) == 0;
+    const bool changes = (how.flags & O_ACCMODE) != O_RDONLY || (how.flags & O_TRUNC) != 0;
+    return isThere                      ? (changes && S_ISREG(status.st_mode) ? EROFS : 0)
+           : (how.flags & O_CREAT) != 0 ? EROFS
+                                        : 0;
+}
+
+Answer CardCalls::FindPlaced(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath)
 {
     if (path.LeavesCard() || otherPath.LeavesCard())
     {
@@ -94,7 +155,7 @@ Answer CardCalls::Find(const HeldCall& held, const UnitPath& path, const UnitPat
 
 Answer CardCalls::Unmount(const HeldCall& held)
 {
-    if (!mounted)
+    if (!slot.Present().mounted)
     {
         return Answer::Error(EINVAL);
     }
@@ -102,9 +163,17 @@ Answer CardCalls::Unmount(const HeldCall& held)
     if (const std::optional<std::string> used = FindInUse(held); used && !detaches)
     {
         reportLine(std::string(UnitPath::CARD) + " stays mounted: the program uses " + *used);
+        slot.Tell("card stays mounted", Clock::now());
         return Answer::Error(EBUSY);
     }
-    mounted = false;
+    if (slot.Present().busy && !detaches)
+    {
+        reportLine(std::string(UnitPath::CARD) + " stays mounted: it is busy");
+        slot.Tell("card stays mounted", Clock::now());
+        return Answer::Error(EBUSY);
+    }
+    slot.Change([](CardSlot::Condition& condition) { condition.mounted = false; });
+    slot.Tell("card unmounted", Clock::now());
     reportLine(std::string(UnitPath::CARD) + " is unmounted");
     return Answer::Success();
 }
@@ -144,9 +213,10 @@ Answer CardCalls::OpenMountTable(const HeldCall& held) const
         return Answer::Error(EACCES);
     }
     std::string table = "/dev/root / ext4 rw,relatime 0 0\n";
-    if (mounted)
+    if (const CardSlot::Condition condition = slot.Present(); condition.mounted)
     {
-        table += std::string("/dev/mmcblk3p1 ") + UnitPath::CARD + " vfat rw,relatime 0 0\n";
+        table += std::string("/dev/mmcblk3p1 ") + UnitPath::CARD +
+                 (condition.readOnly ? " vfat ro,relatime 0 0\n" : " vfat rw,relatime 0 0\n");
     }
     const Descriptor content(memfd_create("mounts", MFD_CLOEXEC));
     if (content.Get() < 0 ||

@@ -5,6 +5,7 @@
 #include "virtual-unit/calls/HeldCall.h"
 #include "virtual-unit/calls/StorageCard.h"
 #include "virtual-unit/calls/UnitPath.h"
+#include "virtual-unit/peripherals/CardSlot.h"
 
 #include <cstdint>
 #include <functional>
@@ -18,8 +19,9 @@ namespace VirtualUnit
 class CardCalls
 {
 public:
-    /// @param theCard stays the caller's
-    CardCalls(const StorageCard& theCard, std::function<void(const std::string& line)> report);
+    /// @param theCard,itsSlot stay the caller's
+    CardCalls(const StorageCard& theCard, CardSlot& itsSlot,
+              std::function<void(const std::string& line)> report);
 
     /// For a call of which one path at least is on the card or leads over it.
     /// @param otherPath empty for a call that names one path only
@@ -32,6 +34,9 @@ public:
     Answer OpenMountTable(const HeldCall& held) const; ///< the unit's, as it is now; for reading only
 
 private:
+    Answer FindPlaced(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
+    int Refusal(const HeldCall& held, const UnitPath& path) const;
+    int RefusalToOpen(const HeldCall& held, const UnitPath& path) const;
     std::optional<std::string> FindInUse(const HeldCall& held) const;
     Answer FindForPath(const HeldCall& held, const UnitPath& path);
     Answer FindBeyond(const HeldCall& held, const UnitPath& path);
@@ -42,8 +47,8 @@ private:
     Answer Refuse(const HeldCall& held, const UnitPath& path, int error, const char* reason);
 
     const StorageCard& card;
+    CardSlot& slot;
     std::function<void(const std::string& line)> reportLine;
-    bool mounted = true;
 };
 
 }

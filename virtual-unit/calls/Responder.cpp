@@ -106,7 +106,8 @@ void ShowAsDevice(Mode& mode)
 Responder::Responder(int notifications, const SystemCallFilter& filter, const DeviceTable& devices,
                      const StorageCard& theCard, Report report)
     : fd(notifications), systemCalls(filter), table(devices), card(theCard),
-      cardCalls(theCard, [this](const std::string& line) { ReportOnce(line); }), reportLine(std::move(report))
+      cardCalls(theCard, devices.Card(), [this](const std::string& line) { ReportOnce(line); }),
+      reportLine(std::move(report))
 {
     if (const int result = seccomp_notify_alloc(&request, &response); result < 0)
     {
@@ -318,17 +319,25 @@ Answer Responder::FindForDevice(const HeldCall& held, const std::string& path)
 
 void Responder::Send(const Answer& answer)
 {
-    if (answer.type == Answer::Type::None || (answer.type == Answer::Type::Descriptor && Place(answer)))
+    if (answer.type == Answer::Type::None)
     {
         return;
     }
     if (answer.after.count() > 0)
     {
         later.push_back({Clock::now() + answer.after, *request, answer});
+        return;
     }
-    else
+    Deliver(answer);
+}
+
+/// The answer to the present request.
+void Responder::Deliver(const Answer& answer) const
+{
+    const bool opens = answer.type == Answer::Type::Descriptor;
+    if (!opens || !Place(answer))
     {
-        Respond(request->id, answer.type == Answer::Type::Descriptor ? Answer::Error(errno) : answer);
+        Respond(request->id, opens ? Answer::Error(errno) : answer);
     }
 }
 
@@ -403,7 +412,7 @@ void Responder::AnswerDue()
         *request = call.request;
         if (call.answer.type != Answer::Type::Again)
         {
-            Respond(request->id, call.answer);
+            Deliver(call.answer);
         }
         else if (StillWaits())
         {

@@ -71,6 +71,7 @@ private:
     Answer Forbid(const char* name);
     Answer RefuseUnreadable(const HeldCall& held, int error, bool ofUnit);
     void Send(const Answer& answer);
+    void Deliver(const Answer& answer) const;
     void ReportOnce(const std::string& line);
     bool StillWaits() const;
     bool BelongsToUnit(const UnitPath& path) const;

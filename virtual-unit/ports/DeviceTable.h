@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_PORTS_DEVICETABLE_H
 #define VIRTUAL_UNIT_PORTS_DEVICETABLE_H
 
+#include "virtual-unit/peripherals/CardSlot.h"
 #include "virtual-unit/ports/ServedDevice.h"
 
 #include <map>
@@ -11,7 +12,7 @@
 namespace VirtualUnit
 {
 
-/// Which paths are the unit's, and which device stands behind each.
+/// Which paths are the unit's, which device stands behind each, and how its storage card is.
 class DeviceTable
 {
 public:
@@ -20,6 +21,8 @@ public:
     static const std::vector<std::string>& UnitPaths();
 
     void Serve(const std::string& path, std::unique_ptr<ServedDevice> device);
+
+    void EndService() { served.clear(); } ///< of all devices; the card stays as it is
 
     ServedDevice* Find(const std::string& path) const; ///< null when nothing is served there
 
@@ -31,10 +34,13 @@ public:
 
     bool BelongsToUnit(const std::string& path) const; ///< served, or one of UnitPaths()
 
+    CardSlot& Card() const { return *card; } ///< of the unit whose devices these are
+
     const std::map<std::string, std::unique_ptr<ServedDevice>>& Served() const { return served; }
 
 private:
     std::map<std::string, std::unique_ptr<ServedDevice>> served;
+    std::unique_ptr<CardSlot> card = std::make_unique<CardSlot>();
 };
 
 }

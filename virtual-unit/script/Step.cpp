@@ -211,6 +211,13 @@ void RefuseRequests(HidBridge& bridge, int error)
     bridge.faults.info = error;
 }
 
+// --- The storage card
+
+Action Card(const std::function<void(CardSlot::Condition&)>& change)
+{
+    return [=](Unit& unit) { unit.Card().Change(change); };
+}
+
 milliseconds Delay(const WordList& words)
 {
     return milliseconds(Values::Number(words[0], 0, LONGEST_DELAY, "a number of milliseconds"));
@@ -378,6 +385,26 @@ const Kind KINDS[] = {
      [](const WordList&) { return Sounder([](HidBridge& bridge) { RefuseRequests(bridge, EIO); }); }},
     {"sounder well", "", "it does again",
      [](const WordList&) { return Sounder([](HidBridge& bridge) { RefuseRequests(bridge, 0); }); }},
+
+    {"card out", "", "the storage card is pulled out: what is on it cannot be reached (EIO)",
+     [](const WordList&) { return Card([](auto& card) { card.out = true; }); }},
+    {"card in", "", "it is put back, and mounted",
+     [](const WordList&) {
+         return Card([](auto& card) {
+             card.out = false;
+             card.mounted = true;
+         });
+     }},
+    {"card read-only", "", "nothing on it can be changed (EROFS)",
+     [](const WordList&) { return Card([](auto& card) { card.readOnly = true; }); }},
+    {"card slow", "MS", "each call that names a path on it takes so long",
+     [](const WordList& words) { return Card([delay = Delay(words)](auto& card) { card.slow = delay; }); }},
+    {"card busy", "", "it cannot be unmounted (EBUSY)",
+     [](const WordList&) { return Card([](auto& card) { card.busy = true; }); }},
+    {"card well", "", "the end of all that but the pulling out",
+     [](const WordList&) {
+         return Card([](auto& card) { card = {.mounted = card.mounted, .out = card.out}; });
+     }},
 
     {"end", "", "the program is asked to end, by SIGTERM",
      [](const WordList&) -> Action {

@@ -45,6 +45,14 @@ void Journal::Add(const BuzzerBoard& board)
     }
 }
 
+void Journal::Add(const CardSlot& slot)
+{
+    for (const CardSlot::Event& event : slot.History())
+    {
+        entries.push_back({event.at, event.text});
+    }
+}
+
 int Journal::Write(const std::string& path) const
 {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "w"), std::fclose);

@@ -2,6 +2,7 @@
 #define VIRTUAL_UNIT_UNIT_JOURNAL_H
 
 #include "virtual-unit/peripherals/BuzzerBoard.h"
+#include "virtual-unit/peripherals/CardSlot.h"
 #include "virtual-unit/peripherals/EventDriver.h"
 #include "virtual-unit/peripherals/HidBridge.h"
 
@@ -24,6 +25,8 @@ public:
     void Add(EventDriver& driver);                      ///< each pin when it changed, and the first write
     void Add(const std::string& name, SoundChip& chip); ///< each note and pause
     void Add(const BuzzerBoard& board);                 ///< each buzz
+
+    void Add(const CardSlot& slot); ///< what became of the storage card
 
     /// Writes one line for each, "    1.234 s  pin 103 = 1". @return 0 or an errno
     int Write(const std::string& path) const;

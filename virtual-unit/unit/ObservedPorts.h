@@ -32,7 +32,7 @@ public:
 
     const DeviceTable& Devices() const { return devices; }
 
-    void EndService() { devices = {}; } ///< what is under way has arrived then
+    void EndService() { devices.EndService(); } ///< what is under way has arrived then
 
 private:
     template <class Served, class Device>

@@ -106,6 +106,8 @@ public:
 
     Clock::time_point Begin() const { return begin; }
 
+    CardSlot& Card() { return Devices().Card(); } ///< it has a lock of its own
+
     CellularModule& Modem() { return *modem; } ///< it has a lock of its own
 
     Vehicle& Car() { return *vehicle; } ///< it has a lock of its own

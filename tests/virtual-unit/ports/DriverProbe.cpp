@@ -17,6 +17,7 @@
 #include <poll.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <time.h>
@@ -225,6 +226,11 @@ int main(int argc, char** argv)
         {"chip", Chip},
         {"bridge", Bridge},
         {"kinds", Kinds},
+        {"umount",
+         [] {
+             Print("umount", umount2("/mnt/sdcard", 0));
+             return 0;
+         }},
         {"hub", Hub},
         {"stuck", [=] { return Stuck(argv[2]); }},
         {"gone", [=] { return Gone(argv[2]); }},

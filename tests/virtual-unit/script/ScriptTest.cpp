@@ -398,6 +398,62 @@ TEST_F(ScriptTest, ALineThatIsStuckTakesNoOutputUntilItIsWell)
     }
 }
 
+TEST_F(ScriptTest, ACardThatIsPulledOutAnswersNothingUntilItIsPutBack)
+{
+    const Outcome outcome = Shell("echo text > /mnt/sdcard/a; step card out; cat /mnt/sdcard/a; "
+                                  "echo more > /mnt/sdcard/b; test -d /mnt/sdcard && echo mount point; "
+                                  "step card in; cat /mnt/sdcard/a; ls /mnt/sdcard");
+    EXPECT_EQ(outcome.output, "mount point\ntext\na\n");
+    EXPECT_THAT(outcome.errors, HasSubstr("/mnt/sdcard/a: Input/output error"));
+}
+
+TEST_F(ScriptTest, ACardThatIsReadOnlyCanBeReadAndNotChanged)
+{
+    const Outcome outcome = Shell(
+        "cd /; echo text > mnt/sdcard/a; step card read-only; cat mnt/sdcard/a; grep sdcard /proc/mounts; "
+        "for c in 'rm mnt/sdcard/a' 'mkdir mnt/sdcard/d' 'mv mnt/sdcard/a mnt/sdcard/b' 'chmod 600 "
+        "mnt/sdcard/a' "
+        "'truncate -s 0 mnt/sdcard/a' 'touch mnt/sdcard/n' 'cat mnt/sdcard/none'; do $c 2>&1 | sed 's/.*: "
+        "//'; done; "
+        "test -w mnt/sdcard/a || echo no; step card well; rm mnt/sdcard/a && echo done");
+    std::string refused;
+    for (int i = 0; i < 6; ++i)
+    {
+        refused += "Read-only file system\n";
+    }
+    EXPECT_EQ(outcome.output, "text\n/dev/mmcblk3p1 /mnt/sdcard vfat ro,relatime 0 0\n" + refused +
+                                  "No such file or directory\nno\ndone\n")
+        << outcome.errors;
+}
+
+TEST_F(ScriptTest, ACardThatIsSlowTakesItsTimeForEachCall)
+{
+    const Outcome outcome =
+        Shell("step card slow 2500; a=$(date +%s); test -e /mnt/sdcard/a; b=$(date +%s); : > /mnt/sdcard/a; "
+              "c=$(date +%s); step card well; test -s /mnt/sdcard/a; d=$(date +%s); "
+              "echo $(( (b - a) / 2 )) $(( (c - b) / 2 )) $(( d - c ))");
+    EXPECT_EQ(outcome.output, "1 1 0\n") << outcome.errors;
+}
+
+TEST_F(ScriptTest, ACardThatIsBusyStaysMountedAndTheJournalTellsIt)
+{
+    const std::string journal = temporary + "/journal";
+    const Outcome outcome =
+        Shell(DRIVER_PROBE_WORD + " umount; step card busy; " + DRIVER_PROBE_WORD +
+                  " umount; step card well; step card in; step card busy; " + DRIVER_PROBE_WORD +
+                  " umount; grep -c sdcard /proc/mounts; step card well; " + DRIVER_PROBE_WORD +
+                  " umount; grep -c sdcard /proc/mounts",
+              "", {"--journal", journal});
+    EXPECT_EQ(outcome.output, "umount 0\numount EINVAL\numount EBUSY\n1\numount 0\n0\n") << outcome.errors;
+    std::vector<std::string> told = Lines(ReadFile(journal));
+    for (std::string& line : told)
+    {
+        line.erase(0, line.find(" s  ") + 4);
+    }
+    EXPECT_THAT(told, ElementsAre("card unmounted", "card stays mounted", "card unmounted"));
+    EXPECT_THAT(outcome.errors, HasSubstr("/mnt/sdcard stays mounted: it is busy"));
+}
+
 TEST_F(ScriptTest, APinIsRefused)
 {
     const Outcome outcome = Shell("step pin 103 refused; " + DRIVER_PROBE_WORD +

@@ -76,7 +76,8 @@ std::string ViewOfUnit(const fs::path& log, const fs::path& journal)
         {
             pins[line.substr(0, line.find('='))] = line;
         }
-        else
+        else if (!line.starts_with(
+                     "card ")) // the end of each application that powers off, whatever the script
         {
             view += line + "\n";
         }

@@ -3,8 +3,10 @@
 #include "virtual-unit/script/Step.h"
 #include "virtual-unit/unit/Values.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iterator>
+#include <span>
 #include <string_view>
 
 namespace VirtualUnit
@@ -14,91 +16,154 @@ namespace
 {
 
 using Command = CommandLine::Command;
-using Commands = std::initializer_list<Command>;
 
 constexpr std::string_view PROGRAM_FOLLOWS = "--";
 
-struct CommandName
+struct CommandText
 {
-    std::string_view name;
     Command command;
+    std::string_view name;
+    std::string_view usage;   ///< what may follow the name
+    std::string_view meaning; ///< with a line break, where it needs one
+    bool fitsUnit;            ///< takes the options of the unit
 };
 
-constexpr CommandName COMMANDS[] = {{"run", Command::Run},         {"replay", Command::Replay},
-                                    {"do", Command::Do},           {"check", Command::Check},
-                                    {"devices", Command::Devices}, {"help", Command::Help},
-                                    {"--help", Command::Help},     {"-h", Command::Help}};
+constexpr CommandText COMMANDS[] = {
+    {Command::Run, "run", "[OPTION...] -- PROGRAM [ARGUMENT...]",
+     "runs PROGRAM, unmodified, on an emulated unit, and ends with its exit status", true},
+    {Command::Replay, "replay", "DIR [OPTION...] -- PROGRAM [ARGUMENT...]",
+     "runs PROGRAM on the ports that --record has recorded, and tells the first difference in what\nit sends",
+     false},
+    {Command::Do, "do", "[OPTION...] STEP", "has something happen to the unit of a run", false},
+    {Command::Devices, "devices", "[OPTION...]",
+     "lists the device files of the unit, and what stands behind them and how it is: that of the run\n"
+     "with --control PATH, or inside a run",
+     true},
+    {Command::Check, "check", "[OPTION...]",
+     "tells whether this machine can run the virtual unit, and what is missing", true},
+};
 
-/// An option that is not the unit's.
+/// An option that is not the unit's. It has a value or is a flag.
 struct Option
 {
     std::string_view name;
-    std::string CommandLine::*value;
+    std::string_view value; ///< for people
+    std::string_view meaning;
+    std::string CommandLine::*text;
+    bool CommandLine::*flag;
+    std::initializer_list<Command> commands; ///< that take it
 };
 
-constexpr Option OPTIONS[] = {
-    {"--script", &CommandLine::script},   {"--record", &CommandLine::record},
-    {"--log", &CommandLine::log},         {"--journal", &CommandLine::journal},
-    {"--control", &CommandLine::control}, {"--sdcard", &CommandLine::sdcard},
+const Option OPTIONS[] = {
+    {"--fast",
+     "",
+     "time is virtual: it jumps to the next deadline whenever all threads wait",
+     nullptr,
+     &CommandLine::fast,
+     {Command::Run, Command::Replay}},
+    {"--script",
+     "FILE",
+     "what happens to the unit in the course of the run",
+     &CommandLine::script,
+     nullptr,
+     {Command::Run, Command::Devices, Command::Check}},
+    {"--record",
+     "DIR",
+     "the traffic of each port goes to a file in DIR, which is new or empty",
+     &CommandLine::record,
+     nullptr,
+     {Command::Run, Command::Replay}},
+    {"--mask",
+     "",
+     "without the numbers of the module and the SIM: IMEI, IMSI, ICCID",
+     nullptr,
+     &CommandLine::mask,
+     {Command::Run}},
+    {"--log",
+     "FILE",
+     "what happened to the unit, and what the program was refused",
+     &CommandLine::log,
+     nullptr,
+     {Command::Run, Command::Replay}},
+    {"--journal",
+     "FILE",
+     "what pins, sound chips and buzzer did, at the end of the run",
+     &CommandLine::journal,
+     nullptr,
+     {Command::Run}},
+    {"--sdcard",
+     "DIR",
+     "keeps the content of the storage card; without it the card is empty at first",
+     &CommandLine::sdcard,
+     nullptr,
+     {Command::Run, Command::Replay, Command::Devices}},
+    {"--control",
+     "PATH",
+     "the socket through which virtual-unit do reaches the run",
+     &CommandLine::control,
+     nullptr,
+     {Command::Run, Command::Do, Command::Devices}},
 };
 
-/// An option without a value.
-struct Flag
+bool Takes(const Option& option, Command command)
 {
-    std::string_view name;
-    bool CommandLine::*value;
-};
-
-constexpr Flag FLAGS[] = {{"--fast", &CommandLine::fast}, {"--mask", &CommandLine::mask}};
-
-using Position = std::vector<std::string>::const_iterator;
-
-void TakeOption(CommandLine& line, Position& argument, Position end)
-{
-    const std::string& name = *argument;
-    if (const auto* const flag = std::ranges::find(FLAGS, name, &Flag::name); flag != std::end(FLAGS))
-    {
-        line.*flag->value = true;
-        return;
-    }
-    const auto* const option = std::ranges::find(OPTIONS, name, &Option::name);
-    const bool ofUnit = name.starts_with("--") && UnitOptions::Has(name.substr(2));
-    if (option == std::end(OPTIONS) && !ofUnit)
-    {
-        throw CommandLine::Wrong("\"" + name + "\" is not an option" +
-                                 (line.command == Command::Run ? "; the program stands behind \"--\"" : ""));
-    }
-    if (std::next(argument) == end || *std::next(argument) == PROGRAM_FOLLOWS)
-    {
-        throw CommandLine::Wrong(name + ": the value is missing");
-    }
-    const std::string& value = *++argument;
-    if (ofUnit)
-    {
-        line.unit.emplace_back(name.substr(2), value);
-        return;
-    }
-    if (value.empty())
-    {
-        throw CommandLine::Wrong(name + ": \"\" is no path");
-    }
-    line.*option->value = value;
+    return std::ranges::find(option.commands, command) != option.commands.end();
 }
 
-/// The words of a command up to the program.
+const CommandText& TextOf(Command command)
+{
+    return *std::ranges::find(COMMANDS, command, &CommandText::command);
+}
+
+Command CommandNamed(const std::string& name)
+{
+    const auto* const found = std::ranges::find(COMMANDS, name, &CommandText::name);
+    if (found == std::end(COMMANDS))
+    {
+        throw CommandLine::Wrong("\"" + name +
+                                 (name.starts_with('-') ? "\" is not an option" : "\" is not a command"));
+    }
+    return found->command;
+}
+
+bool IsOption(const std::string& name)
+{
+    return std::ranges::find(OPTIONS, name, &Option::name) != std::end(OPTIONS) ||
+           (name.starts_with("--") && UnitOptions::Has(name.substr(2)));
+}
+
+/// What is neither an option of the command nor a value.
 void TakeWord(CommandLine& line, const std::string& word)
 {
-    if (line.command == Command::Do)
+    // The name ends where a value begins; a value itself may hold anything.
+    const std::string option = word.substr(0, word.find('='));
+    if (line.command == Command::Replay && IsOption(option))
+    {
+        throw CommandLine::Wrong(
+            "replay: the unit is that of the recording; --sdcard, --log, --record and --fast are all "
+            "that can be told");
+    }
+    if (word.starts_with("--") && IsOption(option))
+    {
+        throw CommandLine::Wrong("\"" + option + "\" is not an option of " +
+                                 std::string(TextOf(line.command).name));
+    }
+    if (line.command == Command::Do && !word.starts_with("--"))
     {
         line.step += (line.step.empty() ? "" : " ") + word;
     }
-    else if (line.recording.empty())
+    else if (line.command == Command::Replay && !word.starts_with('-'))
     {
+        if (!line.recording.empty())
+        {
+            throw CommandLine::Wrong("replay: \"" + word + "\" is too much");
+        }
         line.recording = word;
     }
     else
     {
-        throw CommandLine::Wrong("replay: \"" + word + "\" is too much");
+        throw CommandLine::Wrong("\"" + option + "\" is not an option" +
+                                 (line.command == Command::Run ? "; the program stands behind \"--\"" : ""));
     }
 }
 
@@ -122,82 +187,203 @@ void RefuseIncomplete(const CommandLine& line)
     {
         throw CommandLine::Wrong("--mask: there is no --record");
     }
-    if (line.command == Command::Replay &&
-        (line.mask || !line.unit.empty() || !(line.script + line.journal + line.control).empty()))
+}
+
+/// Takes the options of a command. Everything else is left to TakeWord().
+void TakeOptions(CommandLine& line, std::span<const std::string> arguments)
+{
+    using CLI::MultiOptionPolicy::TakeLast;
+    CLI::App parser;
+    parser.set_help_flag();
+    parser.allow_extras();
+    const CLI::Option* const help = parser.add_flag("--help,-h")->multi_option_policy(TakeLast);
+    std::vector<std::pair<const Option*, const CLI::Option*>> options;
+    for (const Option& option : OPTIONS)
     {
-        throw CommandLine::Wrong(
-            "replay: the unit is that of the recording; --sdcard, --log, --record and --fast are all "
-            "that can be told");
+        if (Takes(option, line.command))
+        {
+            const std::string name(option.name);
+            CLI::Option* const added =
+                option.flag != nullptr ? parser.add_flag(name) : parser.add_option(name);
+            options.emplace_back(&option, added->multi_option_policy(TakeLast));
+        }
+    }
+    std::vector<std::pair<std::string, const CLI::Option*>> ofUnit;
+    if (TextOf(line.command).fitsUnit)
+    {
+        for (const UnitOptions::Option& option : UnitOptions::List())
+        {
+            const std::string name(option.name);
+            ofUnit.emplace_back(name, parser.add_option("--" + name)->multi_option_policy(TakeLast));
+        }
+    }
+
+    for (const std::string& argument : arguments)
+    {
+        const std::string name = argument.substr(0, argument.find('='));
+        if (name.size() + 1 == argument.size() && IsOption(name))
+        {
+            throw CommandLine::Wrong(name + ": the value is missing");
+        }
+    }
+    std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
+    try
+    {
+        parser.parse(reversed);
+    }
+    catch (const CLI::ArgumentMismatch& mismatch)
+    {
+        const std::string text = mismatch.what(); // "--gps: ..."
+        throw CommandLine::Wrong(text.substr(0, text.find(':')) + ": the value is missing");
+    }
+    catch (const CLI::ParseError& failure)
+    {
+        throw CommandLine::Wrong(failure.what());
+    }
+
+    if (help->count() > 0)
+    {
+        line.helpOn = TextOf(line.command).name;
+        line.command = Command::Help;
+        return;
+    }
+    for (const auto& [option, parsed] : options)
+    {
+        if (parsed->count() == 0)
+        {
+            continue;
+        }
+        if (option->flag != nullptr)
+        {
+            if (parsed->results().back() != "true")
+            {
+                throw CommandLine::Wrong(std::string(option->name) + " takes no value");
+            }
+            line.*option->flag = true;
+            continue;
+        }
+        line.*option->text = parsed->results().back();
+        if ((line.*option->text).empty())
+        {
+            throw CommandLine::Wrong(std::string(option->name) + ": \"\" is no path");
+        }
+    }
+    for (const auto& [name, parsed] : ofUnit)
+    {
+        if (parsed->count() > 0)
+        {
+            line.unit.emplace_back(name, parsed->results().back());
+        }
+    }
+    for (const std::string& word : parser.remaining())
+    {
+        TakeWord(line, word);
     }
 }
 
-constexpr const char* USAGE =
-    "usage: virtual-unit run [OPTION...] -- PROGRAM [ARGUMENT...]\n"
-    "       virtual-unit replay DIR [--sdcard DIR] [--log FILE] [--record DIR] [--fast] -- PROGRAM "
-    "[ARGUMENT...]\n"
-    "       virtual-unit do [--control PATH] STEP\n"
-    "       virtual-unit devices [OPTION...]\n"
-    "       virtual-unit check\n"
-    "       virtual-unit --help\n"
-    "\n"
-    "run      runs PROGRAM, unmodified, on an emulated unit, and ends with its exit status\n"
-    "replay   runs PROGRAM on the ports that --record has recorded, and tells the first difference in what\n"
-    "         it sends\n"
-    "do       has something happen to the unit of a run\n"
-    "devices  lists the device files of the unit, and what stands behind them and how it is: that of the "
-    "run\n"
-    "         with --control PATH, or inside a run\n"
-    "check    tells whether this machine can run the virtual unit, and what is missing\n"
-    "\n"
-    "  --fast                   time is virtual: it jumps to the next deadline whenever all threads wait\n"
-    "  --script FILE            what happens to the unit in the course of the run\n"
-    "  --record DIR             the traffic of each port goes to a file in DIR, which is new or empty\n"
-    "  --mask                   without the numbers of the module and the SIM: IMEI, IMSI, ICCID\n"
-    "  --log FILE               what happened to the unit, and what the program was refused\n"
-    "  --journal FILE           what pins, sound chips and buzzer did, at the end of the run\n"
-    "  --sdcard DIR             keeps the content of the storage card; without it the card is empty at "
-    "first\n"
-    "  --control PATH           the socket through which virtual-unit do reaches the run\n"
-    "\n"
-    "How the unit is fitted, and what it finds:\n"
-    "\n"
-    "  --gps l26|skm53          the GPS receiver that is fitted (l26)\n"
-    "  --gps-fix-after SECONDS  it has no fix for so long after the port is first opened (0)\n"
-    "  --nmea FILE              it plays a recording, one second a second, again and again\n"
-    "  --nmea-times recorded|present\n"
-    "                           its times, moved to the present or not (recorded)\n"
-    "  --date MOMENT            UTC when receiver and module are switched on: 2026-03-01T08:15:00Z (the "
-    "track's, or\n"
-    "                           the present time)\n"
-    "  --track FILE             the drive, as GPX or CSV: the receiver sends it, the accelerometer feels it\n"
-    "  --motion FILE            what the accelerometer feels, as CSV: time, x, y, z in g\n"
-    "  --seed N                 of the noise of engine and road that belongs to --track (1)\n"
-    "  --key ID|none            the key at the driver-ID reader, 12 hexadecimal digits (none)\n"
-    "  --key-after SECONDS      it is presented so long after the reader's port is first opened (0)\n"
-    "  --modem present|absent|no-sim\n"
-    "                           the cellular module: with a SIM, not on the USB bus, without a SIM "
-    "(present)\n"
-    "  --modem-signal RSSI      it receives so well, 0 to 31; 99: not known (20)\n"
-    "  --modem-registration none|searching|home|roaming|denied|unknown\n"
-    "                           it is registered so (home)\n"
-    "  --i2c-adapter N          the adapter with the accelerometer: /dev/i2c-N (1)\n"
-    "  --crash-after SECONDS    the unit is in a crash so long after the run begins (never)\n"
-    "  --ignition-after SECONDS the ignition is switched on so long after the event driver is first used "
-    "(never)\n"
+constexpr std::size_t MEANING_COLUMN = 27;
+
+/// A line of a list: the left column, and what it means.
+std::string Row(std::string left, std::string_view meaning)
+{
+    left.insert(0, "  ");
+    if (left.size() + 1 > MEANING_COLUMN)
+    {
+        left += "\n" + std::string(MEANING_COLUMN, ' ');
+    }
+    left.resize(std::max(left.size(), MEANING_COLUMN), ' ');
+    return left.append(meaning) + "\n";
+}
+
+std::string UsageLine(const CommandText& command)
+{
+    return "virtual-unit " + std::string(command.name) + " " + std::string(command.usage) + "\n";
+}
+
+std::string Meaning(const CommandText& command)
+{
+    constexpr std::size_t COLUMN = 9;
+    std::string text(command.name);
+    text.resize(COLUMN, ' ');
+    for (const char c : command.meaning)
+    {
+        text += c == '\n' ? "\n" + std::string(COLUMN, ' ') : std::string(1, c);
+    }
+    return text + "\n";
+}
+
+std::string ListOption(const Option& option)
+{
+    const std::string blank = option.value.empty() ? "" : " ";
+    return Row(std::string(option.name) + blank + std::string(option.value), option.meaning);
+}
+
+std::string ListUnitOptions()
+{
+    std::string text = "\nHow the unit is fitted, and what it finds:\n\n";
+    for (const UnitOptions::Option& option : UnitOptions::List())
+    {
+        text += Row("--" + std::string(option.name) + " " + std::string(option.value), option.meaning);
+    }
+    return text;
+}
+
+constexpr const char* VALUES = "\nA value may stand behind a blank or \"=\"; SECONDS may have a fraction.\n";
+
+constexpr const char* EXIT_STATUS =
     "\n"
     "Exit status: that of PROGRAM, 128+N when signal N ended it; 2 for a wrong command line or script, 3 "
     "when\n"
     "this machine cannot run the virtual unit, 4 when a replay differs and PROGRAM ended with 0, 126 or 127\n"
-    "when PROGRAM cannot be executed or found.\n"
-    "\n"
-    "Steps, of do and of a script's lines \"SECONDS STEP\" and \"+SECONDS STEP\":\n"
-    "\n";
+    "when PROGRAM cannot be executed or found.\n";
+
+std::string Steps()
+{
+    return "\nSteps, of do and of a script's lines \"SECONDS STEP\" and \"+SECONDS STEP\":\n\n" +
+           Step::List();
+}
+
+std::string HelpOn(const CommandText& command)
+{
+    std::string text = "usage: " + UsageLine(command) + "\n" + Meaning(command) + "\n";
+    for (const Option& option : OPTIONS)
+    {
+        text += Takes(option, command.command) ? ListOption(option) : "";
+    }
+    text += Row("--help", "this text");
+    text += command.fitsUnit ? ListUnitOptions() : "";
+    text += VALUES;
+    text += command.command == Command::Run || command.command == Command::Replay ? EXIT_STATUS : "";
+    return text + (command.command == Command::Do ? Steps() : "");
+}
+
+std::string HelpOnAll()
+{
+    std::string text;
+    for (const CommandText& command : COMMANDS)
+    {
+        text += (text.empty() ? "usage: " : "       ") + UsageLine(command);
+    }
+    text += "       virtual-unit help [COMMAND]\n"
+            "       virtual-unit --help | --version\n"
+            "\n";
+    for (const CommandText& command : COMMANDS)
+    {
+        text += Meaning(command);
+    }
+    text += "help     tells which options a command takes, as COMMAND --help does\n\n";
+    for (const Option& option : OPTIONS)
+    {
+        text += ListOption(option);
+    }
+    return text + ListUnitOptions() + VALUES + EXIT_STATUS + Steps();
+}
 
 }
 
-std::string CommandLine::Usage()
+std::string CommandLine::Usage(const std::string& command)
 {
-    return USAGE + Step::List();
+    return command.empty() ? HelpOnAll() : HelpOn(TextOf(CommandNamed(command)));
 }
 
 CommandLine CommandLine::Parse(const std::vector<std::string>& arguments)
@@ -207,29 +393,25 @@ CommandLine CommandLine::Parse(const std::vector<std::string>& arguments)
     {
         throw Wrong("no command");
     }
-    const auto* const named = std::ranges::find(COMMANDS, arguments.front(), &CommandName::name);
-    if (named == std::end(COMMANDS))
+    const std::string& first = arguments.front();
+    if (first == "help" || first == "--help" || first == "-h")
     {
-        throw Wrong("\"" + arguments.front() + "\" is not a command");
+        line.helpOn = arguments.size() > 1 ? arguments[1] : "";
+        return line;
     }
-    line.command = named->command;
+    if (first == "--version")
+    {
+        line.command = Command::Version;
+        return line;
+    }
+    line.command = CommandNamed(first);
 
-    Position argument = arguments.begin() + 1;
-    for (; argument != arguments.end() && *argument != PROGRAM_FOLLOWS; ++argument)
+    const auto options = arguments.begin() + 1;
+    const auto end = std::find(options, arguments.end(), PROGRAM_FOLLOWS);
+    TakeOptions(line, {options, end});
+    if (end != arguments.end())
     {
-        const bool takesWords = line.command == Command::Do || line.command == Command::Replay;
-        if (takesWords && !argument->starts_with("--"))
-        {
-            TakeWord(line, *argument);
-        }
-        else
-        {
-            TakeOption(line, argument, arguments.end());
-        }
-    }
-    if (argument != arguments.end())
-    {
-        line.program.assign(argument + 1, arguments.end());
+        line.program.assign(end + 1, arguments.end());
     }
     RefuseIncomplete(line);
     return line;

@@ -21,7 +21,8 @@ struct CommandLine
         Do,
         Check,
         Devices,
-        Help
+        Help,
+        Version
     };
 
     /// A command line that cannot be understood; what() says why, in one line.
@@ -31,7 +32,7 @@ struct CommandLine
         using std::runtime_error::runtime_error;
     };
 
-    static std::string Usage();
+    static std::string Usage(const std::string& command); ///< empty: of all commands @throws Wrong
 
     /// @param arguments without the program's own name @throws Wrong
     static CommandLine Parse(const std::vector<std::string>& arguments);
@@ -51,6 +52,7 @@ struct CommandLine
     std::string sdcard;               ///< directory with the storage card's content; empty: a private one
     std::string recording;            ///< for Command::Replay: directory
     std::string step;                 ///< for Command::Do
+    std::string helpOn;               ///< for Command::Help: a command; empty: all
     std::vector<std::string> program; ///< and its arguments; not empty for Command::Run and Replay
 };
 

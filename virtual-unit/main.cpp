@@ -347,7 +347,10 @@ int Do(const CommandLine& line)
     switch (line.command)
     {
     case CommandLine::Command::Help:
-        std::fputs(CommandLine::Usage().c_str(), stdout);
+        std::fputs(CommandLine::Usage(line.helpOn).c_str(), stdout);
+        return 0;
+    case CommandLine::Command::Version:
+        std::puts("virtual-unit " PROJECT_VERSION);
         return 0;
     case CommandLine::Command::Devices:
         return ListDevices(line);

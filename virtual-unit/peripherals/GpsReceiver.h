@@ -50,8 +50,8 @@ public:
         /// UTC when it is switched on, or at `clockStart`: 2026-03-01 08:15:00 unless changed.
         std::chrono::sys_seconds start{std::chrono::seconds(1'772'352'900)};
 
-        std::chrono::seconds fixAfter{0}; ///< how long it has no fix after it is switched on or restarted
-        bool glonassAtStart = true;       ///< L26 only
+        std::chrono::milliseconds fixAfter{0}; ///< no fix for so long after it is switched on or restarted
+        bool glonassAtStart = true;            ///< L26 only
         /// When its clock began, whose seconds are those of its sentences; none: when it is switched on.
         std::optional<TimePoint> clockStart;
 

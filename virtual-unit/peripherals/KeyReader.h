@@ -54,9 +54,9 @@ public:
 
     struct Options
     {
-        std::string key;                  ///< presented, as by Present(); empty: none
-        std::chrono::seconds keyAfter{0}; ///< so long after the reader is switched on
-        Transmitter::Options line;        ///< how replies reach the application: pieces, speed
+        std::string key;                       ///< presented, as by Present(); empty: none
+        std::chrono::milliseconds keyAfter{0}; ///< so long after the reader is switched on
+        Transmitter::Options line;             ///< how replies reach the application: pieces, speed
     };
 
     /// A frame that is sent in place of a reply. Its first byte of payload is the reader's status: bit 0

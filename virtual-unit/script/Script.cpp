@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
-#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <system_error>
@@ -44,21 +43,6 @@ std::string TakeWord(std::string& text)
     std::string word = text.substr(0, end);
     text = Trimmed(text.substr(end));
     return word;
-}
-
-std::chrono::milliseconds Time(const std::string& word)
-{
-    constexpr double LONGEST = 24 * 60 * 60;
-    constexpr double MILLISECONDS = 1000;
-    double seconds = 0;
-    const auto [end, error] =
-        std::from_chars(word.data(), word.data() + word.size(), seconds, std::chars_format::fixed);
-    if (error != std::errc() || end != word.data() + word.size() || !(seconds >= 0 && seconds <= LONGEST))
-    {
-        Values::Refuse(word,
-                       "not a number of seconds from 0 to " + std::to_string(static_cast<int>(LONGEST)));
-    }
-    return std::chrono::milliseconds(std::llround(seconds * MILLISECONDS));
 }
 
 /// The text with its escapes replaced.
@@ -130,14 +114,14 @@ Script::Sign ParseSign(std::string text, const UnitOptions& options)
 void TakeOption(std::string text, const std::filesystem::path& directory, UnitOptions& options)
 {
     const std::string name = TakeWord(text);
-    if (text.empty())
-    {
-        throw Values::Wrong(name + ": the value is missing");
-    }
     // Where the script names a file, it means one beside itself.
     const std::string value = UnitOptions::NamesFile(name) ? (directory / text).string() : text;
     try
     {
+        if (text.empty() && (name.empty() || UnitOptions::Has(name)))
+        {
+            throw Values::Wrong("the value is missing");
+        }
         options.Take(name, value);
     }
     catch (const Values::Wrong& wrong)
@@ -156,7 +140,7 @@ Script::Cue ParseCue(std::string text, const UnitOptions& options)
         return cue;
     }
     cue.fromLineBefore = first.starts_with('+');
-    cue.time = Time(cue.fromLineBefore ? first.substr(1) : first);
+    cue.time = Values::Seconds(cue.fromLineBefore ? first.substr(1) : first);
     cue.step = Step::Parse(text);
     return cue;
 }

@@ -313,7 +313,7 @@ std::string Unit::ReaderState()
         state += key.empty() ? ", no key" : ", key " + key;
         if (toCome && options.keyReader.keyAfter.count() > 0)
         {
-            state += " after " + std::to_string(options.keyReader.keyAfter.count()) + " s";
+            state += " after " + Values::SecondsText(options.keyReader.keyAfter) + " s";
         }
         state += device.faults.silent ? ", silent" : "";
     });

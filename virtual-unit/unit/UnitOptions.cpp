@@ -14,12 +14,7 @@ namespace
 {
 
 using Values::Refuse;
-
-std::chrono::seconds Seconds(const std::string& value)
-{
-    constexpr unsigned int LONGEST = 24 * 60 * 60;
-    return std::chrono::seconds(Values::Number(value, 0, LONGEST, "a number of seconds"));
-}
+using Values::Seconds;
 
 GpsReceiver::Model Model(const std::string& value)
 {
@@ -49,42 +44,45 @@ void FitModem(UnitOptions& unit, const std::string& value)
     unit.modem.sim = value != "no-sim";
 }
 
-struct Option
-{
-    std::string_view name;
-    void (*take)(UnitOptions& unit, const std::string& value);
-};
-
-constexpr Option OPTIONS[] = {
-    {"gps", [](UnitOptions& unit, const std::string& value) { unit.gps.model = Model(value); }},
-    {"gps-fix-after",
+constexpr UnitOptions::Option OPTIONS[] = {
+    {"gps", "l26|skm53", "the GPS receiver that is fitted (l26)",
+     [](UnitOptions& unit, const std::string& value) { unit.gps.model = Model(value); }},
+    {"gps-fix-after", "SECONDS", "it has no fix for so long after the port is first opened (0)",
      [](UnitOptions& unit, const std::string& value) { unit.gps.fixAfter = Seconds(value); }},
-    {"nmea", [](UnitOptions& unit, const std::string& value) { unit.nmeaFile = value; }},
-    {"nmea-times",
+    {"nmea", "FILE", "it plays a recording, one second a second, again and again",
+     [](UnitOptions& unit, const std::string& value) { unit.nmeaFile = value; }},
+    {"nmea-times", "recorded|present", "its times, moved to the present or not (recorded)",
      [](UnitOptions& unit, const std::string& value) { unit.gps.recordingInPresent = InPresent(value); }},
-    {"date",
+    {"date", "MOMENT",
+     "UTC when receiver and module are switched on: 2026-03-01T08:15:00Z (the track's, or the present time)",
      [](UnitOptions& unit, const std::string& value) {
          unit.date = std::chrono::floor<std::chrono::seconds>(Values::Moment(value));
      }},
-    {"track", [](UnitOptions& unit, const std::string& value) { unit.trackFile = value; }},
-    {"motion", [](UnitOptions& unit, const std::string& value) { unit.motionFile = value; }},
-    {"seed",
+    {"track", "FILE", "the drive, as GPX or CSV: the receiver sends it, the accelerometer feels it",
+     [](UnitOptions& unit, const std::string& value) { unit.trackFile = value; }},
+    {"motion", "FILE", "what the accelerometer feels, as CSV: time, x, y, z in g",
+     [](UnitOptions& unit, const std::string& value) { unit.motionFile = value; }},
+    {"seed", "N", "of the noise of engine and road that belongs to --track (1)",
      [](UnitOptions& unit, const std::string& value) { unit.seed = Values::Number(value, 0, UINT_MAX); }},
-    {"key", [](UnitOptions& unit, const std::string& value) { unit.keyReader.key = Values::Key(value); }},
-    {"key-after",
+    {"key", "ID|none", "the key at the driver-ID reader, 12 hexadecimal digits (none)",
+     [](UnitOptions& unit, const std::string& value) { unit.keyReader.key = Values::Key(value); }},
+    {"key-after", "SECONDS", "it is presented so long after the reader's port is first opened (0)",
      [](UnitOptions& unit, const std::string& value) { unit.keyReader.keyAfter = Seconds(value); }},
-    {"modem", FitModem},
-    {"modem-signal",
+    {"modem", "present|absent|no-sim",
+     "the cellular module: with a SIM, not on the USB bus, without a SIM (present)", FitModem},
+    {"modem-signal", "RSSI", "it receives so well, 0 to 31; 99: not known (20)",
      [](UnitOptions& unit, const std::string& value) { unit.modem.rssi = Values::Signal(value); }},
-    {"modem-registration",
+    {"modem-registration", "none|searching|home|roaming|denied|unknown", "it is registered so (home)",
      [](UnitOptions& unit, const std::string& value) { unit.modem.RegisterAs(Values::Registration(value)); }},
-    {"i2c-adapter",
+    {"i2c-adapter", "N", "the adapter with the accelerometer: /dev/i2c-N (1)",
      [](UnitOptions& unit, const std::string& value) {
          constexpr unsigned int LAST = 9;
          unit.i2cAdapter = Values::Number(value, 0, LAST, "the number of an adapter");
      }},
-    {"crash-after", [](UnitOptions& unit, const std::string& value) { unit.crashAfter = Seconds(value); }},
-    {"ignition-after",
+    {"crash-after", "SECONDS", "the unit is in a crash so long after the run begins (never)",
+     [](UnitOptions& unit, const std::string& value) { unit.crashAfter = Seconds(value); }},
+    {"ignition-after", "SECONDS",
+     "the ignition is switched on so long after the event driver is first used (never)",
      [](UnitOptions& unit, const std::string& value) { unit.ignitionAfter = Seconds(value); }},
 };
 
@@ -93,6 +91,11 @@ constexpr Option OPTIONS[] = {
 bool UnitOptions::NamesFile(const std::string& name)
 {
     return name == "nmea" || name == "track" || name == "motion";
+}
+
+std::span<const UnitOptions::Option> UnitOptions::List()
+{
+    return OPTIONS;
 }
 
 bool UnitOptions::Has(const std::string& name)

@@ -7,7 +7,9 @@
 
 #include <chrono>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace VirtualUnit
 {
@@ -16,6 +18,17 @@ namespace VirtualUnit
 /// skm53"), and so does a script ("unit gps skm53").
 struct UnitOptions
 {
+    /// One of them.
+    struct Option
+    {
+        std::string_view name;    ///< without dashes
+        std::string_view value;   ///< for people: "SECONDS"
+        std::string_view meaning; ///< and what it is unless told otherwise, in parentheses
+        void (*take)(UnitOptions& unit, const std::string& value);
+    };
+
+    static std::span<const Option> List(); ///< all there are, in the order in which people read them
+
     static bool Has(const std::string& name); ///< there is an option of that name, which is without dashes
 
     static bool NamesFile(const std::string& name); ///< its value is the path of a file
@@ -32,9 +45,10 @@ struct UnitOptions
     KeyReader::Options keyReader;
     CellularState modem;
     bool modemOnBus = true;
-    unsigned int i2cAdapter = 1;                       ///< the accelerometer's: N of "/dev/i2c-N"
-    std::optional<std::chrono::seconds> crashAfter;    ///< from the begin of the run; none: no crash
-    std::optional<std::chrono::seconds> ignitionAfter; ///< from the first use of the event driver; none: off
+    unsigned int i2cAdapter = 1;                         ///< the accelerometer's: N of "/dev/i2c-N"
+    std::optional<std::chrono::milliseconds> crashAfter; ///< from the begin of the run; none: no crash
+    std::optional<std::chrono::milliseconds>
+        ignitionAfter; ///< from the first use of the event driver; none: off
 };
 
 }

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <iterator>
 #include <optional>
+#include <sstream>
 
 namespace VirtualUnit::Values
 {
@@ -98,6 +99,29 @@ std::chrono::sys_time<std::chrono::milliseconds> Moment(const std::string& value
     }
     const auto zone = (hours(zoneHours) + minutes(zoneMinutes)) * (sign[0] == '-' ? -1 : 1);
     return sys_days(date) + hours(hour) + minutes(minute) + milliseconds(std::lround(second * 1000)) - zone;
+}
+
+std::chrono::milliseconds Seconds(const std::string& value)
+{
+    constexpr double LONGEST = 24 * 60 * 60;
+    constexpr double MILLISECONDS = 1000;
+    double seconds = 0;
+    const auto [end, error] =
+        std::from_chars(value.data(), value.data() + value.size(), seconds, std::chars_format::fixed);
+    if (error != std::errc() || end != value.data() + value.size() || !(seconds >= 0 && seconds <= LONGEST))
+    {
+        Refuse(value, "not a number of seconds from 0 to " + std::to_string(static_cast<int>(LONGEST)));
+    }
+    return std::chrono::milliseconds(std::llround(seconds * MILLISECONDS));
+}
+
+std::string SecondsText(std::chrono::milliseconds time)
+{
+    constexpr int DIGITS = 12; // of a day in milliseconds, and more
+    std::ostringstream text;
+    text.precision(DIGITS);
+    text << std::chrono::duration<double>(time).count();
+    return text.str();
 }
 
 std::string Key(const std::string& value)

@@ -24,6 +24,11 @@ public:
 unsigned int Number(const std::string& value, unsigned int least, unsigned int most,
                     const std::string& what = "a number");
 
+/// Up to a day, with or without a fraction. @throws Wrong
+std::chrono::milliseconds Seconds(const std::string& value);
+
+std::string SecondsText(std::chrono::milliseconds time); ///< the other way round: "7", "2.5"
+
 std::string Key(const std::string& value); ///< empty for "none" @throws Wrong
 
 double Real(const std::string& value, double least, double most,

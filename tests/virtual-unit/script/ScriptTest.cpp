@@ -115,6 +115,7 @@ TEST_F(ScriptTest, ABadScriptIsRefusedWithItsLineBeforeTheProgramStarts)
         {"unit", ": the value is missing"},
         {"unit gps", "gps: the value is missing"},
         {"unit gps l27", "gps: \"l27\" is neither l26 nor skm53"},
+        {"unit foo", "foo: \"foo\" is not an option of the unit"},
         {"unit colour red", "colour: \"colour\" is not an option of the unit"}};
     for (const auto& [line, reason] : cases)
     {

@@ -36,8 +36,8 @@ constexpr CommandText COMMANDS[] = {
      false},
     {Command::Do, "do", "[OPTION...] STEP", "has something happen to the unit of a run", false},
     {Command::Devices, "devices", "[OPTION...]",
-     "lists the device files of the unit, and what stands behind them and how it is: that of the run\n"
-     "with --control PATH, or inside a run",
+     "lists the device files of the unit, and what stands behind them and how it is: of the run that do\n"
+     "would find; with options of the unit, or when nothing runs, of a unit that is fitted so",
      true},
     {Command::Check, "check", "[OPTION...]",
      "tells whether this machine can run the virtual unit, and what is missing", true},
@@ -103,6 +103,7 @@ const Option OPTIONS[] = {
      &CommandLine::control,
      nullptr,
      {Command::Run, Command::Do, Command::Devices}},
+    {"--json", "", "the devices as JSON, for programs", nullptr, &CommandLine::json, {Command::Devices}},
 };
 
 bool Takes(const Option& option, Command command)

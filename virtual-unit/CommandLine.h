@@ -45,6 +45,7 @@ struct CommandLine
     std::string script;                                    ///< file; empty: none
     std::string record;               ///< directory that takes the ports' traffic; empty: none
     bool mask = false;                ///< without identities
+    bool json = false;                ///< for Command::Devices: for programs
     bool fast = false;                ///< time is virtual
     std::string log;                  ///< file that tells what happened to the unit; empty: none
     std::string journal;              ///< file that tells what the outputs did; empty: none

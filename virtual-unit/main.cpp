@@ -11,17 +11,20 @@
 #include "virtual-unit/recording/Recording.h"
 #include "virtual-unit/run/Application.h"
 #include "virtual-unit/run/ControlSocket.h"
+#include "virtual-unit/run/PrivateDirectory.h"
 #include "virtual-unit/run/RunLog.h"
 #include "virtual-unit/run/Supervisor.h"
 #include "virtual-unit/script/Director.h"
 #include "virtual-unit/script/Script.h"
 #include "virtual-unit/script/Step.h"
 #include "virtual-unit/time/VirtualTime.h"
+#include "virtual-unit/unit/DeviceList.h"
 #include "virtual-unit/unit/Journal.h"
 #include "virtual-unit/unit/ReplayedUnit.h"
 #include "virtual-unit/unit/Unit.h"
 #include "virtual-unit/unit/Values.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -39,7 +42,7 @@ namespace
 using namespace VirtualUnit;
 
 constexpr int WRONG_COMMAND_LINE = 2;
-constexpr int CANNOT_RUN = 3;
+constexpr int CANNOT_RUN = Application::CANNOT_RUN;
 constexpr int DIFFERENT = 4;
 
 void Report(const std::string& line)
@@ -63,19 +66,21 @@ struct Plan
     Script script;
 };
 
-std::unique_ptr<RunLog> OpenLog(const std::string& path)
+using OutputFile = RunLog::File;
+
+/// Opens the file of an option before the program starts, so that nobody finds out too late. @return null
+/// without that option
+OutputFile OpenOutput(const std::string& option, const std::string& path)
 {
-    try
+    OutputFile file(path.empty() ? nullptr : std::fopen(path.c_str(), "we"), std::fclose);
+    if (!path.empty() && file == nullptr)
     {
-        return std::make_unique<RunLog>(path);
+        throw CommandLine::Wrong(option + ": " + path + ": " + std::generic_category().message(errno));
     }
-    catch (const std::system_error& failure)
-    {
-        throw CommandLine::Wrong("--log: " + path + ": " + failure.code().message());
-    }
+    return file;
 }
 
-int WriteJournal(Unit& unit, const std::string& path)
+int WriteJournal(Unit& unit, std::FILE* file)
 {
     Journal journal(unit.Begin());
     journal.Add(unit.EndedEvents());
@@ -83,26 +88,16 @@ int WriteJournal(Unit& unit, const std::string& path)
     journal.Add("sound chip 0x62", unit.EndedSounder().second);
     journal.Add(unit.EndedBuzzer());
     journal.Add(unit.Card());
-    return journal.Write(path);
+    return journal.Write(file);
 }
 
-std::string ListPorts(Unit& unit, const std::string& sdcard)
+// What "virtual-unit devices" asks a run for.
+constexpr const char* LIST_DEVICES = "devices";
+constexpr const char* LIST_DEVICES_AS_JSON = "devices --json";
+
+std::string List(const DeviceList& list, bool asJson)
 {
-    const std::string card = sdcard.empty() ? "empty at first, gone after the run" : "kept in " + sdcard;
-    std::vector<std::pair<std::string, std::string>> rows = unit.State();
-    rows.emplace_back(UnitPath::CARD, "storage card, " + card);
-    for (const std::string& pattern : DeviceTable::UnitPaths())
-    {
-        rows.emplace_back(pattern, "refused, but for what is served above");
-    }
-    std::string list;
-    for (auto& [path, state] : rows)
-    {
-        constexpr std::size_t COLUMN = 22;
-        path.resize(std::max(path.size(), COLUMN), ' ');
-        list.append(path).append(" ").append(state).append("\n");
-    }
-    return list;
+    return asJson ? list.Json() : list.Text();
 }
 
 /// The socket of a run. Where the system gives none and nobody has asked for it, the run goes on without.
@@ -131,9 +126,9 @@ struct Control
 /// Answers what comes through the control socket.
 std::string AnswerControl(const std::string& request, Unit& unit, const std::string& sdcard, RunLog& log)
 {
-    if (request == "devices")
+    if (request == LIST_DEVICES || request == LIST_DEVICES_AS_JSON)
     {
-        return ListPorts(unit, sdcard);
+        return List({unit, sdcard}, request == LIST_DEVICES_AS_JSON);
     }
     const Step step = Step::Parse(request);
     log.Note("do: " + step.Words());
@@ -229,35 +224,34 @@ int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLo
 int Run(const CommandLine& line)
 {
     const Plan plan(line);
-    const std::unique_ptr<RunLog> log = OpenLog(line.log);
+    RunLog log(OpenOutput("--log", line.log));
+    const OutputFile journal = OpenOutput("--journal", line.journal);
+    PrivateDirectory::RemoveLeftOver();
     Unit unit(plan.options);
     const Mask mask = line.mask ? Mask(unit.Secrets()) : Mask();
     const std::unique_ptr<Recorder> recorder = Record(line, unit, plan.options, mask);
-    Director director(plan.script, unit, [&log](const std::string& step) { log->Note("script: " + step); });
-    const int status = RunWithScript(line, unit, director, *log, recorder.get());
+    Director director(plan.script, unit, [&log](const std::string& step) { log.Note("script: " + step); });
+    const int status = RunWithScript(line, unit, director, log, recorder.get());
 
-    FinishRecording(recorder.get(), *log);
+    FinishRecording(recorder.get(), log);
     if (const std::optional<int> rest = director.LineNotReached())
     {
-        log->Report(line.script + ":" + std::to_string(*rest) +
-                    ": the program ended before this was reached");
+        log.Report(line.script + ":" + std::to_string(*rest) + ": the program ended before this was reached");
     }
-    if (!line.journal.empty())
+    if (const int error = journal != nullptr ? WriteJournal(unit, journal.get()) : 0; error != 0)
     {
-        if (const int error = WriteJournal(unit, line.journal); error != 0)
-        {
-            log->Report("--journal: " + line.journal +
-                        " cannot be written: " + std::generic_category().message(error));
-        }
+        log.Report("--journal: " + line.journal +
+                   " cannot be written: " + std::generic_category().message(error));
     }
     return status;
 }
 
 int Replay(const CommandLine& line)
 {
-    const std::unique_ptr<RunLog> log = OpenLog(line.log);
+    RunLog log(OpenOutput("--log", line.log));
+    PrivateDirectory::RemoveLeftOver();
     ReplayedUnit unit(line.recording,
-                      [&log](const Difference& first) { log->Report("replay: " + first.Text()); });
+                      [&log](const Difference& first) { log.Report("replay: " + first.Text()); });
     const std::unique_ptr<Recorder> recorder = Record(line, unit, unit.Options(), Mask());
     int status = 0;
     {
@@ -270,40 +264,58 @@ int Replay(const CommandLine& line)
 
         const EndOfService end{unit};
         unit.BeginService();
-        const RunListener listener = {[&log](const std::string& text) { log->Report(text); },
+        const RunListener listener = {[&log](const std::string& text) { log.Report(text); },
                                       [&unit] { unit.Start(); },
                                       [&recorder](int number) { RecordSignal(recorder.get(), number); }};
         status = RunOnVirtualUnit(line.program, unit.Devices(), unit.Module(), line.sdcard, listener);
     }
-    FinishRecording(recorder.get(), *log);
+    FinishRecording(recorder.get(), log);
     const std::size_t differences = unit.Found().Count();
     if (differences == 0)
     {
-        log->Note("replay: no difference");
+        log.Note("replay: no difference");
         return status;
     }
     if (differences > 1)
     {
-        log->Report("replay: " + std::to_string(differences - 1) + " more differences");
+        log.Report("replay: " + std::to_string(differences - 1) + " more differences");
     }
     return status == 0 ? DIFFERENT : status;
 }
 
-int ListDevices(const CommandLine& line)
+/// The list of the run that "do" would find. @return none: nobody has asked for it, or there is no run
+std::optional<std::string> ListOfRun(const CommandLine& line)
 {
-    const char* const inside = std::getenv(ControlSocket::VARIABLE); // NOLINT(concurrency-mt-unsafe)
-    if (!line.control.empty() || (inside != nullptr && line.unit.empty() && line.script.empty()))
+    const bool another = !line.unit.empty() || !line.script.empty() || !line.sdcard.empty();
+    if (another && line.control.empty())
     {
-        std::fputs(ControlSocket::Ask(line.control, "devices").c_str(), stdout);
-        return 0;
+        return std::nullopt;
     }
+    try
+    {
+        return ControlSocket::Ask(line.control, line.json ? LIST_DEVICES_AS_JSON : LIST_DEVICES);
+    }
+    catch (const ControlSocket::NoneRuns&)
+    {
+        return std::nullopt;
+    }
+}
+
+std::string ListOfUnit(const CommandLine& line)
+{
     if (!line.sdcard.empty())
     {
         const StorageCard usable(line.sdcard);
     }
     Unit unit(Plan(line).options);
     unit.BeginService();
-    std::fputs(ListPorts(unit, line.sdcard).c_str(), stdout);
+    return List({unit, line.sdcard}, line.json);
+}
+
+int ListDevices(const CommandLine& line)
+{
+    const std::optional<std::string> ofRun = ListOfRun(line);
+    std::fputs((ofRun ? *ofRun : ListOfUnit(line)).c_str(), stdout);
     return 0;
 }
 
@@ -342,8 +354,22 @@ int Check(const CommandLine& line)
     return works ? 0 : CANNOT_RUN;
 }
 
+/// Before anything is written. Where the environment does not tell, the kernel will.
+void RefuseInsideRun()
+{
+    if (std::getenv(ControlSocket::VARIABLE) != nullptr) // NOLINT(concurrency-mt-unsafe): one thread
+    {
+        throw Application::NotStarted(Application::INSIDE_A_RUN, CANNOT_RUN);
+    }
+}
+
 int Do(const CommandLine& line)
 {
+    using Command = CommandLine::Command;
+    if (line.command == Command::Run || line.command == Command::Replay || line.command == Command::Check)
+    {
+        RefuseInsideRun();
+    }
     switch (line.command)
     {
     case CommandLine::Command::Help:

@@ -79,7 +79,7 @@ TEST_F(ExamplesTest, TheIgnitionLightsALed)
     const Outcome outcome =
         Run("ignition-light", {"--ignition-after", "0", "--journal", journal}, {"--seconds", "2"});
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
-    EXPECT_THAT(ReadFile(journal), HasSubstr("pin 103 = 1\n"));
+    EXPECT_THAT(ReadFile(journal), HasSubstr("pin 103 = 1 (left LED green)\n"));
 }
 
 TEST_F(ExamplesTest, TheMonitorShowsAPanelOnATerminal)

@@ -208,6 +208,10 @@ int SystemCallFilter::Load() const
     {
         return notifications;
     }
+    if (errno == EBUSY) // libseccomp does not tell it
+    {
+        return -EBUSY;
+    }
     const int result = seccomp_load(context);
     return result < 0 ? result : seccomp_notify_fd(context);
 }

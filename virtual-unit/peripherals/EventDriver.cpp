@@ -28,6 +28,14 @@ void EventDriver::HangUp()
     WakeHost();
 }
 
+std::string_view EventDriver::NameOf(unsigned int pin)
+{
+    constexpr std::array<std::string_view, LAST_PIN - FIRST_PIN + 1> NAMES = {
+        "right LED red", "right LED green", "left LED red", "left LED green",
+        "infrared LEDs", "power line",      "USB hub reset"};
+    return pin >= FIRST_PIN && pin <= LAST_PIN ? NAMES[pin - FIRST_PIN] : std::string_view();
+}
+
 std::optional<unsigned int> EventDriver::Pin(unsigned int pin) const
 {
     const auto found = pins.find(pin);

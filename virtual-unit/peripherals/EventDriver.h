@@ -72,6 +72,9 @@ public:
     void Trigger(unsigned char code, std::size_t times = 1); ///< at once
     void HangUp();                                           ///< it cannot be undone
 
+    static std::string_view
+    NameOf(unsigned int pin); ///< what it drives, for people; empty: there is no such pin
+
     std::optional<unsigned int> Pin(unsigned int pin) const; ///< none: never written
 
     /// All writes that were carried out, oldest first; the latest LONGEST_HISTORY of them.

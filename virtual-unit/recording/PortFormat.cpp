@@ -24,6 +24,7 @@ constexpr std::string_view ANSWER = " -> ";
 constexpr std::string_view TURNS = " | ";
 constexpr std::string_view TIMES = " x ";
 constexpr std::string_view UNTIL = " until ";
+constexpr std::string_view COMMENT = "  # ";
 constexpr std::string_view EVENTS[] = {PortEntry::OPENED, PortEntry::UNPLUGGED, PortEntry::PLUGGED_IN};
 
 constexpr std::uint64_t LAST_SIGNAL = 64;
@@ -149,7 +150,8 @@ std::string Requests(const PortEntry& entry)
     {
         text += std::string(TIMES) + std::to_string(entry.count) + std::string(UNTIL) + Time(entry.until, 0);
     }
-    return text;
+    const std::string_view name = RequestText::NameOf(entry.exchanges.front().request);
+    return name.empty() ? text : text.append(COMMENT).append(name);
 }
 
 }
@@ -211,6 +213,10 @@ std::optional<PortEntry> PortFormat::Parse(std::string_view line)
     {
         entry.kind = Kind::Requests;
         TakeRequests(cursor, entry);
+        if (cursor.Take(COMMENT))
+        {
+            return entry;
+        }
     }
     else
     {

@@ -19,12 +19,13 @@ namespace VirtualUnit
  *        0.512345 ! opened
  *        0.612345 > hex AA 55 02 01 01 00
  *        0.613002 < "$PMTK605*31\r\n"
- *        1.200000 ? "pin 103 = 1" -> "0"
+ *        1.200000 ? "pin 103 = 1" -> "0"  # left LED green
  *        1.300000 ? "read 0x1C:0x0C" -> "00" x 37 until 2.041000
- *        2.100000 ? "pin 102 = 1" -> "0" | "pin 102 = 0" -> "0" x 7 until 5.100000
+ *        2.100000 ? "pin 102 = 1" -> "0" | "pin 102 = 0" -> "0" x 7 until 5.100000  # left LED red
  *
  * The first two lines are as they stand here. Other lines that begin with '#', and empty ones, are comments.
- * Each line ends with a line feed.
+ * Each line ends with a line feed. What follows "  # " behind a request is a comment, too: the name of the
+ * pin.
  *
  * A line is the time since the run began, in seconds with six digits behind the point, and what happened:
  *

@@ -411,4 +411,12 @@ std::string RequestText::Channel(const std::string& request)
     return request.starts_with(PIN) ? request.substr(0, request.find(' ', PIN.size())) : "";
 }
 
+std::string_view RequestText::NameOf(const std::string& request)
+{
+    TextCursor cursor(request);
+    const std::optional<std::uint64_t> pin = cursor.Take(PIN) ? cursor.TakeNumber() : std::nullopt;
+    return pin && *pin <= EventDriver::LAST_PIN ? EventDriver::NameOf(static_cast<unsigned int>(*pin))
+                                                : std::string_view();
+}
+
 }

@@ -8,6 +8,7 @@
 #include <linux/i2c.h>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace VirtualUnit
 {
@@ -65,6 +66,8 @@ public:
     /// Requests of different channels have nothing to do with each other.
     /// @return "pin 103"; empty: the channel that the rest of a port is
     static std::string Channel(const std::string& request);
+
+    static std::string_view NameOf(const std::string& request); ///< of the pin; empty: it is about none
 };
 
 }

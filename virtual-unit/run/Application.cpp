@@ -193,6 +193,10 @@ Application::Application(const std::vector<std::string>& command, const SystemCa
     {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
+        if (began && error == EBUSY)
+        {
+            throw NotStarted(INSIDE_A_RUN, CANNOT_RUN);
+        }
         Fail(began ? error : ECHILD, began
                                          ? "the kernel does not take a seccomp filter with user notification"
                                          : "the new process ended before the program began");

@@ -24,7 +24,7 @@ namespace VirtualUnit
 class Application
 {
 public:
-    /// The program cannot be found or executed.
+    /// The program cannot be found or executed, or is on a virtual unit already.
     class NotStarted : public std::runtime_error
     {
     public:
@@ -32,14 +32,18 @@ public:
         {
         }
 
-        int exitStatus; ///< as of a shell: 127 not found, 126 not executable
+        int exitStatus; ///< as of a shell: 127 not found, 126 not executable; 3: on a unit
     };
+
+    static constexpr int CANNOT_RUN = 3; ///< an exit status
+    static constexpr const char* INSIDE_A_RUN =
+        "a run inside a run is not possible: this program is on a virtual unit already";
 
     /**
      * Starts the program under the filter. The calling process has one thread, and ends no sooner than it.
      * @param command the program, searched for in PATH, and its arguments
      * @param signals the signal mask that the program is to have
-     * @throws std::system_error when the kernel does not take the filter
+     * @throws NotStarted inside a run @throws std::system_error when the kernel does not take the filter
      */
     Application(const std::vector<std::string>& command, const SystemCallFilter& filter,
                 const sigset_t& signals);

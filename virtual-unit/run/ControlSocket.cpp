@@ -125,7 +125,7 @@ Descriptor ConnectToTheOnlyRun()
     }
     if (runs.empty())
     {
-        throw ControlSocket::Failure("no virtual unit is running");
+        throw ControlSocket::NoneRuns("no virtual unit is running");
     }
     if (runs.size() > 1)
     {

@@ -34,6 +34,13 @@ public:
         using std::runtime_error::runtime_error;
     };
 
+    /// Nobody runs a virtual unit.
+    class NoneRuns : public Failure
+    {
+    public:
+        using Failure::Failure;
+    };
+
     /// What answers a line. Called on the socket's thread. @throws std::exception, whose text is the answer
     /// then
     using Answer = std::function<std::string(const std::string& line)>;
@@ -50,7 +57,8 @@ public:
     /**
      * Asks the run behind a socket.
      * @param path empty: that of the run in which this process is, or else the only run of this user
-     * @return its answer @throws Failure when there is none, or when it says that the line is wrong
+     * @return its answer @throws NoneRuns @throws Failure when it is not to be had, or says that the line is
+     * wrong
      */
     static std::string Ask(const std::string& path, const std::string& line);
 

@@ -1,6 +1,8 @@
 #ifndef VIRTUAL_UNIT_RUN_PRIVATEDIRECTORY_H
 #define VIRTUAL_UNIT_RUN_PRIVATEDIRECTORY_H
 
+#include "virtual-unit/common/Descriptor.h"
+
 #include <string>
 #include <string_view>
 
@@ -16,6 +18,9 @@ public:
 
     static std::string Parent(); ///< where they are
 
+    /// Removes those of this user whose run was killed, and that none of its processes uses any more.
+    static void RemoveLeftOver();
+
     PrivateDirectory(); ///< @throws std::system_error
     PrivateDirectory(const PrivateDirectory&) = delete;
     PrivateDirectory& operator=(const PrivateDirectory&) = delete;
@@ -25,6 +30,7 @@ public:
 
 private:
     std::string path;
+    Descriptor lock; ///< on the directory: it ends with this process, however that ends
 };
 
 }

@@ -1,22 +1,7 @@
 #include "virtual-unit/run/RunLog.h"
 
-#include <cerrno>
-#include <system_error>
-
 namespace VirtualUnit
 {
-
-RunLog::RunLog(const std::string& path)
-{
-    if (!path.empty())
-    {
-        file.reset(std::fopen(path.c_str(), "we"));
-        if (file == nullptr)
-        {
-            throw std::system_error(errno, std::generic_category(), path);
-        }
-    }
-}
 
 void RunLog::Report(const std::string& line)
 {

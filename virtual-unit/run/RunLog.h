@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 
 namespace VirtualUnit
 {
@@ -15,9 +16,10 @@ namespace VirtualUnit
 class RunLog
 {
 public:
-    /// @param path a file that takes all lines, with their times; emptied first. Empty: none
-    /// @throws std::system_error when it cannot be written
-    explicit RunLog(const std::string& path);
+    using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+    /// @param itsFile takes all lines, with their times; null: none
+    explicit RunLog(File itsFile) : file(std::move(itsFile)) {}
 
     void Report(const std::string& line); ///< for everybody: also to standard error
     void Note(const std::string& line);   ///< for the file only
@@ -25,7 +27,7 @@ public:
 private:
     std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
     std::mutex access; ///< a line in one piece
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file{nullptr, std::fclose};
+    File file;
 };
 
 }

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <map>
-#include <memory>
 #include <utility>
 
 namespace VirtualUnit
@@ -21,8 +20,9 @@ void Journal::Add(EventDriver& driver)
         {
             continue;
         }
-        entries.push_back(
-            {write.at, "pin " + std::to_string(write.pin) + " = " + std::to_string(write.value)});
+        entries.push_back({write.at, "pin " + std::to_string(write.pin) + " = " +
+                                         std::to_string(write.value) + " (" +
+                                         std::string(EventDriver::NameOf(write.pin)) + ")"});
     }
 }
 
@@ -53,21 +53,16 @@ void Journal::Add(const CardSlot& slot)
     }
 }
 
-int Journal::Write(const std::string& path) const
+int Journal::Write(std::FILE* file) const
 {
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "w"), std::fclose);
-    if (file == nullptr)
-    {
-        return errno;
-    }
     std::vector<Entry> sorted = entries;
     std::ranges::stable_sort(sorted, {}, &Entry::at);
     for (const Entry& entry : sorted)
     {
         const std::chrono::duration<double> time = entry.at - begin;
-        std::fprintf(file.get(), "%9.3f s  %s\n", time.count(), entry.text.c_str());
+        std::fprintf(file, "%9.3f s  %s\n", time.count(), entry.text.c_str());
     }
-    return std::fflush(file.get()) == 0 ? 0 : errno;
+    return std::fflush(file) == 0 ? 0 : errno;
 }
 
 }

@@ -7,6 +7,7 @@
 #include "virtual-unit/peripherals/HidBridge.h"
 
 #include <chrono>
+#include <cstdio>
 #include <string>
 #include <vector>
 
@@ -28,8 +29,8 @@ public:
 
     void Add(const CardSlot& slot); ///< what became of the storage card
 
-    /// Writes one line for each, "    1.234 s  pin 103 = 1". @return 0 or an errno
-    int Write(const std::string& path) const;
+    /// Writes one line for each, "    1.234 s  pin 103 = 1 (left LED green)". @return 0 or an errno
+    int Write(std::FILE* file) const;
 
 private:
     struct Entry

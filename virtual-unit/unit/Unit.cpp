@@ -266,16 +266,16 @@ void Unit::TellPresence(const std::string& name, bool there)
         .Happened(std::string(there ? PortEntry::PLUGGED_IN : PortEntry::UNPLUGGED), Clock::now());
 }
 
-std::vector<std::pair<std::string, std::string>> Unit::State()
+std::vector<Unit::Status> Unit::State()
 {
     const std::map<std::string, std::string> states = {
         {"gps", GpsState()},         {"reader", ReaderState()}, {"modem", ModemState()},
         {"modem-2", ModemState()},   {"buzzer", BuzzerState()}, {"i2c", AdapterState()},
         {"sounder", SounderState()}, {"events", EventsState()}};
-    std::vector<std::pair<std::string, std::string>> list;
+    std::vector<Status> list;
     for (const Port& port : Ports(options))
     {
-        list.emplace_back(port.path, states.at(port.name));
+        list.push_back({port.name, port.path, states.at(port.name)});
     }
     return list;
 }

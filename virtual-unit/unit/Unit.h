@@ -92,8 +92,15 @@ public:
     /// for.
     void EndService();
 
-    /// The path of each port and, for people, what stands behind it and how it is. During the service.
-    std::vector<std::pair<std::string, std::string>> State();
+    /// A port and, for people, what stands behind it and how it is.
+    struct Status
+    {
+        std::string name;
+        std::string path;
+        std::string state;
+    };
+
+    std::vector<Status> State(); ///< of each port, during the service
 
     /// The numbers that tell one module and SIM from others: IMEI, IMSI and ICCID.
     std::vector<std::string> Secrets() const;

@@ -63,7 +63,7 @@ protected:
     static std::vector<std::string> ServedDevices()
     {
         std::vector<std::string> paths;
-        for (const std::string& line : Lines(RunUnit({"devices"}).output))
+        for (const std::string& line : Lines(RunUnit({"devices", "--gps", "l26"}).output))
         {
             const std::string path = line.substr(0, line.find(' '));
             if (path.starts_with("/dev/") && path.find('*') == std::string::npos &&

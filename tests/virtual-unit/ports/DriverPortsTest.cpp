@@ -106,19 +106,24 @@ TEST_F(DriverPortsTest, TheJournalTellsWhatPinsAndChipsDid)
 {
     const std::string journal = Kit::TempDir::Path() + "/journal";
     Drive("pins", {"--journal", journal});
-    EXPECT_THAT(FileLines(journal), ElementsAre(EndsWith(" s  pin 103 = 1")));
+    EXPECT_THAT(FileLines(journal), ElementsAre(EndsWith(" s  pin 103 = 1 (left LED green)")));
     Drive("bridge", {"--journal", journal});
     EXPECT_THAT(FileLines(journal), ElementsAre(EndsWith(" s  sound chip 0x5A sounds at 63")));
     Drive("kinds", {"--journal", journal});
     EXPECT_THAT(FileLines(journal), IsEmpty());
 }
 
-TEST_F(DriverPortsTest, AJournalThatCannotBeWrittenIsTold)
+TEST_F(DriverPortsTest, AJournalThatCannotBeWrittenIsToldBeforeTheProgramStarts)
 {
     const Outcome outcome = Drive("kinds", {"--journal", "/nowhere/journal"});
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.errors,
-              "virtual-unit: --journal: /nowhere/journal cannot be written: No such file or directory\n");
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.output, "");
+    EXPECT_EQ(
+        outcome.errors,
+        "virtual-unit: --journal: /nowhere/journal: No such file or directory (see virtual-unit --help)\n");
+    EXPECT_EQ(Drive("kinds", {"--journal", "/dev/full"}).errors, "");
+    EXPECT_EQ(Drive("pins", {"--journal", "/dev/full"}).errors,
+              "virtual-unit: --journal: /dev/full cannot be written: No space left on device\n");
 }
 
 }

@@ -180,7 +180,7 @@ TEST_F(ModemPortsTest, TheModuleIsListedAmongTheDevices)
         arguments.insert(arguments.end(), options.begin(), options.end());
         return RunUnit(arguments).output;
     };
-    EXPECT_THAT(list({}),
+    EXPECT_THAT(list({"--modem", "present"}),
                 AllOf(HasSubstr(MAIN_PORT + " cellular module UC15, registration home, signal 20\n"),
                       HasSubstr(ALTERNATE_PORT + " cellular module UC15, registration home, signal 20\n")));
     EXPECT_THAT(list({"--modem-signal", "99", "--modem-registration", "none"}),

@@ -47,11 +47,12 @@ std::vector<std::pair<PortEntry, std::string>> Lines()
         {Bytes(Kind::Sent, 612345us, "\xAA\x55\x02"), "   0.612345 > hex AA 55 02"},
         {Bytes(Kind::Received, 12345s, "$PMTK605*31\r\n"), R"(12345.000000 < "$PMTK605*31\r\n")"},
         {Bytes(Kind::Sent, 0s, ""), R"(   0.000000 > "")"},
-        {Requests(1200ms, {{"pin 103 = 1", "0"}}, 1, 1200ms), R"(   1.200000 ? "pin 103 = 1" -> "0")"},
+        {Requests(1200ms, {{"pin 103 = 1", "0"}}, 1, 1200ms),
+         R"(   1.200000 ? "pin 103 = 1" -> "0"  # left LED green)"},
         {Requests(1300ms, {{"read 0x1C:0x0C", "00"}}, 37, 2041ms),
          R"(   1.300000 ? "read 0x1C:0x0C" -> "00" x 37 until 2.041000)"},
         {Requests(2100ms, {{"pin 102 = 1", "0"}, {"pin 102 = 0", "ENXIO"}}, 7, 5100ms),
-         R"(   2.100000 ? "pin 102 = 1" -> "0" | "pin 102 = 0" -> "ENXIO" x 7 until 5.100000)"},
+         R"(   2.100000 ? "pin 102 = 1" -> "0" | "pin 102 = 0" -> "ENXIO" x 7 until 5.100000  # left LED red)"},
         {Requests(1s,
                   {{"read 0x1C:0x0C", "00"},
                    {"read 0x1C:0x00", "16"},
@@ -78,6 +79,14 @@ TEST(PortFormatTest, LinesAreReadBack)
     {
         EXPECT_EQ(PortFormat::Parse(line), entry) << line;
     }
+}
+
+TEST(PortFormatTest, ThePinsNameMayBeMissing)
+{
+    const std::string line = R"(   1.200000 ? "pin 103 = 1" -> "0")";
+    const PortEntry entry = Requests(1200ms, {{"pin 103 = 1", "0"}}, 1, 1200ms);
+    EXPECT_EQ(PortFormat::Parse(line), entry) << "as in recordings of before";
+    EXPECT_EQ(PortFormat::Parse(line + "  # anything"), entry);
 }
 
 TEST(PortFormatTest, CommentsAreNoEntries)

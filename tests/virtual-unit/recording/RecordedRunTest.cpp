@@ -67,7 +67,7 @@ TEST_F(RecordedRunTest, EachPortHasAFileThatTellsWhatWentOverIt)
     EXPECT_THAT(Text(MODEM_FILE), AllOf(StartsWith("# virtual-unit recording 1\n# port " + MODEM + "\n"),
                                         HasSubstr(" ! opened\n"), HasSubstr(" > \"AT+CGSN\\r\\n\"\n"),
                                         HasSubstr("\\r\\n" + IDENTITY + "\\r\\n")));
-    EXPECT_THAT(Text("/tav_event.port"), HasSubstr(" ? \"pin 103 = 1\" -> \"0\"\n"));
+    EXPECT_THAT(Text("/tav_event.port"), HasSubstr(" ? \"pin 103 = 1\" -> \"0\"  # left LED green\n"));
     for (const char* const file : {"/ttymxc0.port", "/ttymxc2.port", "/i2c-1.port", "/hidraw0.port",
                                    "/program.port", "/usb-1a86_USB2.0-Serial-if00-port0.port"})
     {

@@ -117,12 +117,12 @@ TEST_F(RecorderTest, PinsAreRepeatedEachOnItsOwn)
     }
     observer.Answered("pin 104 = 1", "0", begin);
     recorder.Finish();
-    EXPECT_THAT(
-        Content(),
-        EndsWith("   0.050000 < hex 01\n"
-                 "   0.000000 ? \"pin 102 = 1\" -> \"0\" | \"pin 102 = 0\" -> \"0\" x 6 until 0.050000\n"
-                 "   0.000000 ? \"pin 104 = 1\" -> \"0\"\n"
-                 "   0.001000 ? \"pin 103 = 1\" -> \"0\" | \"pin 103 = 0\" -> \"0\" x 6 until 0.051000\n"));
+    EXPECT_THAT(Content(), EndsWith("   0.050000 < hex 01\n"
+                                    "   0.000000 ? \"pin 102 = 1\" -> \"0\" | \"pin 102 = 0\" -> \"0\" x 6 "
+                                    "until 0.050000  # left LED red\n"
+                                    "   0.000000 ? \"pin 104 = 1\" -> \"0\"  # infrared LEDs\n"
+                                    "   0.001000 ? \"pin 103 = 1\" -> \"0\" | \"pin 103 = 0\" -> \"0\" x 6 "
+                                    "until 0.051000  # left LED green\n"));
 }
 
 TEST_F(RecorderTest, TimesDoNotGoBack)

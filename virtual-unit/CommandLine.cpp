@@ -67,6 +67,18 @@ const Option OPTIONS[] = {
      &CommandLine::script,
      nullptr,
      {Command::Run, Command::Devices, Command::Check}},
+    {"--strict",
+     "",
+     "a line of the script that is not reached is a failure",
+     nullptr,
+     &CommandLine::strict,
+     {Command::Run}},
+    {"--junit",
+     "FILE",
+     "what became of the program and of what the script expects, as JUnit XML",
+     &CommandLine::junit,
+     nullptr,
+     {Command::Run}},
     {"--record",
      "DIR",
      "the traffic of each port goes to a file in DIR, which is new or empty",
@@ -335,8 +347,9 @@ constexpr const char* EXIT_STATUS =
     "\n"
     "Exit status: that of PROGRAM, 128+N when signal N ended it; 2 for a wrong command line or script, 3 "
     "when\n"
-    "this machine cannot run the virtual unit, 4 when a replay differs and PROGRAM ended with 0, 126 or 127\n"
-    "when PROGRAM cannot be executed or found.\n";
+    "this machine cannot run the virtual unit, 126 or 127 when PROGRAM cannot be executed or found. When "
+    "PROGRAM\n"
+    "ended with 0: 4 when a replay differs, 5 when the script expects what did not come.\n";
 
 std::string Steps()
 {

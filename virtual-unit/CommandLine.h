@@ -49,6 +49,8 @@ struct CommandLine
     bool fast = false;                ///< time is virtual
     std::string log;                  ///< file that tells what happened to the unit; empty: none
     std::string journal;              ///< file that tells what the outputs did; empty: none
+    bool strict = false;              ///< a line of the script that is not reached is a failure
+    std::string junit;                ///< file that takes the results; empty: none
     std::string control;              ///< path of the control socket; empty: chosen by the program
     std::string sdcard;               ///< directory with the storage card's content; empty: a private one
     std::string recording;            ///< for Command::Replay: directory

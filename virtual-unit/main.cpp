@@ -12,6 +12,8 @@
 #include "virtual-unit/run/Application.h"
 #include "virtual-unit/run/ControlSocket.h"
 #include "virtual-unit/run/PrivateDirectory.h"
+#include "virtual-unit/run/ProgramOutput.h"
+#include "virtual-unit/run/Results.h"
 #include "virtual-unit/run/RunLog.h"
 #include "virtual-unit/run/Supervisor.h"
 #include "virtual-unit/script/Director.h"
@@ -185,9 +187,11 @@ struct Service
     Director& director;
     Control& control;
     Unit& unit;
+    std::optional<ProgramOutput> output;
 
     ~Service()
     {
+        output.reset(); // what was printed has been heard
         director.Stop();
         if (control.socket)
         {
@@ -201,10 +205,18 @@ struct Service
 int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLog& log, Recorder* recorder)
 {
     Control control(line.control);
-    const Service service{director, control, unit};
+    Service service{director, control, unit, std::nullopt};
     unit.BeginService();
     director.Prepare();
+    if (PortObserver* const listener = director.ProgramListener())
+    {
+        service.output.emplace(*listener);
+    }
     const auto started = [&] {
+        if (service.output)
+        {
+            service.output->Begin();
+        }
         director.Start();
         if (control.socket)
         {
@@ -221,29 +233,69 @@ int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLo
     return RunOnVirtualUnit(line.program, unit.Devices(), unit.Modem(), line.sdcard, listener);
 }
 
+/// Tells what became of an expectation.
+void Judge(const CommandLine& line, const Verdict& verdict, RunLog& log, Results& results)
+{
+    results.Add(verdict);
+    if (verdict.fault.empty())
+    {
+        log.Note("met: " + verdict.words);
+    }
+    else
+    {
+        log.Report(line.script + ":" + std::to_string(verdict.line) + ": " + verdict.words +
+                   ": failed: " + verdict.fault);
+    }
+}
+
+/// Lines that were not reached: an expectation has failed by that, any other with --strict.
+void JudgeNotReached(const CommandLine& line, const std::vector<Verdict>& lines, RunLog& log,
+                     Results& results)
+{
+    for (const Verdict& verdict : lines)
+    {
+        const bool counts = line.strict || verdict.words.starts_with("expect ");
+        if (counts)
+        {
+            results.Add(verdict);
+        }
+        if (counts || &verdict == &lines.front())
+        {
+            log.Report(line.script + ":" + std::to_string(verdict.line) + ": " + verdict.fault);
+        }
+    }
+}
+
 int Run(const CommandLine& line)
 {
     const Plan plan(line);
     RunLog log(OpenOutput("--log", line.log));
     const OutputFile journal = OpenOutput("--journal", line.journal);
+    const OutputFile junit = OpenOutput("--junit", line.junit);
     PrivateDirectory::RemoveLeftOver();
     Unit unit(plan.options);
     const Mask mask = line.mask ? Mask(unit.Secrets()) : Mask();
     const std::unique_ptr<Recorder> recorder = Record(line, unit, plan.options, mask);
-    Director director(plan.script, unit, [&log](const std::string& step) { log.Note("script: " + step); });
-    const int status = RunWithScript(line, unit, director, log, recorder.get());
+    Results results;
+    const auto judge = [&](const Verdict& verdict) { Judge(line, verdict, log, results); };
+    Director director(plan.script, unit,
+                      {[&log](const std::string& step) { log.Note("script: " + step); }, judge});
+    results.End(RunWithScript(line, unit, director, log, recorder.get()));
 
     FinishRecording(recorder.get(), log);
-    if (const std::optional<int> rest = director.LineNotReached())
-    {
-        log.Report(line.script + ":" + std::to_string(*rest) + ": the program ended before this was reached");
-    }
+    JudgeNotReached(line, director.NotReached(), log, results);
     if (const int error = journal != nullptr ? WriteJournal(unit, journal.get()) : 0; error != 0)
     {
         log.Report("--journal: " + line.journal +
                    " cannot be written: " + std::generic_category().message(error));
     }
-    return status;
+    const std::string suite = line.script.empty() ? line.program.front() : line.script;
+    if (const int error = junit != nullptr ? results.WriteJUnit(junit.get(), suite) : 0; error != 0)
+    {
+        log.Report("--junit: " + line.junit +
+                   " cannot be written: " + std::generic_category().message(error));
+    }
+    return results.ExitStatus();
 }
 
 int Replay(const CommandLine& line)

@@ -1,6 +1,12 @@
 #include "virtual-unit/script/Director.h"
 
+#include "virtual-unit/recording/ByteText.h"
+#include "virtual-unit/recording/TextCursor.h"
+
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iterator>
 #include <utility>
 
 namespace VirtualUnit
@@ -9,12 +15,46 @@ namespace VirtualUnit
 namespace
 {
 
-constexpr std::size_t MOST_KEPT = std::size_t{1024} * 1024;
+using Kind = Script::Sign::Kind;
+
+/// A pin and a value that was driven. @return none: it is another request, or it was refused
+std::optional<std::pair<unsigned int, unsigned int>> Driven(const std::string& request,
+                                                            const std::string& answer)
+{
+    TextCursor cursor(request);
+    const auto pin = cursor.Take("pin ") ? cursor.TakeNumber() : std::nullopt;
+    const auto value = cursor.Take(" = ") ? cursor.TakeNumber() : std::nullopt;
+    if (!pin || !value || answer != "0")
+    {
+        return std::nullopt;
+    }
+    return std::pair(static_cast<unsigned int>(*pin), static_cast<unsigned int>(*value));
+}
+
+/// The end of what came, for people.
+std::string Latest(const std::string& text)
+{
+    constexpr std::size_t MOST_SHOWN = 200;
+    const bool cut = text.size() > MOST_SHOWN;
+    return (cut ? ".. " : "") + ByteText::Quoted(cut ? text.substr(text.size() - MOST_SHOWN) : text);
+}
+
+std::string Seconds(Director::Duration time)
+{
+    std::array<char, 64> text = {};
+    std::snprintf(text.data(), text.size(), "%.3f s", time.count());
+    return text.data();
+}
 
 }
 
 void Director::Ear::Answered(const std::string& request, const std::string& answer, TimePoint at)
 {
+    if (const auto driven = Driven(request, answer))
+    {
+        const std::lock_guard lock(owner.access);
+        pins.Add({at, driven->first, driven->second});
+    }
     Keep(hears, request + "\n", at);
     Keep(says, answer + "\n", at);
 }
@@ -32,44 +72,70 @@ void Director::Ear::Happened(const std::string& event, TimePoint at)
 void Director::Ear::Keep(Heard& heard, std::string_view bytes, TimePoint at)
 {
     const std::lock_guard lock(owner.access);
-    heard.text += bytes;
-    heard.text.erase(0, heard.text.size() - std::min(heard.text.size(), MOST_KEPT));
-    heard.latest = at;
+    heard.Add(bytes, at);
     owner.changed.notify_all();
 }
 
-std::optional<PortObserver::TimePoint> Director::Ear::Take(const Script::Sign& sign)
+std::optional<PortObserver::TimePoint> Director::Ear::Take(const Script::Sign& sign, TimePoint since)
 {
-    if (sign.kind == Script::Sign::Kind::Opened)
+    switch (sign.kind)
     {
-        if (openings.empty())
+    case Kind::Opened: {
+        const auto opening = std::ranges::lower_bound(openings, since);
+        if (opening == openings.end())
         {
             return std::nullopt;
         }
-        const TimePoint at = openings.front();
-        openings.erase(openings.begin());
+        const TimePoint at = *opening;
+        openings.erase(openings.begin(), std::next(opening));
         return at;
     }
-    Heard& heard = sign.kind == Script::Sign::Kind::Hears ? hears : says;
-    const std::size_t found = heard.text.find(sign.text);
-    if (found == std::string::npos)
-    {
-        return std::nullopt;
+    case Kind::Pin:
+        return pins.Take(sign.pin, sign.value, since);
+    case Kind::Hears:
+        return hears.Take(sign.text, since);
+    default:
+        return says.Take(sign.text, since);
     }
-    heard.text.erase(0, found + sign.text.size());
-    return heard.latest;
 }
 
-Director::Director(Script theScript, Unit& theUnit, std::function<void(const std::string&)> tell)
-    : script(std::move(theScript)), unit(theUnit), tellLine(std::move(tell))
+std::string Director::Ear::Instead(const Script::Sign& sign, TimePoint since, TimePoint begin) const
+{
+    const std::string text = sign.kind == Kind::Hears ? hears.Since(since) : says.Since(since);
+    const std::optional<PinHistory::Change> pin = pins.Latest(sign.pin);
+    switch (sign.kind)
+    {
+    case Kind::Opened:
+        return "it was not opened";
+    case Kind::Pin:
+        return !pin ? "the pin was never driven"
+                    : "it was " + std::to_string(pin->value) + " since " + Seconds(pin->at - begin);
+    case Kind::Hears:
+        return text.empty() ? "it heard nothing" : "it heard " + Latest(text);
+    case Kind::Says:
+        return text.empty() ? "it said nothing" : "it said " + Latest(text);
+    default:
+        return text.empty() ? "it printed nothing" : "it printed " + Latest(text);
+    }
+}
+
+Director::Director(Script theScript, Unit& theUnit, Listener theListener)
+    : script(std::move(theScript)), unit(theUnit), listener(std::move(theListener))
 {
     for (const Script::Cue& cue : script.cues)
     {
-        if (cue.sign && ears.try_emplace(cue.sign->port, *this).second)
+        if (cue.sign && ears.try_emplace(cue.sign->port, *this).second &&
+            cue.sign->port != Script::Sign::PROGRAM)
         {
             unit.Traffic(unit.PathOf(cue.sign->port)).Tell(ears.at(cue.sign->port));
         }
     }
+}
+
+PortObserver* Director::ProgramListener()
+{
+    const auto ear = ears.find(Script::Sign::PROGRAM);
+    return ear == ears.end() ? nullptr : &ear->second;
 }
 
 Director::~Director()
@@ -93,7 +159,7 @@ void Director::Prepare()
 
 void Director::Do(const Step& step)
 {
-    tellLine(step.Words());
+    listener.step(step.Words());
     step.Do(unit);
 }
 
@@ -115,27 +181,35 @@ void Director::Stop()
     }
 }
 
-std::optional<int> Director::LineNotReached() const
+std::vector<Verdict> Director::NotReached() const
 {
     const std::lock_guard lock(access);
-    return done < script.cues.size() ? std::optional(script.cues[done].line) : std::nullopt;
+    std::vector<Verdict> lines;
+    for (std::size_t i = done; i < script.cues.size(); ++i)
+    {
+        lines.push_back(
+            {script.cues[i].line, script.cues[i].words, "the program ended before this was reached"});
+    }
+    return lines;
 }
 
 void Director::Perform()
 {
-    const Clock::time_point begin = Clock::now();
+    begin = Clock::now();
     Clock::time_point before = begin;
+    Clock::time_point since = Clock::time_point::min(); // the program may have been faster than this thread
     for (std::size_t i = done; i < script.cues.size(); ++i)
     {
         const Script::Cue& cue = script.cues[i];
         if (cue.sign)
         {
-            const std::optional<Clock::time_point> at = AwaitSign(*cue.sign);
+            const std::optional<Clock::time_point> at =
+                cue.expectation ? Expect(cue, before, since) : AwaitSign(*cue.sign, since);
             if (!at)
             {
                 return;
             }
-            before = *at;
+            before = std::max(before, *at);
         }
         else
         {
@@ -146,6 +220,7 @@ void Director::Perform()
             }
             Do(*cue.step);
         }
+        since = before;
         const std::lock_guard lock(access);
         ++done;
     }
@@ -158,12 +233,58 @@ bool Director::AwaitTime(Clock::time_point time)
     return !changed.wait_until(lock, time, [this] { return ending; });
 }
 
-std::optional<Director::Clock::time_point> Director::AwaitSign(const Script::Sign& sign)
+std::optional<Director::Clock::time_point> Director::AwaitSign(const Script::Sign& sign,
+                                                               Clock::time_point since)
 {
     std::unique_lock lock(access);
     std::optional<Clock::time_point> at;
-    changed.wait(lock, [&] { return ending || (at = ears.at(sign.port).Take(sign)); });
+    // What a "when" looks for may have come before; a pin is as it is.
+    const Clock::time_point from = sign.kind == Kind::Pin ? since : Clock::time_point::min();
+    changed.wait(lock, [&] { return ending || (at = ears.at(sign.port).Take(sign, from)); });
     return at;
+}
+
+/// @return when the script goes on; none: the program has ended
+std::optional<Director::Clock::time_point> Director::Expect(const Script::Cue& cue, Clock::time_point before,
+                                                            Clock::time_point since)
+{
+    const Script::Expectation& expectation = *cue.expectation;
+    std::unique_lock lock(access);
+    Ear& ear = ears.at(cue.sign->port);
+    std::optional<Clock::time_point> at;
+    const Clock::time_point limit =
+        expectation.within ? before + *expectation.within : Clock::time_point::max();
+    const auto decided = [&] { return (at = ear.Take(*cue.sign, since)) || ending; };
+    bool early = true; // decided before the time was over
+    if (expectation.within)
+    {
+        early = changed.wait_until(lock, limit, decided);
+    }
+    else
+    {
+        changed.wait(lock, decided);
+    }
+    const bool came = at && *at <= limit; // a busy machine may have let it come later
+    Verdict verdict{cue.line, cue.words, "", Clock::now() - before};
+    if (came && expectation.absent)
+    {
+        const bool pin = cue.sign->kind == Kind::Pin;
+        verdict.fault = (pin ? "it was " + std::to_string(cue.sign->value) + " since " : "it came at ") +
+                        Seconds(*at - begin);
+    }
+    else if (!came && !expectation.absent)
+    {
+        verdict.fault = at ? "it came at " + Seconds(*at - begin) : ear.Instead(*cue.sign, since, begin);
+        verdict.fault += !at && early ? " until the program ended" : "";
+    }
+    const bool goesOn = at || !early;
+    if (!goesOn)
+    {
+        ++done; // it is decided
+    }
+    lock.unlock();
+    listener.verdict(verdict);
+    return !goesOn ? std::nullopt : std::optional(came ? *at : std::min(limit, Clock::now()));
 }
 
 }

@@ -2,12 +2,16 @@
 #define VIRTUAL_UNIT_SCRIPT_DIRECTOR_H
 
 #include "virtual-unit/ports/PortObserver.h"
+#include "virtual-unit/script/Heard.h"
+#include "virtual-unit/script/PinHistory.h"
 #include "virtual-unit/script/Script.h"
+#include "virtual-unit/script/Verdict.h"
 #include "virtual-unit/unit/Unit.h"
 
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -23,23 +27,36 @@ namespace VirtualUnit
 /**
  * Carries a script out, on a thread of its own.
  *
- * Calling threads: one for all operations; `tell` is called on the director's thread.
+ * Calling threads: one for all operations; the listener is called on the director's thread, and on that which
+ * stops it.
  */
 class Director
 {
 public:
-    /// @param theUnit stays the caller's and outlives this object @param tell takes a line for each step
-    Director(Script theScript, Unit& theUnit, std::function<void(const std::string& line)> tell);
+    using Duration = std::chrono::duration<double>;
+
+    /// Whom it tells what it does.
+    struct Listener
+    {
+        std::function<void(const std::string& step)> step;
+        std::function<void(const Verdict& verdict)> verdict; ///< on an expectation
+    };
+
+    /// @param theUnit stays the caller's and outlives this object
+    Director(Script theScript, Unit& theUnit, Listener theListener);
     Director(const Director&) = delete;
     Director& operator=(const Director&) = delete;
     ~Director(); ///< stops
 
     void Prepare(); ///< does the steps of time 0 that stand first: the program finds them done
     void Start();   ///< the program begins now
-    void Stop();
+    void Stop();    ///< an expectation that still lasts is decided
 
-    /// The first line of the script that has not been carried out; none: it has come to its end.
-    std::optional<int> LineNotReached() const;
+    /// Takes what the program prints, if the script waits for that.
+    PortObserver* ProgramListener();
+
+    /// The lines of the script that have not been carried out. After Stop().
+    std::vector<Verdict> NotReached() const;
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -58,32 +75,33 @@ private:
         void Happened(const std::string& event, TimePoint at) override;
 
         /// Looks for a sign and forgets what precedes its end. @return when it came; none: it has not
-        std::optional<TimePoint> Take(const Script::Sign& sign);
+        std::optional<TimePoint> Take(const Script::Sign& sign, TimePoint since);
+
+        /// What came in place of a sign, for people.
+        std::string Instead(const Script::Sign& sign, TimePoint since, TimePoint begin) const;
 
     private:
-        /// Text that is looked through, and when its last piece came.
-        struct Heard
-        {
-            std::string text;
-            TimePoint latest;
-        };
-
         void Keep(Heard& heard, std::string_view bytes, TimePoint at);
 
         Director& owner;
         Heard hears;
         Heard says;
-        std::vector<TimePoint> openings;
+        std::deque<TimePoint> openings;
+        PinHistory pins;
     };
 
     void Perform();
     void Do(const Step& step);
     bool AwaitTime(Clock::time_point time);
-    std::optional<Clock::time_point> AwaitSign(const Script::Sign& sign);
+    std::optional<Clock::time_point> AwaitSign(const Script::Sign& sign, Clock::time_point since);
+    std::optional<Clock::time_point> Expect(const Script::Cue& cue, Clock::time_point before,
+                                            Clock::time_point since);
 
     Script script;
     Unit& unit;
-    std::function<void(const std::string&)> tellLine;
+    Listener listener;
+
+    Clock::time_point begin; ///< of the program
 
     mutable std::mutex access; ///< guards what follows
     std::condition_variable changed;

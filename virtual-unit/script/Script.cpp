@@ -81,10 +81,53 @@ std::string Bytes(const std::string& text)
     return bytes;
 }
 
+/// "103 = 1"
+Script::Sign ParsePin(std::string text)
+{
+    Script::Sign sign;
+    sign.port = "events";
+    sign.kind = Script::Sign::Kind::Pin;
+    sign.pin = Values::Number(TakeWord(text), EventDriver::FIRST_PIN, EventDriver::LAST_PIN, "a pin");
+    const std::string equals = TakeWord(text);
+    if (equals != "=")
+    {
+        Values::Refuse(equals, "not \"=\"");
+    }
+    sign.value = Values::Number(text, 0, 1);
+    return sign;
+}
+
+/// "prints TEXT"
+Script::Sign ParsePrints(std::string text)
+{
+    Script::Sign sign;
+    sign.port = Script::Sign::PROGRAM;
+    sign.kind = Script::Sign::Kind::Prints;
+    const std::string verb = TakeWord(text);
+    if (verb != "prints")
+    {
+        Values::Refuse(verb, "not prints, which is all that a program does");
+    }
+    sign.text = Bytes(text);
+    if (sign.text.empty())
+    {
+        throw Values::Wrong("the text is missing");
+    }
+    return sign;
+}
+
 Script::Sign ParseSign(std::string text, const UnitOptions& options)
 {
     Script::Sign sign;
     sign.port = TakeWord(text);
+    if (sign.port == "pin")
+    {
+        return ParsePin(text);
+    }
+    if (sign.port == Script::Sign::PROGRAM)
+    {
+        return ParsePrints(text);
+    }
     const std::vector<Unit::Port> ports = Unit::Ports(options);
     if (std::ranges::find(ports, sign.port, &Unit::Port::name) == ports.end())
     {
@@ -130,6 +173,33 @@ void TakeOption(std::string text, const std::filesystem::path& directory, UnitOp
     }
 }
 
+/// Takes "within SECONDS" off the end of a text, where it has that.
+std::optional<std::chrono::milliseconds> TakeWithin(std::string& text)
+{
+    constexpr std::string_view WITHIN = " within ";
+    const std::size_t at = (" " + text).rfind(WITHIN);
+    const std::string rest = at == std::string::npos ? "" : Trimmed(text.substr(at + WITHIN.size() - 1));
+    if (at == std::string::npos || rest.find_first_of(BLANKS) != std::string::npos)
+    {
+        return std::nullopt;
+    }
+    text = Trimmed(text.substr(0, at == 0 ? 0 : at - 1));
+    return Values::Seconds(rest);
+}
+
+Script::Cue ParseExpectation(std::string text, const UnitOptions& options)
+{
+    Script::Cue cue;
+    Script::Expectation expectation;
+    std::string rest = text;
+    expectation.absent = TakeWord(rest) == "no";
+    text = expectation.absent ? rest : text;
+    expectation.within = TakeWithin(text);
+    cue.sign = ParseSign(text, options);
+    cue.expectation = expectation;
+    return cue;
+}
+
 Script::Cue ParseCue(std::string text, const UnitOptions& options)
 {
     Script::Cue cue;
@@ -138,6 +208,10 @@ Script::Cue ParseCue(std::string text, const UnitOptions& options)
     {
         cue.sign = ParseSign(text, options);
         return cue;
+    }
+    if (first == "expect")
+    {
+        return ParseExpectation(text, options);
     }
     cue.fromLineBefore = first.starts_with('+');
     cue.time = Values::Seconds(cue.fromLineBefore ? first.substr(1) : first);
@@ -169,6 +243,7 @@ Script Script::Read(const std::string& path, UnitOptions& options)
             }
             script.cues.push_back(ParseCue(text, options));
             script.cues.back().line = number;
+            script.cues.back().words = text;
         }
         catch (const Values::Wrong& wrong)
         {

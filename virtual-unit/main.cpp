@@ -302,8 +302,11 @@ int Replay(const CommandLine& line)
 {
     RunLog log(OpenOutput("--log", line.log));
     PrivateDirectory::RemoveLeftOver();
-    ReplayedUnit unit(line.recording,
-                      [&log](const Difference& first) { log.Report("replay: " + first.Text()); });
+    const auto tell = [&log](const Difference& difference, std::chrono::microseconds at, bool first) {
+        log.Report("replay: " + (first ? difference.Text() : difference.Place()) + ", at " +
+                   Values::SecondsText(std::chrono::duration_cast<std::chrono::milliseconds>(at)) + " s");
+    };
+    ReplayedUnit unit(line.recording, tell);
     const std::unique_ptr<Recorder> recorder = Record(line, unit, unit.Options(), Mask());
     int status = 0;
     {

@@ -23,6 +23,13 @@ struct Difference
                ", the program " + program;
     }
 
+    /// The begin of Text(), for a difference among others.
+    std::string Place() const
+    {
+        return port +
+               (line == 0 ? ": behind the end of the recording" : ": recording line " + std::to_string(line));
+    }
+
     bool operator==(const Difference&) const = default;
 
     std::string port;

@@ -13,37 +13,34 @@
 namespace VirtualUnit
 {
 
-/// The differences of all ports of a run: the first one, and how many there are. Calling threads: any.
+/// The differences of all ports of a run: each is told, the first one and their number are kept. Calling
+/// threads: any.
 class Differences
 {
 public:
     /// @param comparedUntil what came later in the recording is no difference; none: everything counts
-    /// @param tell is called with the first difference, at once, on the thread that finds it
+    /// Is told of a difference and when it was: what time the recording had, or the run, whichever is later.
+    using Tell = std::function<void(const Difference& difference, std::chrono::microseconds at, bool first)>;
+
+    /// @param tellOfEach is called at once, on the thread that finds it; one call at a time
     explicit Differences(
         std::optional<std::chrono::microseconds> comparedUntil = std::nullopt,
-        std::function<void(const Difference& first)> tell = [](const Difference&) {})
-        : end(comparedUntil), tellFirst(std::move(tell))
+        Tell tellOfEach = [](const Difference&, std::chrono::microseconds, bool) {})
+        : end(comparedUntil), tell(std::move(tellOfEach))
     {
     }
 
-    /// @param at what time the recording had, or the run, whichever is later
     void Add(const Difference& difference, std::chrono::microseconds at)
     {
         if (!Counts(at))
         {
             return;
         }
-        bool isFirst = false;
-        {
-            const std::lock_guard lock(access);
-            isFirst = !first;
-            first = first.value_or(difference);
-            ++count;
-        }
-        if (isFirst)
-        {
-            tellFirst(difference);
-        }
+        const std::lock_guard lock(access);
+        const bool isFirst = !first;
+        first = first.value_or(difference);
+        ++count;
+        tell(difference, at, isFirst);
     }
 
     /// What happens at that time, since the run began, is compared.
@@ -63,7 +60,7 @@ public:
 
 private:
     const std::optional<std::chrono::microseconds> end;
-    const std::function<void(const Difference&)> tellFirst;
+    const Tell tell;
     mutable std::mutex access; ///< guards what follows
     std::optional<Difference> first;
     std::size_t count = 0;

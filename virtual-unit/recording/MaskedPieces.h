@@ -3,6 +3,7 @@
 
 #include "virtual-unit/recording/Mask.h"
 
+#include <array>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -10,8 +11,9 @@
 namespace VirtualUnit
 {
 
-/// Hides secrets in bytes that come piece by piece, also those that are spread over several pieces. Pieces
-/// are kept, whole, as long as a secret may begin in them that has not ended; they stay the same pieces.
+/// Hides secrets in bytes that come piece by piece, also those that are spread over several pieces, and over
+/// pieces between which others go the other way. Pieces are kept, whole and in their order, as long as a
+/// secret may begin in them, or in one before them, that has not ended; they stay the same pieces.
 class MaskedPieces
 {
 public:
@@ -19,6 +21,7 @@ public:
     {
         std::chrono::microseconds at{0};
         std::string bytes;
+        bool back = false; ///< the other way: a secret is of one way
 
         bool operator==(const Piece&) const = default;
     };
@@ -30,9 +33,11 @@ public:
     std::vector<Piece> Flush(); ///< the rest
 
 private:
+    void MaskWay(bool back);
+
     Mask mask;
-    std::string text;          ///< of the pieces that are kept, as it came
-    std::vector<Piece> pieces; ///< masked
+    std::array<std::string, 2> texts; ///< of the pieces that are kept, as they came, of each way
+    std::vector<Piece> pieces;        ///< masked
 };
 
 }

@@ -96,12 +96,7 @@ void PortRecorder::Carried(PortEntry::Kind kind, std::string_view bytes, TimePoi
 {
     const std::lock_guard lock(access);
     WriteEntries(runs[WHOLE_PORT].Flush());
-    if (kind != piecesKind)
-    {
-        WritePieces(pieces.Flush());
-        piecesKind = kind;
-    }
-    WritePieces(pieces.Add({Time(WHOLE_PORT, at), std::string(bytes)}));
+    WritePieces(pieces.Add({Time(WHOLE_PORT, at), std::string(bytes), kind == PortEntry::Kind::Received}));
 }
 
 void PortRecorder::WritePieces(const std::vector<MaskedPieces::Piece>& complete)
@@ -109,7 +104,7 @@ void PortRecorder::WritePieces(const std::vector<MaskedPieces::Piece>& complete)
     for (const MaskedPieces::Piece& piece : complete)
     {
         PortEntry entry;
-        entry.kind = piecesKind;
+        entry.kind = piece.back ? PortEntry::Kind::Received : PortEntry::Kind::Sent;
         entry.at = piece.at;
         entry.bytes = piece.bytes;
         WriteEntries({entry});

@@ -55,7 +55,6 @@ private:
     TimePoint begin;
     Mask mask;
     MaskedPieces pieces;
-    PortEntry::Kind piecesKind = PortEntry::Kind::Sent;
     std::map<std::string, RequestRuns> runs;               ///< by channel
     std::map<std::string, std::chrono::microseconds> last; ///< by channel
     bool plugged = true;

@@ -62,7 +62,7 @@ std::optional<std::chrono::microseconds> ComparedUntil(const Recording& recordin
 
 }
 
-ReplayedUnit::ReplayedUnit(const std::string& directory, std::function<void(const Difference&)> tell)
+ReplayedUnit::ReplayedUnit(const std::string& directory, Differences::Tell tell)
     : recording(Recording::Open(directory, AllPorts())),
       differences(ComparedUntil(recording), std::move(tell))
 {

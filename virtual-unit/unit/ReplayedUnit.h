@@ -29,9 +29,9 @@ class ReplayedUnit
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// @param tell is called with the first difference, at once, on a thread of its own @throws
+    /// @param tell is called with each difference, at once, on a thread of its own @throws
     /// Recording::Wrong
-    ReplayedUnit(const std::string& directory, std::function<void(const Difference& first)> tell);
+    ReplayedUnit(const std::string& directory, Differences::Tell tell);
     ReplayedUnit(const ReplayedUnit&) = delete;
     ReplayedUnit& operator=(const ReplayedUnit&) = delete;
     ~ReplayedUnit();

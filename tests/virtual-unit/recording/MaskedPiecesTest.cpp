@@ -83,6 +83,33 @@ TEST(MaskedPiecesTest, OnlyPiecesInWhichASecretMayBeginAreKept)
     EXPECT_THAT(pieces.Add({6ms, "011234567890"}), ElementsAre(Piece{6ms, "011234567890"}));
 }
 
+TEST(MaskedPiecesTest, ASecretMayBeInterleavedWithTheOtherWay)
+{
+    EXPECT_THAT(All(MASK, {{1ms, "\r\n2620"},
+                           {2ms, "AT\r", true},
+                           {3ms, "11234"},
+                           {4ms, "26", true},
+                           {5ms, "567890"},
+                           {6ms, "2011234567890", true}}),
+                ElementsAre(Piece{1ms, "\r\n0000"}, Piece{2ms, "AT\r", true}, Piece{3ms, "00000"},
+                            Piece{4ms, "00", true}, Piece{5ms, "000000"}, Piece{6ms, "0000000000000", true}));
+    EXPECT_THAT(All(MASK, {{1ms, "2620112"}, {2ms, "34567890", true}}),
+                ElementsAre(Piece{1ms, "2620112"}, Piece{2ms, "34567890", true}))
+        << "half of it each way is none";
+}
+
+TEST(MaskedPiecesTest, WhatIsLeftOpenDoesNotKeepTheOtherWayForEver)
+{
+    MaskedPieces pieces(MASK);
+    EXPECT_THAT(pieces.Add({1ms, "2"}), IsEmpty());
+    std::size_t count = 0;
+    for (int i = 0; i < 5000; ++i)
+    {
+        count += pieces.Add({2ms, "x", true}).size();
+    }
+    EXPECT_GT(count, 3999U);
+}
+
 TEST(MaskedPiecesTest, WithoutSecretsNothingIsKept)
 {
     MaskedPieces pieces{Mask()};

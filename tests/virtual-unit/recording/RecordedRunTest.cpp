@@ -130,6 +130,25 @@ TEST_F(RecordedRunTest, TheFirstDifferenceIsToldAtOnce)
     EXPECT_THAT(different.errors, ContainsRegex("expected 0x47 .*\nlater\n"));
 }
 
+TEST_F(RecordedRunTest, EveryDifferenceIsToldWithItsTime)
+{
+    const auto program = [](const std::string& first, const std::string& second, const std::string& third) {
+        return "exec 3<>" + MODEM + "; stty raw -echo <&3; printf '" + first +
+               "\\r\\n' >&3; sleep 1; printf '" + second + "\\r\\n' >&3; sleep 1.5; printf '" + third +
+               "\\r\\n' >&3; sleep 1";
+    };
+    Record(program("AT+CSQ", "AT+CREG?", "AT+CIMI"), {"--fast"});
+    const Outcome different = Replay(program("AT+CSX", "AT+CREG?", "AT+CIMX"), {"--fast"});
+    EXPECT_EQ(different.status, 4);
+    const std::vector<std::string> lines = Lines(different.errors);
+    ASSERT_EQ(lines.size(), 3U) << different.errors;
+    EXPECT_THAT(lines[0],
+                ContainsRegex("recording line [0-9]+, byte 6: expected 0x51 .*, at 0(\\.[0-9]+)? s$"));
+    EXPECT_THAT(lines[1], ContainsRegex("^virtual-unit: replay: " + MODEM +
+                                        ": recording line [0-9]+, at 2\\.5[0-9]* s$"));
+    EXPECT_EQ(lines[2], "virtual-unit: replay: 1 more differences");
+}
+
 TEST_F(RecordedRunTest, ADirectoryThatIsNotEmptyIsRefusedBeforeTheProgramStarts)
 {
     std::filesystem::create_directories(directory + "/something");

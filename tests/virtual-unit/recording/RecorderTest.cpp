@@ -176,6 +176,18 @@ TEST_F(RecorderTest, SecretsAreMaskedInBothDirectionsAndInRequests)
                                 "   0.007000 < \"2\"\n");
 }
 
+TEST_F(RecorderTest, ASecretIsMaskedAroundWhatGoesTheOtherWay)
+{
+    Recorder recorder(directory, begin, Mask({"256"}));
+    PortObserver& observer = recorder.Port(port);
+    observer.Received("no 2", begin);
+    observer.Sent("AT\r", begin + 1ms);
+    observer.Received("56\r", begin + 2ms);
+    EXPECT_EQ(Content(), head + "   0.000000 < \"no 0\"\n"
+                                "   0.001000 > \"AT\\r\"\n"
+                                "   0.002000 < \"00\\r\"\n");
+}
+
 TEST_F(RecorderTest, TheEndWritesTheRest)
 {
     {

@@ -243,6 +243,32 @@ TEST_F(ExpectTest, ItHoldsInRealTimeToo)
               0);
 }
 
+/// The script of the document's example of a test.
+std::string DocumentedScript()
+{
+    const std::string document = ReadFile(VIRTUAL_UNIT_DOCUMENT);
+    const std::string before = "with this `unplug.script`:\n\n";
+    std::string script = document.substr(document.find(before) + before.size());
+    return script.substr(0, script.find("\n\n") + 1);
+}
+
+TEST_F(ExpectTest, TheTestOfTheDocumentCannotPassWhenTheApplicationAborts)
+{
+    const std::string application = Send("AT+CSQ") +
+                                    "cat <&3 > /dev/null; echo the module is gone; while ! test -e " + MODEM +
+                                    "; do sleep 0.5; done; ";
+    const std::string text = DocumentedScript();
+    const std::string obedient = "trap 'exit 0' TERM; ";
+    const std::string wait = "while :; do sleep 0.5; done";
+    EXPECT_EQ(Shell(obedient + application + "echo the module is back; " + wait, text, {"--strict"}).status,
+              0);
+    EXPECT_EQ(Shell(obedient + application + wait, text, {"--strict"}).status, FAILED);
+    EXPECT_EQ(Shell(application + "echo the module is back; kill -ABRT $$", text, {"--strict"}).status,
+              128 + SIGABRT);
+    EXPECT_EQ(Shell(application + "echo the module is back; exit 0", text, {"--strict"}).status, FAILED)
+        << "it ended too soon";
+}
+
 TEST_F(ExpectTest, WhatCannotBeExpectedIsRefused)
 {
     const std::vector<std::pair<std::string, std::string>> cases = {

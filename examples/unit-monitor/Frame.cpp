@@ -1,5 +1,8 @@
 #include "examples/unit-monitor/Frame.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace UnitMonitor
 {
 
@@ -61,10 +64,34 @@ bool IsShown(std::string_view character)
     return !control && !brokenUtf8 && !controlOfUtf8;
 }
 
+struct Likeness
+{
+    std::string_view character;
+    std::string_view ascii;
+};
+
+constexpr Likeness LIKENESSES[] = {{"─", "-"}, {"●", "*"}, {"○", "o"}, {"°", " "}, {"▁", "_"}, {"▂", "."},
+                                   {"▃", ":"}, {"▄", "-"}, {"▅", "="}, {"▆", "+"}, {"▇", "*"}, {"█", "#"}};
+
 }
 
-Frame::Frame(std::size_t width, std::size_t height) : columns(width), rows(height), bytes(HOME)
+Frame::Frame(std::size_t width, std::size_t height, const Style& itsStyle)
+    : style(itsStyle), columns(width), rows(height), bytes(HOME)
 {
+}
+
+std::string_view Frame::Shown(std::string_view character) const
+{
+    if (!IsShown(character))
+    {
+        return " ";
+    }
+    if (style.utf8 || character.size() == 1)
+    {
+        return character;
+    }
+    const auto* const like = std::ranges::find(LIKENESSES, character, &Likeness::character);
+    return like == std::end(LIKENESSES) ? "?" : like->ascii;
 }
 
 Frame& Frame::Text(std::string_view text, Colour colour)
@@ -73,15 +100,16 @@ Frame& Frame::Text(std::string_view text, Colour colour)
     {
         return *this;
     }
-    bytes += Begin(colour);
+    const bool coloured = style.colours && colour != Colour::Default;
+    bytes += coloured ? Begin(colour) : "";
     while (!text.empty() && column < columns)
     {
         const std::string_view character = text.substr(0, CharacterBytes(text));
-        bytes += IsShown(character) ? character : " ";
+        bytes += Shown(character);
         text.remove_prefix(character.size());
         ++column;
     }
-    bytes += colour == Colour::Default ? "" : PLAIN;
+    bytes += coloured ? PLAIN : "";
     return *this;
 }
 

@@ -11,6 +11,7 @@
 #include <string_view>
 #include <sys/ioctl.h>
 #include <unistd.h>
+#include <utility>
 
 namespace UnitMonitor
 {
@@ -53,12 +54,16 @@ std::string Known(const std::string& text)
     return text.empty() ? "unknown" : text;
 }
 
-/// A dot in the colour that the LED has just now.
+/// A dot in the colour that the LED has just now, or its name.
 void DrawLight(Frame& frame, Light light, milliseconds sinceStart)
 {
     constexpr milliseconds HALF{450};
     const bool dark = light == Light::RedBlink450 && sinceStart / HALF % 2 == 1;
-    if (light == Light::Green)
+    if (!frame.Look().colours)
+    {
+        frame.Text(light == Light::Off || dark ? "off" : light == Light::Green ? "green" : "red");
+    }
+    else if (light == Light::Green)
     {
         frame.Text("●", Colour::Green);
     }
@@ -122,7 +127,8 @@ void DrawModem(Frame& frame, const Snapshot::Modem& modem)
             modem.rssi ? 1 + *modem.rssi * (static_cast<int>(std::size(BLOCKS)) - 1) / HIGHEST_RSSI : 0;
         for (int i = 0; i < static_cast<int>(std::size(BLOCKS)); ++i)
         {
-            frame.Text(BLOCKS[i], i < lit ? Colour::Green : Colour::Dim);
+            const bool shown = i < lit || frame.Look().colours; // what is not lit would look as if it were
+            frame.Text(shown ? BLOCKS[i] : " ", i < lit ? Colour::Green : Colour::Dim);
         }
         frame.Text(" " + Known(modem.signal));
         frame.Text(modem.millivolts ? Format("   %d mV", *modem.millivolts) : "");
@@ -184,7 +190,7 @@ Panel::Panel(const State& sharedState, const PlainOutput& plainOutput)
     : state(sharedState), output(plainOutput)
 {
     name = "panel";
-    Send(ENTER);
+    Enter();
     Logger::GetInstance().EnableConsole(true); // into the picture
 }
 
@@ -192,12 +198,16 @@ Panel::~Panel()
 {
     Stop();
     Logger::GetInstance().EnableConsole(false);
-    Send(LEAVE);
+    Leave();
 }
 
 void Panel::Run()
 {
     TakePrinted(Clock::now() + BETWEEN_FRAMES);
+    if (!Enter())
+    {
+        return;
+    }
     const Snapshot now = state.Get();
     Frame frame = NewFrame();
     DrawTitle(frame, now);
@@ -215,8 +225,9 @@ void Panel::TakePrinted(Clock::time_point until)
 {
     for (auto rest = until - Clock::now(); rest > Clock::duration::zero(); rest = until - Clock::now())
     {
-        pollfd source = {capture.Source(), POLLIN, 0};
-        poll(&source, 1, static_cast<int>(std::chrono::ceil<milliseconds>(rest).count()));
+        std::array<pollfd, 2> sources = {{{capture.Source(), POLLIN, 0}, {suspension.Source(), POLLIN, 0}}};
+        poll(sources.data(), sources.size(), static_cast<int>(std::chrono::ceil<milliseconds>(rest).count()));
+        ObeySuspension();
         for (std::string& line : capture.TakeLines())
         {
             printed.push_back(std::move(line));
@@ -225,6 +236,38 @@ void Panel::TakePrinted(Clock::time_point until)
                 printed.pop_front();
             }
         }
+    }
+}
+
+void Panel::ObeySuspension()
+{
+    if (suspension.Take())
+    {
+        Leave();
+        suspension.Obey();
+        Enter();
+    }
+}
+
+bool Panel::Enter()
+{
+    const pid_t foreground = tcgetpgrp(capture.Terminal()); // -1: it is not this session's
+    if (foreground >= 0 && foreground != getpgrp())
+    {
+        return false;
+    }
+    if (!std::exchange(entered, true))
+    {
+        Send(ENTER);
+    }
+    return true;
+}
+
+void Panel::Leave()
+{
+    if (std::exchange(entered, false))
+    {
+        Send(LEAVE);
     }
 }
 
@@ -247,7 +290,7 @@ Frame Panel::NewFrame() const
     winsize size = {};
     const bool told =
         ioctl(capture.Terminal(), TIOCGWINSZ, &size) == 0 && size.ws_col != 0 && size.ws_row != 0;
-    return told ? Frame(size.ws_col, size.ws_row) : Frame(LEAST_COLUMNS, LEAST_ROWS);
+    return told ? Frame(size.ws_col, size.ws_row, style) : Frame(LEAST_COLUMNS, LEAST_ROWS, style);
 }
 
 void Panel::DrawTitle(Frame& frame, const Snapshot& now) const

@@ -6,6 +6,8 @@
 #include "examples/unit-monitor/OutputCapture.h"
 #include "examples/unit-monitor/PlainOutput.h"
 #include "examples/unit-monitor/State.h"
+#include "examples/unit-monitor/Style.h"
+#include "examples/unit-monitor/Suspension.h"
 
 #include <chrono>
 #include <deque>
@@ -16,7 +18,8 @@ namespace UnitMonitor
 
 /**
  * The live picture of the unit on the terminal, drawn five times a second on a thread of its own. As long as
- * it is there, what the process prints, the library's log among it, is shown in the picture.
+ * it is there, what the process prints, the library's log among it, is shown in the picture. It leaves the
+ * terminal when the process is suspended (Ctrl-Z), and comes back when it goes on in the foreground.
  *
  * Construction, Start() and destruction belong to the main thread.
  */
@@ -32,6 +35,9 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void TakePrinted(Clock::time_point until); ///< waits for it
+    void ObeySuspension();
+    bool Enter(); ///< @return false in the background: the terminal is somebody else's
+    void Leave();
     void Send(const std::string& bytes) const;
     Frame NewFrame() const;
 
@@ -40,6 +46,9 @@ private:
 
     const State& state;
     const PlainOutput& output;
+    const Style style = Style::OfEnvironment();
+    Suspension suspension;
+    bool entered = false;
     OutputCapture capture;
     std::deque<std::string> printed; ///< the latest lines
     Clock::time_point started = Clock::now();

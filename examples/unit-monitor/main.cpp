@@ -6,6 +6,7 @@
 #include "examples/common/Options.h"
 #include "examples/unit-monitor/Monitor.h"
 #include "examples/unit-monitor/PlainOutput.h"
+#include "examples/unit-monitor/Style.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -28,6 +29,11 @@ constexpr const char* USAGE =
     "  --lines FILE  write the lines to FILE as well\n"
     "  --plain       lines on a terminal, too\n"
     "  --scan        look for the operators at the start, which may take three minutes\n"
+    "\n"
+    "The panel is without colours where NO_COLOR is set, in ASCII where the locale has no UTF-8; where TERM "
+    "is "
+    "dumb\n"
+    "there are lines. Ctrl-Z leaves the terminal in order.\n"
     "\n"
     "Exit status: 0 when it ended in order, 1 when it could not start, 2 for a wrong command line.\n";
 
@@ -86,7 +92,8 @@ int main(int argc, char** argv)
     try
     {
         UnitMonitor::Monitor monitor(output, scan);
-        return Run(monitor, !plain && isatty(STDOUT_FILENO) == 1, endingSignals, options);
+        return Run(monitor, !plain && isatty(STDOUT_FILENO) == 1 && !UnitMonitor::Style::IsDumb(),
+                   endingSignals, options);
     }
     catch (const std::exception& e)
     {

@@ -29,6 +29,13 @@ namespace
     throw std::system_error(errno, std::generic_category(), what);
 }
 
+/// The two ends of a stream.
+struct Ends
+{
+    Descriptor source;
+    Descriptor programs;
+};
+
 bool IsSameFile(int one, int other)
 {
     struct stat first = {};
@@ -37,7 +44,7 @@ bool IsSameFile(int one, int other)
            first.st_ino == second.st_ino;
 }
 
-std::pair<Descriptor, Descriptor> OpenPipe()
+Ends OpenPipe()
 {
     std::array<int, 2> ends = {};
     if (pipe2(ends.data(), O_CLOEXEC) != 0)
@@ -57,7 +64,7 @@ void CopySize(int from, int to)
 }
 
 /// A terminal as `like` is one, whose output is treated there.
-std::pair<Descriptor, Descriptor> OpenTerminal(int like)
+Ends OpenTerminal(int like)
 {
     Descriptor far(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
     std::array<char, 64> name = {};
@@ -143,10 +150,10 @@ void ProgramOutput::Redirect(int number)
     }
     auto stream = std::make_unique<Stream>();
     stream->terminal = isatty(number) == 1;
-    auto [source, programs] = stream->terminal ? OpenTerminal(number) : OpenPipe();
-    fcntl(source.Get(), F_SETFL, O_RDWR | O_NONBLOCK);
-    stream->source = std::move(source);
-    stream->programs = std::move(programs);
+    Ends ends = stream->terminal ? OpenTerminal(number) : OpenPipe();
+    fcntl(ends.source.Get(), F_SETFL, O_RDWR | O_NONBLOCK);
+    stream->source = std::move(ends.source);
+    stream->programs = std::move(ends.programs);
     stream->target = std::move(target);
     stream->numbers = {number};
     std::fflush(nullptr); // what this process has written stands before it

@@ -21,26 +21,26 @@ constexpr std::string_view PROGRAM_FOLLOWS = "--";
 
 struct CommandText
 {
-    Command command;
     std::string_view name;
     std::string_view usage;   ///< what may follow the name
     std::string_view meaning; ///< with a line break, where it needs one
-    bool fitsUnit;            ///< takes the options of the unit
+    Command command;
+    bool fitsUnit; ///< takes the options of the unit
 };
 
 constexpr CommandText COMMANDS[] = {
-    {Command::Run, "run", "[OPTION...] -- PROGRAM [ARGUMENT...]",
-     "runs PROGRAM, unmodified, on an emulated unit, and ends with its exit status", true},
-    {Command::Replay, "replay", "DIR [OPTION...] -- PROGRAM [ARGUMENT...]",
+    {"run", "[OPTION...] -- PROGRAM [ARGUMENT...]",
+     "runs PROGRAM, unmodified, on an emulated unit, and ends with its exit status", Command::Run, true},
+    {"replay", "DIR [OPTION...] -- PROGRAM [ARGUMENT...]",
      "runs PROGRAM on the ports that --record has recorded, and tells the first difference in what\nit sends",
-     false},
-    {Command::Do, "do", "[OPTION...] STEP", "has something happen to the unit of a run", false},
-    {Command::Devices, "devices", "[OPTION...]",
+     Command::Replay, false},
+    {"do", "[OPTION...] STEP", "has something happen to the unit of a run", Command::Do, false},
+    {"devices", "[OPTION...]",
      "lists the device files of the unit, and what stands behind them and how it is: of the run that do\n"
      "would find; with options of the unit, or when nothing runs, of a unit that is fitted so",
-     true},
-    {Command::Check, "check", "[OPTION...]",
-     "tells whether this machine can run the virtual unit, and what is missing", true},
+     Command::Devices, true},
+    {"check", "[OPTION...]", "tells whether this machine can run the virtual unit, and what is missing",
+     Command::Check, true},
 };
 
 /// An option that is not the unit's. It has a value or is a flag.

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -201,6 +203,12 @@ bool ReadTimesOut(int fd)
     struct termios settings = {};
     if (!Waits::Virtual() || REAL_CALL(tcgetattr)(fd, &settings) != 0 || (settings.c_lflag & ICANON) != 0 ||
         settings.c_cc[VMIN] != 0 || settings.c_cc[VTIME] == 0)
+    {
+        return false;
+    }
+    // The far end of a pseudo terminal tells the settings of the near one, which do not concern it.
+    unsigned int number = 0;
+    if ((REAL_CALL(fcntl)(fd, F_GETFL) & O_NONBLOCK) != 0 || REAL_CALL(ioctl)(fd, TIOCGPTN, &number) == 0)
     {
         return false;
     }

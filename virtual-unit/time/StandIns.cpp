@@ -523,48 +523,6 @@ STAND_IN useconds_t ualarm(useconds_t microseconds, useconds_t interval) noexcep
     return static_cast<useconds_t>(old.it_value.tv_sec * SECOND + old.it_value.tv_usec);
 }
 
-// Signals: their handlers run in threads that seem to wait ------------------------------------------------
-
-STAND_IN int pthread_kill(pthread_t thread, int signal)
-{
-    Waits::Disturb(getpid());
-    return REAL_CALL(pthread_kill)(thread, signal);
-}
-
-STAND_IN int kill(pid_t process, int signal) noexcept
-{
-    Waits::Disturb(process > 0 ? process : 0);
-    return REAL_CALL(kill)(process, signal);
-}
-
-STAND_IN int sigqueue(pid_t process, int signal, const sigval value) noexcept
-{
-    Waits::Disturb(process);
-    return REAL_CALL(sigqueue)(process, signal, value);
-}
-
-STAND_IN int pthread_sigqueue(pthread_t thread, int signal, const sigval value) noexcept
-{
-    Waits::Disturb(getpid());
-    return REAL_CALL(pthread_sigqueue)(thread, signal, value);
-}
-
-STAND_IN int raise(int signal) noexcept
-{
-    Waits::Disturb(getpid());
-    return REAL_CALL(raise)(signal);
-}
-
-STAND_IN int pthread_cancel(pthread_t thread)
-{
-    const int error = REAL_CALL(pthread_cancel)(thread);
-    if (error == 0)
-    {
-        Waits::Interrupt(thread);
-    }
-    return error;
-}
-
 // Threads ----------------------------------------------------------------------------------------------
 
 namespace

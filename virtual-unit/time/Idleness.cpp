@@ -174,6 +174,12 @@ bool Idleness::FirstLook()
             return false;
         }
         thread.turnsThen = LastNumber(text);
+        // One that is on a processor now may sleep at the second look with no turn more.
+        if (!Sleeps(thread))
+        {
+            lastBusy = index;
+            return false;
+        }
     }
     return true;
 }

@@ -478,7 +478,7 @@ __attribute__((no_sanitize("address"))) STAND_IN long syscall(long number, ...) 
     std::array<long, 6> arguments{};
     for (long& argument : arguments)
     {
-        argument = va_arg(list, long);
+        argument = va_arg(list, long); // NOLINT(clang-analyzer-valist.Uninitialized): it is, above
     }
     va_end(list);
     const auto real = [&] {
@@ -489,6 +489,7 @@ __attribute__((no_sanitize("address"))) STAND_IN long syscall(long number, ...) 
     {
         return real();
     }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): an argument of a system call is a number or an address
     const auto time = [&](int index) { return reinterpret_cast<timespec*>(arguments[index]); };
     switch (number)
     {
@@ -509,6 +510,7 @@ __attribute__((no_sanitize("address"))) STAND_IN long syscall(long number, ...) 
     }
     const auto operation = static_cast<int>(arguments[1]);
     const bool isPrivate = (operation & FUTEX_PRIVATE_FLAG) != 0;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): likewise
     const auto* const word = reinterpret_cast<const std::uint32_t*>(arguments[0]);
     const auto value = static_cast<std::uint32_t>(arguments[2]);
     const timespec* const limit = time(3);

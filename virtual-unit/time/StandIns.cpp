@@ -534,10 +534,15 @@ struct Start
     void* argument;
 };
 
+const void* ObjectOf(pthread_t thread)
+{
+    return reinterpret_cast<const void*>(thread); // NOLINT(performance-no-int-to-ptr): nobody looks behind it
+}
+
 /// Tells those who wait for the end of the calling thread, however it ends.
 struct End
 {
-    ~End() { Waits::ObjectWait::Announce(reinterpret_cast<const void*>(pthread_self()), INT_MAX); }
+    ~End() { Waits::ObjectWait::Announce(ObjectOf(pthread_self()), INT_MAX); }
 };
 
 void* Run(void* argument)
@@ -608,7 +613,7 @@ STAND_IN FILE* popen(const char* command, const char* mode)
 
 STAND_IN int pthread_clockjoin_np(pthread_t thread, void** result, clockid_t clock, const timespec* deadline)
 {
-    const auto* const object = reinterpret_cast<const void*>(thread);
+    const void* const object = ObjectOf(thread);
     while (Waits::Virtual())
     {
         int error = pthread_tryjoin_np(thread, result);

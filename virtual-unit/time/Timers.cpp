@@ -434,6 +434,7 @@ int Create(clockid_t clock, const sigevent* event, timer_t* id)
     {
         return -1;
     }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): what an ID is behind its type is the system's own affair
     *id = reinterpret_cast<timer_t>(FIRST_ID + static_cast<std::uintptr_t>(timer - timers.data()));
     if (event != nullptr)
     {

@@ -41,8 +41,10 @@ std::filesystem::path Library()
 /// Adds an option to a list of them in the environment.
 void AddOption(const char* variable, const std::string& option)
 {
+    // NOLINTBEGIN(concurrency-mt-unsafe): nothing has happened yet
     const char* const present = std::getenv(variable);
     setenv(variable, (present != nullptr ? present + (":" + option) : option).c_str(), 1);
+    // NOLINTEND(concurrency-mt-unsafe)
 }
 
 /// What is asked of the kernel about each thread: its children, how often it ran, where it waits,

@@ -163,7 +163,7 @@ TEST_F(FastTest, AStaticProgramHoldsTheTimeOfTheOthers)
 {
     const Outcome outcome = Shell(Word(RAW_PROBE_STATIC) + " 1 >&2 & a=$(date +%s%N); wait; "
                                                            "b=$(date +%s%N); echo $(((b - a) / 1000000))");
-    EXPECT_GE(std::atoi(outcome.output.c_str()), 1000);
+    EXPECT_GE(std::atoi(outcome.output.c_str()), 500) << "it has begun a little before";
     EXPECT_LE(std::atoi(outcome.output.c_str()), 60'000);
 }
 

@@ -471,7 +471,7 @@ long WaitForFutex(const std::uint32_t* word, bool isPrivate, std::uint32_t seen,
 /// What C++'s own semaphores, futures and waits for atomic objects are made of. It takes six arguments
 /// whether they were given or not, as the C library's own does: to the address sanitizer the last one is
 /// beyond the caller's.
-__attribute__((no_sanitize("address"))) STAND_IN long syscall(long number, ...) noexcept
+STAND_IN __attribute__((no_sanitize("address"))) long syscall(long number, ...) noexcept
 {
     va_list list;
     va_start(list, number);

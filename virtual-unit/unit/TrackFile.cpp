@@ -49,7 +49,7 @@ std::string FindText(const ptree& tree, const std::string& name)
         {
             return below.data();
         }
-        if (const std::string found = FindText(below, name); !found.empty())
+        if (std::string found = FindText(below, name); !found.empty())
         {
             return found;
         }

@@ -66,6 +66,7 @@ std::chrono::sys_time<std::chrono::milliseconds> Moment(const std::string& value
     double second = 0;
     int used = 0;
     const char* rest = value.c_str();
+    // NOLINTBEGIN(cert-err34-c): of so few digits each number is one
     if (std::sscanf(rest, "%4d-%2u-%2u%n", &year, &month, &day, &used) != 3)
     {
         Refuse(value, REASON);
@@ -92,6 +93,7 @@ std::chrono::sys_time<std::chrono::milliseconds> Moment(const std::string& value
     {
         rest += used;
     }
+    // NOLINTEND(cert-err34-c)
     const year_month_day date = std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
     if (*rest != '\0' || !date.ok() || hour > 23 || minute > 59 || !(second >= 0 && second < 60))
     {

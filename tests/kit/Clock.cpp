@@ -42,7 +42,7 @@ Clock::Clock()
     Waits::Time& time = Waits::place.board->time;
     time.startMonotonic = Waits::Monotonic();
     time.passed = 0;
-    time.wallAtStart = START * Waits::NANOSECONDS;
+    time.wallAtStart = START * VirtualTime::NANOSECONDS;
     ending = false;
     ticking = false;
     time.on = true;
@@ -76,7 +76,7 @@ std::chrono::nanoseconds Clock::Elapsed()
 void Clock::SetWallClock(std::time_t seconds)
 {
     Waits::Time& time = Waits::place.board->time;
-    time.wallAtStart = seconds * Waits::NANOSECONDS - time.passed;
+    time.wallAtStart = seconds * VirtualTime::NANOSECONDS - time.passed;
 }
 
 bool Clock::WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit)

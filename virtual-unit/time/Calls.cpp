@@ -17,13 +17,6 @@ namespace VirtualTime::Calls
 namespace
 {
 
-using Waits::NANOSECONDS;
-
-timespec ToTimespec(std::int64_t nanoseconds)
-{
-    return {static_cast<time_t>(nanoseconds / NANOSECONDS), static_cast<long>(nanoseconds % NANOSECONDS)};
-}
-
 bool IsWallClock(clockid_t clock)
 {
     return clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE || clock == CLOCK_REALTIME_ALARM ||
@@ -107,11 +100,6 @@ int SelectFor(int count, fd_set* in, fd_set* out, fd_set* except, std::int64_t n
 
 }
 
-std::int64_t ToNanoseconds(const timespec& time)
-{
-    return time.tv_sec * NANOSECONDS + time.tv_nsec;
-}
-
 std::int64_t Deadline(clockid_t clock, const timespec& time)
 {
     return ToNanoseconds(time) + (IsWallClock(clock) ? Waits::Monotonic() - Waits::Wall() : 0);
@@ -127,7 +115,7 @@ int Poll(pollfd* fds, nfds_t count, int milliseconds)
     {
         return PollFor(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr);
     }
-    const Waits::CallWait wait;
+    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall);
     return REAL_CALL(poll)(fds, count, milliseconds);
 }
 
@@ -141,7 +129,7 @@ int Ppoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* mask
     {
         return PollFor(fds, count, ToNanoseconds(*limit), mask);
     }
-    const Waits::CallWait wait;
+    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall);
     return REAL_CALL(ppoll)(fds, count, limit, mask);
 }
 
@@ -231,12 +219,12 @@ STAND_IN int clock_gettime(clockid_t clock, timespec* now) noexcept
 {
     if (Calls::IsMonotonicClock(clock))
     {
-        *now = Calls::ToTimespec(Waits::Monotonic());
+        *now = ToTimespec(Waits::Monotonic());
         return 0;
     }
     if (Waits::Virtual() && Calls::IsWallClock(clock))
     {
-        *now = Calls::ToTimespec(Waits::Wall());
+        *now = ToTimespec(Waits::Wall());
         return 0;
     }
     return REAL_CALL(clock_gettime)(clock, now);

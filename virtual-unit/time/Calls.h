@@ -23,8 +23,6 @@ unsigned int Sleep(unsigned int seconds);
 int Nanosleep(const timespec* duration, timespec* left);
 int ClockNanosleep(clockid_t clock, int flags, const timespec* time, timespec* left);
 
-std::int64_t ToNanoseconds(const timespec& time);
-
 /// A deadline of some clock, by the monotonic one in nanoseconds.
 std::int64_t Deadline(clockid_t clock, const timespec& time);
 

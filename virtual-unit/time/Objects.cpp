@@ -65,11 +65,6 @@ Waits::Wake TryUntil(const void* object, std::int64_t deadline, bool announced, 
     return Waits::Wake::Event;
 }
 
-bool IsValid(const timespec* time)
-{
-    return time->tv_nsec >= 0 && time->tv_nsec < Waits::NANOSECONDS;
-}
-
 /// Unlocks, and tells those who wait for the mutex with a deadline.
 int Unlock(pthread_mutex_t* mutex)
 {
@@ -149,8 +144,7 @@ timespec RealDeadline(clockid_t clock, const timespec& deadline)
         return deadline;
     }
     const std::int64_t ahead = Waits::Monotonic() - Waits::RealNow(CLOCK_MONOTONIC);
-    const std::int64_t real = Calls::ToNanoseconds(deadline) - ahead;
-    return {static_cast<time_t>(real / Waits::NANOSECONDS), static_cast<long>(real % Waits::NANOSECONDS)};
+    return ToTimespec(ToNanoseconds(deadline) - ahead);
 }
 
 clockid_t ClockOf(const pthread_cond_t* condition)
@@ -167,7 +161,7 @@ int LockUntil(const void* object, bool announced, clockid_t clock, const timespe
     {
         return error;
     }
-    if (!IsValid(deadline))
+    if (!IsNanosecond(*deadline))
     {
         return EINVAL;
     }
@@ -219,7 +213,8 @@ STAND_IN int pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* 
         const timespec real = RealDeadline(clock, *deadline);
         return REAL_CALL(pthread_cond_clockwait)(condition, mutex, clock, &real);
     }
-    return IsValid(deadline) ? WaitForCondition(condition, mutex, Calls::Deadline(clock, *deadline)) : EINVAL;
+    return IsNanosecond(*deadline) ? WaitForCondition(condition, mutex, Calls::Deadline(clock, *deadline))
+                                   : EINVAL;
 }
 
 STAND_IN int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex,
@@ -288,7 +283,7 @@ STAND_IN int sem_clockwait(sem_t* semaphore, clockid_t clock, const timespec* de
     {
         return 0;
     }
-    if (!IsValid(deadline))
+    if (!IsNanosecond(*deadline))
     {
         errno = EINVAL;
         return -1;
@@ -396,9 +391,9 @@ STAND_IN int cnd_timedwait(cnd_t* condition, mtx_t* mutex, const timespec* deadl
     {
         return REAL_CALL(cnd_timedwait)(condition, mutex, deadline);
     }
-    return IsValid(deadline) ? ToThreadResult(WaitForCondition(Of(condition), mutex,
-                                                               Calls::Deadline(CLOCK_REALTIME, *deadline)))
-                             : thrd_error;
+    return IsNanosecond(*deadline) ? ToThreadResult(WaitForCondition(
+                                         Of(condition), mutex, Calls::Deadline(CLOCK_REALTIME, *deadline)))
+                                   : thrd_error;
 }
 
 STAND_IN int cnd_signal(cnd_t* condition)
@@ -519,7 +514,7 @@ STAND_IN __attribute__((no_sanitize("address"))) long syscall(long number, ...) 
     case FUTEX_WAIT:
         return limit == nullptr
                    ? real()
-                   : WaitForFutex(word, isPrivate, value, Waits::Monotonic() + Calls::ToNanoseconds(*limit));
+                   : WaitForFutex(word, isPrivate, value, Waits::Monotonic() + ToNanoseconds(*limit));
     case FUTEX_WAIT_BITSET:
         return limit == nullptr
                    ? real()

@@ -10,23 +10,16 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <csignal>
 #include <cstdarg>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <mqueue.h>
-#include <new>
-#include <pthread.h>
-#include <spawn.h>
 #include <sys/epoll.h>
 #include <sys/sem.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <sys/timerfd.h>
 #include <unistd.h>
 
 using namespace VirtualTime;
@@ -183,8 +176,7 @@ bool IsReady(int fd, bool toReceive, int flags = 0)
     {
         return true;
     }
-    const timespec time = {static_cast<time_t>(limit / Waits::NANOSECONDS),
-                           static_cast<long>(limit % Waits::NANOSECONDS)};
+    const timespec time = ToTimespec(limit);
     pollfd socket = {fd, static_cast<short>(toReceive ? POLLIN : POLLOUT), 0};
     const int ready = Calls::Ppoll(&socket, 1, &time, nullptr);
     if (ready == 0)
@@ -206,9 +198,8 @@ STAND_IN int setsockopt(int fd, int level, int option, const void* value, sockle
         const int result = REAL_CALL(setsockopt)(fd, level, option, &none, sizeof none);
         if (result == 0)
         {
-            const auto& limit = *static_cast<const timeval*>(value);
             (option == SO_RCVTIMEO ? own->receive : own->send) =
-                limit.tv_sec * Waits::NANOSECONDS + limit.tv_usec * 1000;
+                ToNanoseconds(*static_cast<const timeval*>(value));
             socketsHaveTimeOuts = true;
         }
         return result;
@@ -223,9 +214,7 @@ STAND_IN int getsockopt(int fd, int level, int option, void* value, socklen_t* l
     if (result == 0 && socketsHaveTimeOuts && level == SOL_SOCKET &&
         (option == SO_RCVTIMEO || option == SO_SNDTIMEO) && own != nullptr && *length >= sizeof(timeval))
     {
-        const std::int64_t limit = option == SO_RCVTIMEO ? own->receive : own->send;
-        *static_cast<timeval*>(value) = {static_cast<time_t>(limit / Waits::NANOSECONDS),
-                                         static_cast<suseconds_t>(limit % Waits::NANOSECONDS / 1000)};
+        *static_cast<timeval*>(value) = ToTimeval(option == SO_RCVTIMEO ? own->receive : own->send);
     }
     return result;
 }
@@ -310,54 +299,50 @@ STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
 
 // Messages, semaphores of System V, asynchronous input and output ---------------------------------------
 
-STAND_IN ssize_t mq_timedreceive(mqd_t queue, char* bytes, size_t count, unsigned int* priority,
-                                 const timespec* deadline)
+namespace
+{
+
+/// Tries, and waits until the queue is ready, in turns. @return as `attempt`, which waits until a deadline
+template <class Attempt>
+auto AwaitQueue(mqd_t queue, short events, const timespec* deadline, Attempt attempt)
 {
     const timespec past = {0, 0};
-    while (Waits::Virtual())
+    while (Waits::Virtual() && deadline != nullptr)
     {
-        const ssize_t result = REAL_CALL(mq_timedreceive)(queue, bytes, count, priority, &past);
+        const auto result = attempt(&past);
         if (result >= 0 || errno != ETIMEDOUT)
         {
             return result;
         }
         const std::int64_t left = Calls::Deadline(CLOCK_REALTIME, *deadline) - Waits::Monotonic();
-        const timespec limit = {static_cast<time_t>(left / Waits::NANOSECONDS),
-                                static_cast<long>(left % Waits::NANOSECONDS)};
-        pollfd input = {queue, POLLIN, 0};
-        const int ready = left > 0 ? Calls::Ppoll(&input, 1, &limit, nullptr) : 0;
+        const timespec limit = ToTimespec(std::max<std::int64_t>(left, 0));
+        pollfd look = {queue, events, 0};
+        const int ready = Calls::Ppoll(&look, 1, &limit, nullptr);
         if (ready <= 0)
         {
             errno = ready == 0 ? ETIMEDOUT : errno;
-            return -1;
+            return decltype(result){-1};
         }
     }
-    return REAL_CALL(mq_timedreceive)(queue, bytes, count, priority, deadline);
+    return attempt(deadline);
+}
+
+}
+
+STAND_IN ssize_t mq_timedreceive(mqd_t queue, char* bytes, size_t count, unsigned int* priority,
+                                 const timespec* deadline)
+{
+    return AwaitQueue(queue, POLLIN, deadline, [&](const timespec* until) {
+        return REAL_CALL(mq_timedreceive)(queue, bytes, count, priority, until);
+    });
 }
 
 STAND_IN int mq_timedsend(mqd_t queue, const char* bytes, size_t count, unsigned int priority,
                           const timespec* deadline)
 {
-    const timespec past = {0, 0};
-    while (Waits::Virtual())
-    {
-        const int result = REAL_CALL(mq_timedsend)(queue, bytes, count, priority, &past);
-        if (result >= 0 || errno != ETIMEDOUT)
-        {
-            return result;
-        }
-        const std::int64_t left = Calls::Deadline(CLOCK_REALTIME, *deadline) - Waits::Monotonic();
-        const timespec limit = {static_cast<time_t>(left / Waits::NANOSECONDS),
-                                static_cast<long>(left % Waits::NANOSECONDS)};
-        pollfd output = {queue, POLLOUT, 0};
-        const int ready = left > 0 ? Calls::Ppoll(&output, 1, &limit, nullptr) : 0;
-        if (ready <= 0)
-        {
-            errno = ready == 0 ? ETIMEDOUT : errno;
-            return -1;
-        }
-    }
-    return REAL_CALL(mq_timedsend)(queue, bytes, count, priority, deadline);
+    return AwaitQueue(queue, POLLOUT, deadline, [&](const timespec* until) {
+        return REAL_CALL(mq_timedsend)(queue, bytes, count, priority, until);
+    });
 }
 
 namespace
@@ -372,7 +357,7 @@ int LookUntil(const timespec& limit, int notYet, Attempt attempt)
 {
     constexpr std::int64_t SHORTEST = 1'000'000;
     constexpr std::int64_t LONGEST = 50'000'000;
-    const std::int64_t deadline = Waits::Monotonic() + Calls::ToNanoseconds(limit);
+    const std::int64_t deadline = Waits::Monotonic() + ToNanoseconds(limit);
     for (std::int64_t pause = SHORTEST;; pause = std::min(2 * pause, LONGEST))
     {
         const int result = attempt();
@@ -427,223 +412,6 @@ STAND_IN int aio_suspend(const aiocb* const list[], int count, const timespec* l
         errno = EINPROGRESS;
         return -1;
     });
-}
-
-// Timers -----------------------------------------------------------------------------------------------
-
-STAND_IN int timerfd_create(clockid_t clock, int flags) noexcept
-{
-    return Timers::IsVirtual(clock) ? Timers::CreateDescriptor(clock, flags)
-                                    : REAL_CALL(timerfd_create)(clock, flags);
-}
-
-STAND_IN int timerfd_settime(int fd, int flags, const itimerspec* value, itimerspec* old) noexcept
-{
-    return Timers::IsDescriptor(fd) ? Timers::SetDescriptor(fd, flags, value, old)
-                                    : REAL_CALL(timerfd_settime)(fd, flags, value, old);
-}
-
-STAND_IN int timerfd_gettime(int fd, itimerspec* value) noexcept
-{
-    return Timers::IsDescriptor(fd) ? Timers::GetDescriptor(fd, value)
-                                    : REAL_CALL(timerfd_gettime)(fd, value);
-}
-
-STAND_IN int timer_create(clockid_t clock, sigevent* event, timer_t* timer) noexcept
-{
-    return Timers::IsVirtual(clock) ? Timers::Create(clock, event, timer)
-                                    : REAL_CALL(timer_create)(clock, event, timer);
-}
-
-STAND_IN int timer_settime(timer_t timer, int flags, const itimerspec* value, itimerspec* old) noexcept
-{
-    return Timers::IsTimer(timer) ? Timers::Set(timer, flags, value, old)
-                                  : REAL_CALL(timer_settime)(timer, flags, value, old);
-}
-
-STAND_IN int timer_gettime(timer_t timer, itimerspec* value) noexcept
-{
-    return Timers::IsTimer(timer) ? Timers::Get(timer, value) : REAL_CALL(timer_gettime)(timer, value);
-}
-
-STAND_IN int timer_delete(timer_t timer) noexcept
-{
-    return Timers::IsTimer(timer) ? Timers::Delete(timer) : REAL_CALL(timer_delete)(timer);
-}
-
-STAND_IN int timer_getoverrun(timer_t timer) noexcept
-{
-    return Timers::IsTimer(timer) ? Timers::Overrun(timer) : REAL_CALL(timer_getoverrun)(timer);
-}
-
-STAND_IN int setitimer(__itimer_which_t which, const itimerval* value, itimerval* old) noexcept
-{
-    if (!Waits::Virtual() || which != ITIMER_REAL || value == nullptr)
-    {
-        return REAL_CALL(setitimer)(which, value, old);
-    }
-    Timers::SetAlarm(*value, old);
-    return 0;
-}
-
-STAND_IN int getitimer(__itimer_which_t which, itimerval* value) noexcept
-{
-    if (!Waits::Virtual() || which != ITIMER_REAL || value == nullptr)
-    {
-        return REAL_CALL(getitimer)(which, value);
-    }
-    Timers::GetAlarm(*value);
-    return 0;
-}
-
-STAND_IN unsigned int alarm(unsigned int seconds) noexcept
-{
-    if (!Waits::Virtual())
-    {
-        return REAL_CALL(alarm)(seconds);
-    }
-    itimerval old = {};
-    Timers::SetAlarm({{0, 0}, {static_cast<time_t>(seconds), 0}}, &old);
-    const auto left = static_cast<unsigned int>(old.it_value.tv_sec);
-    return left == 0 && old.it_value.tv_usec > 0 ? 1 : left + (old.it_value.tv_usec >= 500'000 ? 1 : 0);
-}
-
-STAND_IN useconds_t ualarm(useconds_t microseconds, useconds_t interval) noexcept
-{
-    if (!Waits::Virtual())
-    {
-        return REAL_CALL(ualarm)(microseconds, interval);
-    }
-    constexpr useconds_t SECOND = 1'000'000;
-    const auto time = [](useconds_t all) {
-        return timeval{static_cast<time_t>(all / SECOND), static_cast<suseconds_t>(all % SECOND)};
-    };
-    itimerval old = {};
-    Timers::SetAlarm({time(interval), time(microseconds)}, &old);
-    return static_cast<useconds_t>(old.it_value.tv_sec * SECOND + old.it_value.tv_usec);
-}
-
-// Threads ----------------------------------------------------------------------------------------------
-
-namespace
-{
-
-struct Start
-{
-    void* (*routine)(void*);
-    void* argument;
-};
-
-const void* ObjectOf(pthread_t thread)
-{
-    return reinterpret_cast<const void*>(thread); // NOLINT(performance-no-int-to-ptr): nobody looks behind it
-}
-
-/// Tells those who wait for the end of the calling thread, however it ends.
-struct End
-{
-    ~End() { Waits::ObjectWait::Announce(ObjectOf(pthread_self()), INT_MAX); }
-};
-
-void* Run(void* argument)
-{
-    const Start start = *static_cast<Start*>(argument);
-    delete static_cast<Start*>(argument);
-    const End end;
-    return start.routine(start.argument);
-}
-
-}
-
-STAND_IN int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*routine)(void*),
-                            void* argument) noexcept
-{
-    auto* const start = new (std::nothrow) Start{routine, argument};
-    if (start == nullptr)
-    {
-        return EAGAIN;
-    }
-    const Waits::Creation creation;
-    const int error = REAL_CALL(pthread_create)(thread, attributes, Run, start);
-    if (error != 0)
-    {
-        delete start;
-    }
-    return error;
-}
-
-STAND_IN pid_t fork() noexcept
-{
-    Waits::Creation creation;
-    const pid_t child = REAL_CALL(fork)();
-    if (child == 0)
-    {
-        creation.LeaveToOther(); // the parent's part
-    }
-    return child;
-}
-
-STAND_IN int posix_spawn(pid_t* process, const char* path, const posix_spawn_file_actions_t* actions,
-                         const posix_spawnattr_t* attributes, char* const arguments[],
-                         char* const environment[])
-{
-    const Waits::Creation creation;
-    return REAL_CALL(posix_spawn)(process, path, actions, attributes, arguments, environment);
-}
-
-STAND_IN int posix_spawnp(pid_t* process, const char* file, const posix_spawn_file_actions_t* actions,
-                          const posix_spawnattr_t* attributes, char* const arguments[],
-                          char* const environment[])
-{
-    const Waits::Creation creation;
-    return REAL_CALL(posix_spawnp)(process, file, actions, attributes, arguments, environment);
-}
-
-STAND_IN int system(const char* command)
-{
-    const Waits::Creation creation;
-    return REAL_CALL(system)(command);
-}
-
-STAND_IN FILE* popen(const char* command, const char* mode)
-{
-    const Waits::Creation creation;
-    return REAL_CALL(popen)(command, mode);
-}
-
-STAND_IN int pthread_clockjoin_np(pthread_t thread, void** result, clockid_t clock, const timespec* deadline)
-{
-    const void* const object = ObjectOf(thread);
-    while (Waits::Virtual())
-    {
-        int error = pthread_tryjoin_np(thread, result);
-        if (error != EBUSY)
-        {
-            return error;
-        }
-        const std::int64_t due = Calls::Deadline(clock, *deadline);
-        if (Waits::Monotonic() >= due)
-        {
-            return ETIMEDOUT;
-        }
-        Waits::ObjectWait wait(object, due);
-        error = pthread_tryjoin_np(thread, result);
-        if (error != EBUSY)
-        {
-            return error;
-        }
-        if (wait.Wait() == Waits::Wake::Event)
-        {
-            return pthread_join(thread, result); // it is ending
-        }
-    }
-    return REAL_CALL(pthread_clockjoin_np)(thread, result, clock, deadline);
-}
-
-STAND_IN int pthread_timedjoin_np(pthread_t thread, void** result, const timespec* deadline)
-{
-    return Waits::Virtual() ? pthread_clockjoin_np(thread, result, CLOCK_REALTIME, deadline)
-                            : REAL_CALL(pthread_timedjoin_np)(thread, result, deadline);
 }
 
 // Terminals: what is on its way through one arrives before the time goes on.

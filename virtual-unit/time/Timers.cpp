@@ -20,7 +20,6 @@ namespace VirtualTime::Timers
 namespace
 {
 
-using Waits::NANOSECONDS;
 using Waits::NEVER;
 
 enum class Kind : std::uint8_t
@@ -55,27 +54,6 @@ void FindEarliest()
 
 constexpr std::uintptr_t FIRST_ID = 0x40000000; // far from the C library's own
 
-std::int64_t ToNanoseconds(const timespec& time)
-{
-    return time.tv_sec * NANOSECONDS + time.tv_nsec;
-}
-
-timespec ToTimespec(std::int64_t nanoseconds)
-{
-    return {static_cast<time_t>(nanoseconds / NANOSECONDS), static_cast<long>(nanoseconds % NANOSECONDS)};
-}
-
-std::int64_t ToNanoseconds(const timeval& time)
-{
-    return time.tv_sec * NANOSECONDS + time.tv_usec * 1000;
-}
-
-timeval ToTimeval(std::int64_t nanoseconds)
-{
-    return {static_cast<time_t>(nanoseconds / NANOSECONDS),
-            static_cast<suseconds_t>(nanoseconds % NANOSECONDS / 1000)};
-}
-
 /// What is left; a timer that is due any moment has something left.
 std::int64_t Left(const Timer& timer)
 {
@@ -107,7 +85,7 @@ Timer* Take(Kind kind, clockid_t clock)
 
 bool IsValid(const timespec& time)
 {
-    return time.tv_sec >= 0 && time.tv_nsec >= 0 && time.tv_nsec < NANOSECONDS;
+    return time.tv_sec >= 0 && IsNanosecond(time);
 }
 
 /// Under the mutex. @return false with errno

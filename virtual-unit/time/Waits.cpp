@@ -137,41 +137,6 @@ Slot* ClaimSlot(pid_t thread)
     return nullptr;
 }
 
-/// The calling thread begins to wait; until Return().
-void Announce(Slot& slot, Stand how)
-{
-    Become(slot, place.isEmulated ? Stand::Runs : how);
-    Board& board = *place.board;
-    ++board.entries;
-    if (board.leaderSleeps)
-    {
-        FutexWake(board.entries);
-    }
-}
-
-void Return(Slot& slot)
-{
-    if (StandOf(slot.stand) != Stand::Runs)
-    {
-        Become(slot, Stand::Runs);
-    }
-}
-
-/// Until Return(), also when the thread is cancelled.
-class Waiting
-{
-public:
-    Waiting(Slot& own, Stand how) : slot(own) { Announce(slot, how); }
-
-    ~Waiting() { Return(slot); }
-
-    Waiting(const Waiting&) = delete;
-    Waiting& operator=(const Waiting&) = delete;
-
-private:
-    Slot& slot;
-};
-
 Wake Park(Slot& slot, std::uint32_t unwoken)
 {
     const Waiting waiting(slot, Stand::Parked);
@@ -413,7 +378,26 @@ std::int64_t RealNow(clockid_t clock)
 {
     timespec now = {};
     REAL_CALL(clock_gettime)(clock, &now);
-    return now.tv_sec * NANOSECONDS + now.tv_nsec;
+    return ToNanoseconds(now);
+}
+
+Waiting::Waiting(Slot& own, Stand how) : slot(own)
+{
+    Become(slot, place.isEmulated ? Stand::Runs : how);
+    Board& board = *place.board;
+    ++board.entries;
+    if (board.leaderSleeps)
+    {
+        FutexWake(board.entries);
+    }
+}
+
+Waiting::~Waiting()
+{
+    if (StandOf(slot.stand) != Stand::Runs)
+    {
+        Become(slot, Stand::Runs);
+    }
 }
 
 Wake SleepUntil(std::int64_t monotonic)
@@ -499,16 +483,6 @@ void ObjectWait::ForgetAll()
     }
 }
 
-CallWait::CallWait() : slot(OwnSlot())
-{
-    Announce(slot, Stand::InCall);
-}
-
-CallWait::~CallWait()
-{
-    Return(slot);
-}
-
 Wake WaitDescriptors(pollfd* fds, nfds_t count, std::int64_t monotonic, const sigset_t* mask, int& ready)
 {
     if (place.beforeCall != nullptr)
@@ -545,11 +519,6 @@ Wake WaitDescriptors(pollfd* fds, nfds_t count, std::int64_t monotonic, const si
     }
     ready = REAL_CALL(poll)(fds, count, 0);
     return wake == Wake::Deadline ? wake : Wake::Event;
-}
-
-std::int64_t EarliestDeadline()
-{
-    return FindEarliest().deadline;
 }
 
 bool FireEarliest()
@@ -624,13 +593,13 @@ void Interrupt(pthread_t thread)
     }
 }
 
-void Disturb(pid_t process, pid_t thread)
+void Disturb(pid_t process)
 {
     Board& board = *place.board;
     for (std::uint32_t i = 0; i < board.used; ++i)
     {
         Slot& slot = board.slots[i];
-        if ((process == 0 || slot.process == process) && (thread == 0 || slot.thread == thread))
+        if (process == 0 || slot.process == process)
         {
             Change(slot, Stand::Parked, Stand::Disturbed);
             Change(slot, Stand::InCall, Stand::Disturbed);

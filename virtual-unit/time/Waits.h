@@ -5,6 +5,8 @@
 // allocates. Calling threads: any, but FireEarliest(), FireAll(), Hold() and LetGo() belong to one, the
 // leader, which moves the time.
 
+#include "virtual-unit/time/Nanoseconds.h"
+
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -16,7 +18,6 @@
 namespace VirtualTime::Waits
 {
 
-constexpr std::int64_t NANOSECONDS = 1'000'000'000; ///< in a second
 constexpr std::int64_t NEVER = std::numeric_limits<std::int64_t>::max();
 
 enum class Wake : std::uint8_t
@@ -133,14 +134,14 @@ private:
     ObjectWait* next = nullptr;
 };
 
-/// While one lives, the calling thread is in a system call that waits for descriptors and does nothing else.
-class CallWait
+/// While one lives, the calling thread, whose slot it is, is parked or in a call; also when it is cancelled.
+class Waiting
 {
 public:
-    CallWait();
-    ~CallWait();
-    CallWait(const CallWait&) = delete;
-    CallWait& operator=(const CallWait&) = delete;
+    Waiting(Slot& own, Stand how);
+    ~Waiting();
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
 
 private:
     Slot& slot;
@@ -187,11 +188,8 @@ private:
     bool own = true;
 };
 
-/// A signal may come to a thread (of a process, or of all of them where `process` is 0: to any of its
-/// threads): it may run at any time, unannounced.
-void Disturb(pid_t process, pid_t thread = 0);
-
-std::int64_t EarliestDeadline();
+/// A signal may come to any thread of a process (0: of all of them): it may run at any time, unannounced.
+void Disturb(pid_t process);
 
 /// Until LetGo() virtual time goes with the real one. @param since by the real monotonic clock
 void Hold(std::int64_t since);

@@ -76,8 +76,7 @@ std::string ViewOfUnit(const fs::path& log, const fs::path& journal)
         {
             pins[line.substr(0, line.find('='))] = line;
         }
-        else if (!line.starts_with(
-                     "card ")) // the end of each application that powers off, whatever the script
+        else
         {
             view += line + "\n";
         }

@@ -177,9 +177,9 @@ TEST_F(FastTest, AProgramThatDoesNotLiveInVirtualTimeIsTold)
 TEST_F(FastTest, AProgramInAWaitThatIsNotKnownIsNotKilledByAGraceThatPassedInNoTime)
 {
     // Asked to end, it takes its time in a way that no library knows of.
-    const Outcome outcome = Shell("trap '" + Word(RAW_PROBE) +
-                                      " 1 >/dev/null; echo orderly; exit 4' TERM; while :; do sleep 1; done",
-                                  {"--script", EndScript()});
+    const std::string farewell = Word(RAW_PROBE) + " 1 >/dev/null; echo orderly; exit 4";
+    const Outcome outcome =
+        Shell("trap " + Word(farewell) + " TERM; while :; do sleep 1; done", {"--script", EndScript()});
     EXPECT_EQ(outcome.output, "orderly\n");
     EXPECT_EQ(outcome.status, 4);
 }

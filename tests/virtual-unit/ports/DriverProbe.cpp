@@ -149,10 +149,10 @@ int Gone(const std::string& unit)
 
 int Stuck(const char* port)
 {
-    const auto seconds = [] {
+    const auto milliseconds = [] {
         timespec time = {};
         clock_gettime(CLOCK_MONOTONIC, &time);
-        return time.tv_sec;
+        return time.tv_sec * 1000 + time.tv_nsec / 1'000'000;
     };
     const int fd = OpenOrEnd(port);
     termios settings = {};
@@ -165,11 +165,12 @@ int Stuck(const char* port)
         Print(when, count);
     };
     waiting("at first");
-    const auto begin = seconds();
+    const auto begin = milliseconds();
     Print("write", write(fd, "AT\r\n", 4));
     waiting("waiting");
     const bool drained = tcdrain(fd) == 0;
-    std::printf(drained ? "drained after %ld s\n" : "not drained after %ld s\n", seconds() - begin);
+    std::printf(drained ? "drained after %ld s\n" : "not drained after %ld s\n",
+                (milliseconds() - begin) / 1000);
     waiting("waiting");
     pollfd event = {fd, POLLIN, 0};
     std::printf("%s\n", poll(&event, 1, PATIENCE_MILLISECONDS) == 1 ? "it answers" : "it is silent");

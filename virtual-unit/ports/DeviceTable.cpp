@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <fnmatch.h>
+#include <sys/stat.h>
 #include <utility>
 
 namespace VirtualUnit
@@ -32,7 +33,14 @@ const std::vector<std::string>& DeviceTable::UnitPaths()
 
 void DeviceTable::Serve(const std::string& path, std::unique_ptr<ServedDevice> device)
 {
+    openedBefore.clear();
     served[path] = std::move(device);
+}
+
+void DeviceTable::EndService()
+{
+    openedBefore.clear();
+    served.clear();
 }
 
 ServedDevice* DeviceTable::Find(const std::string& path) const
@@ -60,16 +68,28 @@ int DeviceTable::WriteError(const std::string& link) const
 ServedDevice* DeviceTable::FindOpened(const std::string& link) const
 {
     struct stat opened = {};
-    if (stat(link.c_str(), &opened) != 0)
+    if (stat(link.c_str(), &opened) != 0 || (!S_ISSOCK(opened.st_mode) && !S_ISCHR(opened.st_mode)))
     {
         return nullptr;
     }
-    const auto found = std::ranges::find_if(served, [&opened](const auto& entry) {
+    const auto isOpened = [&opened](const ServedDevice& device) {
         struct stat own = {};
-        return fstat(entry.second->Descriptor(), &own) == 0 && own.st_dev == opened.st_dev &&
+        return fstat(device.Descriptor(), &own) == 0 && own.st_dev == opened.st_dev &&
                own.st_ino == opened.st_ino;
-    });
-    return found == served.end() ? nullptr : found->second.get();
+    };
+    // A device that comes back is another file; so what was found before is only where to look first.
+    const std::pair file(opened.st_dev, opened.st_ino);
+    if (const auto before = openedBefore.find(file); before != openedBefore.end())
+    {
+        if (isOpened(*before->second))
+        {
+            return before->second;
+        }
+        openedBefore.erase(before);
+    }
+    const auto device =
+        std::ranges::find_if(served, [&](const auto& entry) { return isOpened(*entry.second); });
+    return device == served.end() ? nullptr : openedBefore[file] = device->second.get();
 }
 
 bool DeviceTable::BelongsToUnit(const std::string& path) const

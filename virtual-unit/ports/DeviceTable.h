@@ -7,6 +7,8 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <sys/types.h>
+#include <utility>
 #include <vector>
 
 namespace VirtualUnit
@@ -22,7 +24,7 @@ public:
 
     void Serve(const std::string& path, std::unique_ptr<ServedDevice> device);
 
-    void EndService() { served.clear(); } ///< of all devices; the card stays as it is
+    void EndService(); ///< of all devices; the card stays as it is
 
     ServedDevice* Find(const std::string& path) const; ///< null when nothing is served there
 
@@ -40,6 +42,7 @@ public:
 
 private:
     std::map<std::string, std::unique_ptr<ServedDevice>> served;
+    mutable std::map<std::pair<dev_t, ino_t>, ServedDevice*> openedBefore; ///< by FindOpened()
     std::unique_ptr<CardSlot> card = std::make_unique<CardSlot>();
 };
 

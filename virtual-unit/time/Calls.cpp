@@ -115,7 +115,7 @@ int Poll(pollfd* fds, nfds_t count, int milliseconds)
     {
         return PollFor(fds, count, milliseconds * std::int64_t{1'000'000}, nullptr);
     }
-    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall);
+    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall, fds, count);
     return REAL_CALL(poll)(fds, count, milliseconds);
 }
 
@@ -129,7 +129,7 @@ int Ppoll(pollfd* fds, nfds_t count, const timespec* limit, const sigset_t* mask
     {
         return PollFor(fds, count, ToNanoseconds(*limit), mask);
     }
-    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall);
+    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall, fds, count);
     return REAL_CALL(ppoll)(fds, count, limit, mask);
 }
 

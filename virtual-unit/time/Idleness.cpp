@@ -93,7 +93,7 @@ char State(const Text& stat)
 }
 
 Idleness::Idleness(bool alsoOfDescendants)
-    : descendants(alsoOfDescendants), own(static_cast<pid_t>(RawCall(SYS_gettid)))
+    : descendants(alsoOfDescendants), own(static_cast<pid_t>(RawCall(SYS_gettid))), ownProcess(getpid())
 {
 }
 
@@ -105,31 +105,38 @@ Idleness::~Idleness()
 
 bool Idleness::AllWait()
 {
-    if (IsListStale())
+    if (latestThread == NOT_KNOWN || created != Waits::place.board->created)
     {
         List();
         complete = false;
     }
-    if (!FirstLook())
+    if (!FirstLook() || !LookAtFiles())
     {
         return false;
     }
-    Waits::DeliverTerminals();
     if (!complete && List())
     {
         // A thread that was just being created may not have been listed: a second list, of the same threads,
         // with nobody having run in between, is complete.
         return false;
     }
-    const bool allWait = SecondLook() && !IsListStale();
-    complete = complete || allWait;
-    return allWait;
+    if (!SecondLook())
+    {
+        return false;
+    }
+    if (IsListStale())
+    {
+        latestThread = NOT_KNOWN;
+        return false;
+    }
+    complete = true;
+    return true;
 }
 
 bool Idleness::IsListStale()
 {
     const Waits::Board& board = *Waits::place.board;
-    if (latestThread == NOT_KNOWN || created != board.created)
+    if (created != board.created)
     {
         return true;
     }
@@ -184,13 +191,56 @@ bool Idleness::FirstLook()
     return true;
 }
 
+/// Delivers what is on its way through the terminals, and finds the threads in a call of this process that
+/// have nothing to return for. No signal handler runs in this process, if it looks after descendants.
+bool Idleness::LookAtFiles()
+{
+    std::size_t used = Waits::ListTerminals(looks.data());
+    const std::size_t terminals = used;
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        Thread& thread = threads[i];
+        thread.waitsForWatched = false;
+        if (!descendants || thread.process != ownProcess || thread.slot == nullptr ||
+            Waits::StandOf(thread.stand) != Waits::Stand::InCall)
+        {
+            continue;
+        }
+        const Waits::Watched& watched = thread.slot->watched;
+        const std::uint32_t files = watched.count;
+        if (files > watched.files.size() || files > looks.size() - used)
+        {
+            continue;
+        }
+        for (std::uint32_t file = 0; file < files; ++file)
+        {
+            looks[used + file] = {watched.files[file].descriptor, watched.files[file].events, 0};
+        }
+        if (thread.slot->stand != thread.stand)
+        {
+            return false; // what was read may be of two calls
+        }
+        used += files;
+        thread.waitsForWatched = true;
+    }
+    if (used > 0)
+    {
+        REAL_CALL(poll)(looks.data(), used, 0);
+    }
+    const auto begin = looks.begin();
+    return std::none_of(begin + static_cast<std::ptrdiff_t>(terminals),
+                        begin + static_cast<std::ptrdiff_t>(used),
+                        [](const pollfd& look) { return look.revents != 0; });
+}
+
 bool Idleness::SecondLook()
 {
     for (std::size_t i = 0; i < count; ++i)
     {
         const std::size_t index = (lastBusy + i) % count;
         Thread& thread = threads[index];
-        if (thread.id == own || (thread.slot != nullptr && Waits::IsParked(*thread.slot)))
+        if (thread.id == own || thread.waitsForWatched ||
+            (thread.slot != nullptr && Waits::IsParked(*thread.slot)))
         {
             continue;
         }

@@ -13,7 +13,8 @@ namespace VirtualTime
 
 /**
  * Tells whether all threads of this process (and of its descendants) wait. Of those that are parked the slots
- * tell; of all others the kernel, in /proc. One thread makes it and uses it. Nothing here allocates.
+ * tell; of those in a call of this process what they wait for, if they told it; of all others the kernel, in
+ * /proc. One thread makes it and uses it. Nothing here allocates.
  */
 class Idleness
 {
@@ -58,6 +59,7 @@ private:
         std::int64_t judged = -1;   ///< its turns when `inRealTime` was found out
         bool inRealTime = false;
         bool listed = false;
+        bool waitsForWatched = false; ///< found by a look at what it waits for
     };
 
     struct Process
@@ -78,6 +80,7 @@ private:
     void Forget();
     void ForgetProcesses();
     bool FirstLook();
+    bool LookAtFiles();
     bool SecondLook();
     bool Sleeps(Thread& thread);
     static bool IsAccountedFor(const Thread& thread);
@@ -87,7 +90,8 @@ private:
     static constexpr long NOT_KNOWN = -1;
 
     bool descendants;
-    pid_t own;                     ///< ID of the thread that looks
+    pid_t own; ///< ID of the thread that looks
+    pid_t ownProcess;
     int load = -1;                 ///< /proc/loadavg
     long latestThread = NOT_KNOWN; ///< when the list was made
     bool placesAreTold = false;    ///< by this kernel
@@ -99,6 +103,7 @@ private:
     std::array<Process, 64> processes{}; ///< the first ones
     std::size_t processCount = 0;
     std::size_t lastBusy = 0; ///< is looked at first
+    std::array<pollfd, Waits::MOST_TERMINALS + 256> looks{};
 };
 
 }

@@ -105,7 +105,7 @@ std::atomic<int>& CountOf(const void* object)
     return objectWaitCounts[(address ^ (address >> 8)) % objectWaitCounts.size()];
 }
 
-std::array<std::atomic<int>, 64> terminals{};
+std::array<std::atomic<int>, MOST_TERMINALS> terminals{};
 
 bool IsGone(const Slot& slot)
 {
@@ -381,8 +381,16 @@ std::int64_t RealNow(clockid_t clock)
     return ToNanoseconds(now);
 }
 
-Waiting::Waiting(Slot& own, Stand how) : slot(own)
+Waiting::Waiting(Slot& own, Stand how, const pollfd* fds, nfds_t count) : slot(own)
 {
+    Watched& watched = slot.watched;
+    const bool isTold = fds != nullptr && count <= watched.files.size();
+    watched.count = isTold ? static_cast<std::uint32_t>(count) : Watched::NOT_TOLD;
+    for (nfds_t i = 0; isTold && i < count; ++i)
+    {
+        watched.files[i].descriptor = fds[i].fd;
+        watched.files[i].events = fds[i].events;
+    }
     Become(slot, place.isEmulated ? Stand::Runs : how);
     Board& board = *place.board;
     ++board.entries;
@@ -506,7 +514,7 @@ Wake WaitDescriptors(pollfd* fds, nfds_t count, std::int64_t monotonic, const si
     Wake wake = Wake::None;
     {
         const Due due(slot, monotonic, event.fd);
-        const Waiting waiting(slot, Stand::InCall);
+        const Waiting waiting(slot, Stand::InCall, all.data(), count + 1);
         result = REAL_CALL(ppoll)(all.data(), count + 1, nullptr, mask);
         error = errno;
         wake = WakeOf(slot.wake);
@@ -645,11 +653,9 @@ void RemoveTerminal(int fd)
     }
 }
 
-void DeliverTerminals()
+std::size_t ListTerminals(pollfd* looks)
 {
-    // A look at a terminal delivers what is still on its way through the kernel.
-    std::array<pollfd, terminals.size()> looks{};
-    nfds_t count = 0;
+    std::size_t count = 0;
     for (auto& terminal : terminals)
     {
         if (const int fd = terminal; fd > 0)
@@ -657,10 +663,7 @@ void DeliverTerminals()
             looks[count++] = {fd, POLLIN, 0};
         }
     }
-    if (count > 0)
-    {
-        REAL_CALL(poll)(looks.data(), count, 0);
-    }
+    return count;
 }
 
 void RealPause(std::int64_t nanoseconds)

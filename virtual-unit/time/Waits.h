@@ -9,6 +9,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <limits>
@@ -49,6 +50,21 @@ enum class Stand : std::uint8_t
     Disturbed ///< was parked or in a call, and may run now: a signal has been sent to it
 };
 
+/// What a thread in a call waits for, as far as it is told: to be read while the stand stays the same.
+struct Watched
+{
+    static constexpr std::uint32_t NOT_TOLD = ~0U;
+
+    struct File
+    {
+        std::atomic<int> descriptor{-1};
+        std::atomic<short> events{0};
+    };
+
+    std::atomic<std::uint32_t> count{NOT_TOLD};
+    std::array<File, 8> files{};
+};
+
 /// A thread that has waited. The slot of one that has ended is given anew.
 struct Slot
 {
@@ -61,6 +77,7 @@ struct Slot
     std::atomic<std::uint32_t> wake{0};  ///< a Wake, likewise; what a parked thread sleeps on
     std::atomic<std::int64_t> deadline{NEVER};
     std::atomic<int> event{-1}; ///< wakes a wait for descriptors, in its process
+    Watched watched;
 };
 
 /// All threads in one time: of a process, or of several that share the memory.
@@ -138,7 +155,8 @@ private:
 class Waiting
 {
 public:
-    Waiting(Slot& own, Stand how);
+    /// @param fds what a call waits for; null: it is not told
+    Waiting(Slot& own, Stand how, const pollfd* fds = nullptr, nfds_t count = 0);
     ~Waiting();
     Waiting(const Waiting&) = delete;
     Waiting& operator=(const Waiting&) = delete;
@@ -195,10 +213,12 @@ void Disturb(pid_t process);
 void Hold(std::int64_t since);
 void LetGo();
 
-/// Terminals: what has been written to one is delivered by DeliverTerminals().
+constexpr std::size_t MOST_TERMINALS = 64;
+
+/// Terminals: a look at one delivers what is still on its way to it through the kernel.
 void AddTerminal(int fd);
 void RemoveTerminal(int fd);
-void DeliverTerminals();
+std::size_t ListTerminals(pollfd* looks); ///< @param looks has room for all @return how many there are
 
 void RealPause(std::int64_t nanoseconds = 20'000); ///< less than a second, in real time
 

@@ -133,6 +133,12 @@ bool Idleness::AllWait()
     return true;
 }
 
+bool Idleness::AllSaySo() const
+{
+    return std::all_of(threads.begin(), threads.begin() + static_cast<std::ptrdiff_t>(count),
+                       [](const Thread& thread) { return thread.slot == nullptr || IsAccountedFor(thread); });
+}
+
 bool Idleness::IsListStale()
 {
     const Waits::Board& board = *Waits::place.board;

@@ -34,6 +34,9 @@ public:
     /// What is on its way through a terminal is delivered between them.
     bool AllWait();
 
+    /// True when all threads that can say that they wait do so. It costs nothing.
+    bool AllSaySo() const;
+
     /**
      * Waits in real time: threads that are in a system call with a time-out, which the C library's functions
      * would have made a virtual one.

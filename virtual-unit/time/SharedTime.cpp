@@ -42,6 +42,7 @@ namespace
 constexpr std::int64_t MILLISECOND = 1'000'000; // in nanoseconds
 constexpr std::int64_t UNANNOUNCED = 200'000;   // between two looks for what nobody has announced
 constexpr int LOOKS = 3;                        // at a thread that has announced its wait
+constexpr int QUICK_LOOKS = 2;                  // at what the threads say
 
 /// The content of the file that VARIABLE names; all zero at first, and so is what has no place in the board.
 struct Shared
@@ -80,9 +81,10 @@ bool WakeCall(Waits::Slot& slot)
 void EndCalls()
 {
     Waits::Board& board = shared->board;
+    const pid_t process = getpid();
     for (std::uint32_t i = 0; i < board.used; ++i)
     {
-        if (board.slots[i].process == getpid())
+        if (board.slots[i].process == process)
         {
             Waits::EndCall(board.slots[i]);
         }
@@ -203,9 +205,13 @@ public:
     }
 
 private:
-    /// A thread says that it waits a little before it does.
+    /// A thread says that it waits a little before it does, and does not say it of each wait.
     bool AllWait()
     {
+        for (int look = 0; look < QUICK_LOOKS && !threads.AllSaySo(); ++look)
+        {
+            sched_yield();
+        }
         for (int look = 0; look < LOOKS; ++look)
         {
             if (threads.AllWait())
@@ -247,6 +253,7 @@ void ForgetParent()
     hasAgent = false;
     joining = false;
     Waits::place.beforeCall = HaveAgent;
+    Waits::place.keepsEvents = false;
     Waits::ForgetWaiters();
     Timers::ForgetAll();
 }
@@ -354,9 +361,10 @@ __attribute__((constructor)) void Begin()
         time.wallAtStart = Waits::RealNow(CLOCK_REALTIME);
         time.on = true;
     }
+    const pid_t process = getpid();
     for (Waits::Slot& slot : shared->board.slots)
     {
-        if (slot.process == getpid()) // of the program that this process was before
+        if (slot.process == process) // of the program that this process was before
         {
             Waits::Free(slot);
         }
@@ -364,6 +372,7 @@ __attribute__((constructor)) void Begin()
     Waits::place.board = &shared->board;
     Waits::place.beforeCall = leads ? nullptr : HaveAgent; // the leader reaches its own process by itself
     Waits::place.wakeCall = WakeCall;
+    Waits::place.keepsEvents = leads;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
     if (const char* const preloaded = std::getenv(PRELOAD); preloaded != nullptr)
     {

@@ -138,8 +138,24 @@ STAND_IN int sigtimedwait(const sigset_t* set, siginfo_t* info, const timespec* 
             return -1;
         }
     }
+    if (limit == nullptr)
+    {
+        return sigwaitinfo(set, info);
+    }
     const timespec atOnce = {0, 0};
-    return REAL_CALL(sigtimedwait)(set, info, limit == nullptr ? nullptr : &atOnce);
+    return REAL_CALL(sigtimedwait)(set, info, &atOnce);
+}
+
+STAND_IN int sigwaitinfo(const sigset_t* set, siginfo_t* info)
+{
+    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall);
+    return REAL_CALL(sigwaitinfo)(set, info);
+}
+
+STAND_IN int sigwait(const sigset_t* set, int* signal)
+{
+    const Waits::Waiting wait(Waits::OwnSlot(), Waits::Stand::InCall);
+    return REAL_CALL(sigwait)(set, signal);
 }
 
 // Descriptors ------------------------------------------------------------------------------------------

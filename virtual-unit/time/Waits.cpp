@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <linux/futex.h>
+#include <optional>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <tuple>
@@ -240,11 +241,17 @@ public:
     ~Due()
     {
         slot.deadline = NEVER;
-        if (slot.event >= 0)
+        if (slot.event < 0)
         {
-            const CoreLock nobodyWritesToIt;
-            slot.event = -1;
+            return;
         }
+        if (place.keepsEvents)
+        {
+            slot.event = -1; // what is written to it nevertheless, the next wait takes out
+            return;
+        }
+        const CoreLock nobodyWritesToIt;
+        slot.event = -1;
     }
 
     Due(const Due&) = delete;
@@ -258,26 +265,62 @@ private:
 
 /// By plain system calls from first to last: a sanitizer that saw the descriptor come but not go would take
 /// its next owner for a racing one.
-class Event
+class EventDescriptor
 {
 public:
-    Event()
+    EventDescriptor()
     {
-        const int low = static_cast<int>(RawCall(SYS_eventfd2, 0, EFD_CLOEXEC));
+        const int low = static_cast<int>(RawCall(SYS_eventfd2, 0, EFD_CLOEXEC | EFD_NONBLOCK));
         const auto high = static_cast<int>(RawCall(SYS_fcntl, low, F_DUPFD_CLOEXEC, HIGH_DESCRIPTOR));
-        fd = high < 0 ? low : high; // somebody may have lowered the limit
-        if (fd != low)
+        number = high < 0 ? low : high; // somebody may have lowered the limit
+        if (number != low)
         {
             RawCall(SYS_close, low);
         }
     }
 
-    ~Event() { RawCall(SYS_close, fd); }
+    ~EventDescriptor() { RawCall(SYS_close, number); }
 
-    Event(const Event&) = delete;
-    Event& operator=(const Event&) = delete;
+    EventDescriptor(const EventDescriptor&) = delete;
+    EventDescriptor& operator=(const EventDescriptor&) = delete;
 
-    int fd = -1;
+    int Number() const { return number; }
+
+    void Clear() const
+    {
+        std::uint64_t ignored = 0;
+        RawCall(SYS_read, number, &ignored, sizeof ignored);
+    }
+
+private:
+    int number;
+};
+
+/// The calling thread's event, its kept one or a new one.
+class Event
+{
+public:
+    Event() : descriptor(place.keepsEvents ? Kept() : own.emplace()) {}
+
+    int Number() const { return descriptor.Number(); }
+
+    void Clear() const
+    {
+        if (!own)
+        {
+            descriptor.Clear();
+        }
+    }
+
+private:
+    static const EventDescriptor& Kept()
+    {
+        thread_local const EventDescriptor kept;
+        return kept;
+    }
+
+    std::optional<EventDescriptor> own;
+    const EventDescriptor& descriptor;
 };
 
 }
@@ -287,7 +330,7 @@ Stand StandOf(std::uint32_t stand)
     return static_cast<Stand>(stand & STAND_MASK);
 }
 
-Place place = {&ownBoard, nullptr, nullptr, false};
+Place place = {&ownBoard, nullptr, nullptr, false, false};
 
 Slot& OwnSlot()
 {
@@ -506,14 +549,14 @@ Wake WaitDescriptors(pollfd* fds, nfds_t count, std::int64_t monotonic, const si
     }
     std::copy_n(fds, count, all.begin()); // none at all: fds may be null
     const Event event;
-    all[count] = {event.fd, POLLIN, 0};
+    all[count] = {event.Number(), POLLIN, 0};
 
     Slot& slot = OwnSlot();
     int result = 0;
     int error = 0;
     Wake wake = Wake::None;
     {
-        const Due due(slot, monotonic, event.fd);
+        const Due due(slot, monotonic, event.Number());
         const Waiting waiting(slot, Stand::InCall, all.data(), count + 1);
         result = REAL_CALL(ppoll)(all.data(), count + 1, nullptr, mask);
         error = errno;
@@ -525,7 +568,13 @@ Wake WaitDescriptors(pollfd* fds, nfds_t count, std::int64_t monotonic, const si
         errno = error;
         return Wake::Signal;
     }
-    ready = REAL_CALL(poll)(fds, count, 0);
+    if (all[count].revents != 0)
+    {
+        event.Clear();
+        --result;
+    }
+    std::copy_n(all.begin(), count, fds);
+    ready = result;
     return wake == Wake::Deadline ? wake : Wake::Event;
 }
 

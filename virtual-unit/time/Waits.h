@@ -102,6 +102,9 @@ struct Place
     Board* board;
     void (*beforeCall)(); ///< called before a wait for descriptors; null: the leader lives in this process
     bool (*wakeCall)(Slot& slot); ///< has a wait for descriptors in another process end; null: there is none
+    /// The program closes no descriptors that it has not opened: what ends a thread's waits for descriptors
+    /// may stay open as long as the thread.
+    bool keepsEvents;
     /// A thread that says that it is parked may still hold up others, in an emulator that runs one at a time.
     bool isEmulated;
 };

@@ -147,15 +147,49 @@ void WaitForSocket(const std::function<ssize_t(int)>& receive)
     close(ends[1]);
 }
 
-void WaitForMessage()
+void WaitForRoomInSocket()
+{
+    std::array<int, 2> ends{};
+    socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data());
+    const timeval limit = {SECONDS, 0};
+    setsockopt(ends[0], SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    const std::string bytes(4096, 'x');
+    while (send(ends[0], bytes.data(), bytes.size(), MSG_DONTWAIT) > 0)
+    {
+    }
+    Require(send(ends[0], bytes.data(), bytes.size(), 0) == -1 && errno == EAGAIN);
+    close(ends[0]);
+    close(ends[1]);
+}
+
+/// A queue for one message.
+mqd_t OpenQueue()
 {
     const std::string name = "/tav-time-probe-" + std::to_string(getpid());
-    const mqd_t queue = mq_open(name.c_str(), O_CREAT | O_RDWR, 0600, nullptr);
+    mq_attr attributes = {};
+    attributes.mq_maxmsg = 1;
+    attributes.mq_msgsize = 1;
+    const mqd_t queue = mq_open(name.c_str(), O_CREAT | O_RDWR, 0600, &attributes);
     Require(queue != -1);
     mq_unlink(name.c_str());
-    std::array<char, 8192> bytes{};
+    return queue;
+}
+
+void WaitForMessage()
+{
+    const mqd_t queue = OpenQueue();
+    char byte = 0;
     const timespec then = At(CLOCK_REALTIME);
-    Require(mq_timedreceive(queue, bytes.data(), bytes.size(), nullptr, &then) == -1 && errno == ETIMEDOUT);
+    Require(mq_timedreceive(queue, &byte, 1, nullptr, &then) == -1 && errno == ETIMEDOUT);
+    mq_close(queue);
+}
+
+void WaitForRoomInQueue()
+{
+    const mqd_t queue = OpenQueue();
+    const timespec then = At(CLOCK_REALTIME);
+    Require(mq_timedsend(queue, "1", 1, 0, &then) == 0);
+    Require(mq_timedsend(queue, "2", 1, 0, &then) == -1 && errno == ETIMEDOUT);
     mq_close(queue);
 }
 
@@ -293,6 +327,22 @@ void WaitForSignal()
     sigtimedwait(&signals, nullptr, &DURATION);
 }
 
+void AwaitSignalOfThread()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    std::thread sender([] {
+        sleep(static_cast<unsigned>(SECONDS));
+        kill(getpid(), SIGUSR1);
+    });
+    int signal = 0;
+    sigwait(&signals, &signal);
+    Require(signal == SIGUSR1);
+    sender.join();
+}
+
 void SleepUntilThen()
 {
     timespec then = {};
@@ -387,6 +437,7 @@ const std::map<std::string, std::function<void()>> WAYS = {
     {"pselect", [] { pselect(0, nullptr, nullptr, nullptr, &DURATION, nullptr); }},
     {"epoll_wait", WaitForEpoll},
     {"sigtimedwait", WaitForSignal},
+    {"sigwait", AwaitSignalOfThread},
     {"condition",
      [] {
          WaitForCondition(
@@ -465,7 +516,9 @@ const std::map<std::string, std::function<void()>> WAYS = {
          epoll_pwait2(epoll, &event, 1, &DURATION, nullptr);
          close(epoll);
      }},
+    {"send", WaitForRoomInSocket},
     {"mq_timedreceive", WaitForMessage},
+    {"mq_timedsend", WaitForRoomInQueue},
     {"semtimedop", WaitForSystemVSemaphore},
     {"timedjoin", WaitForThread},
     {"timedjoin-ended", JoinInTime},

@@ -343,13 +343,13 @@ std::string ListUnitOptions()
 
 constexpr const char* VALUES = "\nA value may stand behind a blank or \"=\"; SECONDS may have a fraction.\n";
 
-constexpr const char* EXIT_STATUS =
-    "\n"
-    "Exit status: that of PROGRAM, 128+N when signal N ended it; 2 for a wrong command line or script, 3 "
-    "when\n"
-    "this machine cannot run the virtual unit, 126 or 127 when PROGRAM cannot be executed or found. When "
-    "PROGRAM\n"
-    "ended with 0: 4 when a replay differs, 5 when the script expects what did not come.\n";
+constexpr const char* EXIT_STATUS = "\n"
+                                    "Exit status: that of PROGRAM, 128+N when signal N ended it, 0 when the "
+                                    "power was cut; 2 for a wrong command\n"
+                                    "line or script, 3 when this machine cannot run the virtual unit, 126 or "
+                                    "127 when PROGRAM cannot be executed\n"
+                                    "or found. When PROGRAM ended with 0: 4 when a replay differs, 5 when "
+                                    "the script expects what did not come.\n";
 
 std::string Steps()
 {

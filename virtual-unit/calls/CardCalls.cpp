@@ -1,8 +1,10 @@
 #include "virtual-unit/calls/CardCalls.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <fcntl.h>
@@ -10,10 +12,12 @@
 #include <fstream>
 #include <linux/openat2.h>
 #include <optional>
+#include <sstream>
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <system_error>
 #include <unistd.h>
 #include <utility>
@@ -32,6 +36,70 @@ template <class Data>
 Answer Stored(const HeldCall& held, int error, const Data& data, std::uint64_t address)
 {
     return error == 0 ? held.Store(&data, sizeof(data), address) : Answer::Error(error);
+}
+
+constexpr std::uint64_t NO_DESCRIPTOR = UINT64_MAX;
+
+/// Where an open file is written to next.
+struct FilePosition
+{
+    static FilePosition Of(const HeldCall& held, off_t size)
+    {
+        constexpr int OCTAL = 8;
+        FilePosition position;
+        std::string link = held.LinkOf(held.OwnArgument());
+        std::ifstream info(link.replace(link.find("/fd/"), 4, "/fdinfo/"));
+        std::string flags;
+        for (std::string name, value; info >> name >> value;)
+        {
+            position.bytes = name == "pos:" ? std::strtoull(value.c_str(), nullptr, 10) : position.bytes;
+            flags = name == "flags:" ? value : flags;
+        }
+        const unsigned long bits = std::strtoul(flags.c_str(), nullptr, OCTAL);
+        position.canWrite = (bits & O_ACCMODE) != O_RDONLY;
+        position.bytes = (bits & O_APPEND) != 0 ? static_cast<std::uint64_t>(size) : position.bytes;
+        return position;
+    }
+
+    bool canWrite = false;
+    std::uint64_t bytes = 0;
+};
+
+std::uint64_t SizeOfPieces(const HeldCall& held)
+{
+    constexpr std::uint64_t MOST_PIECES = IOV_MAX;
+    std::vector<iovec> pieces(std::min(held.OwnArgument(2), MOST_PIECES));
+    std::uint64_t size = 0;
+    if (held.Read(held.OwnArgument(1), pieces.data(), pieces.size() * sizeof(iovec)) == 0)
+    {
+        for (const iovec& piece : pieces)
+        {
+            size += piece.iov_len;
+        }
+    }
+    return size;
+}
+
+/// How far the file reaches when the call has been carried out, if it grows by that.
+std::uint64_t EndOfWrite(const HeldCall& held, std::uint64_t position)
+{
+    switch (held.Kind())
+    {
+    case Kind::Write:
+        return position + held.OwnArgument(2);
+    case Kind::WriteAt:
+        return held.OwnArgument(3) + held.OwnArgument(2);
+    case Kind::WriteVector:
+        return position + SizeOfPieces(held);
+    case Kind::WriteVectorAt: {
+        const std::uint64_t at = held.OwnArgument(3);
+        return (at == UINT64_MAX ? position : at) + SizeOfPieces(held); // pwritev2() writes on then
+    }
+    case Kind::Resize:
+        return held.OwnArgument(1);
+    default:
+        return UINT64_MAX;
+    }
 }
 
 /// Lets this process create files as the application would, for as long as the object lives. No other thread
@@ -71,6 +139,10 @@ CardCalls::CardCalls(const StorageCard& theCard, CardSlot& itsSlot,
                      std::function<void(const std::string& line)> report)
     : card(theCard), slot(itsSlot), reportLine(std::move(report))
 {
+    if (slot.losesUnsynced)
+    {
+        unsynced.emplace(card.Directory());
+    }
 }
 
 Answer CardCalls::Find(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath)
@@ -92,7 +164,7 @@ int CardCalls::Refusal(const HeldCall& held, const UnitPath& path) const
     }
     if (!condition.readOnly)
     {
-        return 0;
+        return condition.full ? RefusalOfFull(held, path) : 0;
     }
     switch (held.Kind())
     {
@@ -129,6 +201,110 @@ int CardCalls::RefusalToOpen(const HeldCall& held, const UnitPath& path) const
     return isThere                      ? (changes && S_ISREG(status.st_mode) ? EROFS : 0)
            : (how.flags & O_CREAT) != 0 ? EROFS
                                         : 0;
+}
+
+int CardCalls::RefusalOfFull(const HeldCall& held, const UnitPath& path) const
+{
+    struct stat status = {};
+    const bool isThere = card.Status(path.BelowCard(), status) == 0;
+    switch (held.Kind())
+    {
+    case Kind::Create:
+    case Kind::MakeDirectory:
+        return isThere ? 0 : ENOSPC;
+    case Kind::Open:
+    case Kind::OpenHow: {
+        open_how how = {held.OwnArgument(), 0, 0};
+        const int error = held.Kind() == Kind::OpenHow ? held.ReadOpenHow(how) : 0;
+        return error == 0 && !isThere && (how.flags & O_CREAT) != 0 ? ENOSPC : error;
+    }
+    case Kind::Truncate:
+        return isThere && static_cast<off_t>(held.OwnArgument()) > status.st_size ? ENOSPC : 0;
+    default:
+        return 0;
+    }
+}
+
+bool CardCalls::IsOnCard(const std::string& link) const
+{
+    std::error_code error;
+    return card.Find(std::filesystem::read_symlink(link, error)).has_value();
+}
+
+int CardCalls::RefusalToWrite(const HeldCall& held) const
+{
+    const std::string link = held.LinkOf(held.OwnArgument());
+    struct stat status = {};
+    if (!slot.Present().full || !IsOnCard(link) || stat(link.c_str(), &status) != 0)
+    {
+        return 0;
+    }
+    const FilePosition position = FilePosition::Of(held, status.st_size);
+    return position.canWrite && EndOfWrite(held, position.bytes) > static_cast<std::uint64_t>(status.st_size)
+               ? ENOSPC
+               : 0;
+}
+
+void CardCalls::Sync(const HeldCall& held)
+{
+    if (!unsynced)
+    {
+        return;
+    }
+    switch (held.Kind())
+    {
+    case Kind::Sync:
+        unsynced->Synced(held.LinkOf(held.OwnArgument())); // one that is not on the card is not known
+        break;
+    case Kind::SyncVolume:
+        if (held.OwnArgumentOr(NO_DESCRIPTOR) == NO_DESCRIPTOR || IsOnCard(held.LinkOf(held.OwnArgument())))
+        {
+            unsynced->SyncedAll();
+        }
+        break;
+    default:
+        SyncMapping(held);
+    }
+}
+
+/// The files of which the caller has something mapped there: each of them as a whole.
+void CardCalls::SyncMapping(const HeldCall& held)
+{
+    const std::uint64_t begin = held.OwnArgument();
+    const std::uint64_t end = begin + held.OwnArgument(1);
+    if ((held.OwnArgument(2) & MS_SYNC) == 0)
+    {
+        return;
+    }
+    std::ifstream maps("/proc/" + std::to_string(held.Thread()) + "/maps");
+    for (std::string line; std::getline(maps, line);)
+    {
+        std::istringstream fields(line);
+        std::uint64_t from = 0;
+        std::uint64_t to = 0;
+        char dash = 0;
+        std::string ignored; // permissions, place in the file, device, inode
+        fields >> std::hex >> from >> dash >> to >> ignored >> ignored >> ignored >> ignored >> std::ws;
+        std::string file;
+        if (from < end && begin < to && std::getline(fields, file) && card.Find(file))
+        {
+            unsynced->Synced(file);
+        }
+    }
+}
+
+void CardCalls::LosePower()
+{
+    if (!unsynced)
+    {
+        return;
+    }
+    unsynced->Drop([this](const std::string& file, std::ptrdiff_t left) {
+        const std::string name = std::string(UnitPath::CARD) + "/" + file;
+        reportLine(left < 0
+                       ? name + " is lost: it was never synced"
+                       : name + " has lost what was not synced: " + std::to_string(left) + " bytes are left");
+    });
 }
 
 Answer CardCalls::FindPlaced(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath)
@@ -174,6 +350,10 @@ Answer CardCalls::Unmount(const HeldCall& held)
     }
     slot.Change([](CardSlot::Condition& condition) { condition.mounted = false; });
     slot.Tell("card unmounted", Clock::now());
+    if (unsynced)
+    {
+        unsynced->SyncedAll();
+    }
     reportLine(std::string(UnitPath::CARD) + " is unmounted");
     return Answer::Success();
 }
@@ -253,7 +433,13 @@ Answer CardCalls::FindForPath(const HeldCall& held, const UnitPath& path)
     }
     case Kind::VolumeStatus: {
         struct statfs status = {};
-        return Stored(held, card.VolumeStatus(below, status), status, held.OwnArgument());
+        const int error = card.VolumeStatus(below, status);
+        if (slot.Present().full)
+        {
+            status.f_bfree = 0;
+            status.f_bavail = 0;
+        }
+        return Stored(held, error, status, held.OwnArgument());
     }
     case Kind::ReadLink:
     case Kind::Attribute: {
@@ -272,6 +458,10 @@ Answer CardCalls::FindForPath(const HeldCall& held, const UnitPath& path)
         return Answer::Error((held.OwnArgumentOr(0) & AT_REMOVEDIR) != 0 ? card.RemoveDirectory(below)
                                                                          : card.RemoveFile(below));
     case Kind::Truncate:
+        if (unsynced)
+        {
+            unsynced->Changes(card.Directory() + "/" + below);
+        }
         return Answer::Error(card.Truncate(below, static_cast<off_t>(held.OwnArgument())));
     case Kind::ChangeMode:
         return Answer::Error(card.ChangeMode(below, static_cast<mode_t>(held.OwnArgument())));
@@ -325,9 +515,31 @@ Answer CardCalls::Open(const HeldCall& held, const std::string& path, std::uint6
         // Such a descriptor cannot be given to another process; one for reading is as good.
         flags = (flags & (O_DIRECTORY | O_CLOEXEC)) | O_RDONLY;
     }
+    const bool writes = (flags & O_ACCMODE) != O_RDONLY;
+    const std::string file = card.Directory() + "/" + path;
+    struct stat former = {};
+    const bool isNew = card.Status(path, former) != 0;
+    if (unsynced && !isNew && (writes || (flags & O_TRUNC) != 0))
+    {
+        unsynced->Changes(file);
+    }
     Descriptor opened;
-    const int error = card.Open(path, static_cast<int>(flags), static_cast<mode_t>(mode), opened);
-    return error == 0 ? Answer::Opened(opened.Release(), (flags & O_CLOEXEC) != 0) : Answer::Error(error);
+    if (const int error = card.Open(path, static_cast<int>(flags), static_cast<mode_t>(mode), opened);
+        error != 0)
+    {
+        return Answer::Error(error);
+    }
+    if (unsynced && isNew)
+    {
+        unsynced->Made(file);
+    }
+    if (unsynced && writes && (flags & O_DSYNC) != 0) // a part of O_SYNC
+    {
+        unsynced->SyncsItself(file);
+    }
+    Answer answer = Answer::Opened(opened.Release(), (flags & O_CLOEXEC) != 0);
+    answer.holdsWrites = writes && (slot.mayBecomeFull || slot.Present().full);
+    return answer;
 }
 
 Answer CardCalls::OpenHow(const HeldCall& held, const UnitPath& path)

@@ -5,6 +5,7 @@
 #include "virtual-unit/calls/HeldCall.h"
 #include "virtual-unit/calls/StorageCard.h"
 #include "virtual-unit/calls/UnitPath.h"
+#include "virtual-unit/calls/UnsyncedFiles.h"
 #include "virtual-unit/peripherals/CardSlot.h"
 
 #include <cstdint>
@@ -31,12 +32,23 @@ public:
     /// be reached: other processes of the run may not have ended.
     Answer Unmount(const HeldCall& held);
 
+    /// For a call that may make a file grow. @return the errno that the card answers with; 0: none, or the
+    /// file is not on it
+    int RefusalToWrite(const HeldCall& held) const;
+
+    void Sync(const HeldCall& held); ///< takes note of one that is about to be carried out
+
+    void LosePower(); ///< nothing uses the card any more
+
     Answer OpenMountTable(const HeldCall& held) const; ///< the unit's, as it is now; for reading only
 
 private:
     Answer FindPlaced(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     int Refusal(const HeldCall& held, const UnitPath& path) const;
     int RefusalToOpen(const HeldCall& held, const UnitPath& path) const;
+    int RefusalOfFull(const HeldCall& held, const UnitPath& path) const;
+    bool IsOnCard(const std::string& link) const;
+    void SyncMapping(const HeldCall& held);
     std::optional<std::string> FindInUse(const HeldCall& held) const;
     Answer FindForPath(const HeldCall& held, const UnitPath& path);
     Answer FindBeyond(const HeldCall& held, const UnitPath& path);
@@ -48,6 +60,7 @@ private:
 
     const StorageCard& card;
     CardSlot& slot;
+    std::optional<UnsyncedFiles> unsynced; ///< none: nothing is lost with the power
     std::function<void(const std::string& line)> reportLine;
 };
 

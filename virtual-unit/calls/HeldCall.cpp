@@ -11,6 +11,11 @@
 namespace VirtualUnit
 {
 
+std::string HeldCall::LinkOf(std::uint64_t descriptor) const
+{
+    return "/proc/" + std::to_string(Thread()) + "/fd/" + std::to_string(static_cast<int>(descriptor));
+}
+
 int HeldCall::ReadPath(const InterceptedCall::NamedPath& where, std::string& path) const
 {
     path.clear();

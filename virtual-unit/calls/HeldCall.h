@@ -31,6 +31,9 @@ public:
 
     pid_t Thread() const { return static_cast<pid_t>(request.pid); }
 
+    /// A descriptor of the caller, as a link in "/proc".
+    std::string LinkOf(std::uint64_t descriptor) const;
+
     std::uint64_t Argument(int index) const { return request.data.args[index]; }
 
     /// The argument that the call's kind names, or one of those that follow it.

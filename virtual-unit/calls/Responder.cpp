@@ -152,9 +152,14 @@ Answer Responder::Find()
     {
         return FindForIoctl(held);
     }
-    if (call->kind == Kind::Write)
+    if (call->MayGrowFile())
     {
         return FindForWrite(held);
+    }
+    if (call->Syncs())
+    {
+        cardCalls.Sync(held);
+        return Answer::GoOn();
     }
     std::string path;
     std::string otherPath;
@@ -233,8 +238,7 @@ Answer Responder::FindForPaths(const HeldCall& held, const UnitPath& path, const
 
 Answer Responder::FindForIoctl(const HeldCall& held)
 {
-    ServedDevice* device = table.FindOpened("/proc/" + std::to_string(held.Thread()) + "/fd/" +
-                                            std::to_string(static_cast<int>(held.OwnArgument())));
+    ServedDevice* device = table.FindOpened(held.LinkOf(held.OwnArgument()));
     if (device == nullptr || !StillWaits())
     {
         return device == nullptr ? Answer::GoOn() : Answer::None();
@@ -242,6 +246,10 @@ Answer Responder::FindForIoctl(const HeldCall& held)
     HeldMemory memory(held.Thread());
     const std::optional<ServedDevice::IoctlResult> result =
         device->Ioctl(held.OwnArgument(1), held.OwnArgument(2), memory);
+    if (table.Power().IsCut()) // by this very call: the program does not see it return
+    {
+        return Answer::None();
+    }
     if (!result)
     {
         return Answer::GoOn();
@@ -253,8 +261,8 @@ Answer Responder::FindForIoctl(const HeldCall& held)
 
 Answer Responder::FindForWrite(const HeldCall& held)
 {
-    const int error = table.WriteError("/proc/" + std::to_string(held.Thread()) + "/fd/" +
-                                       std::to_string(static_cast<int>(held.OwnArgument())));
+    const int gone = table.WriteError(held.LinkOf(held.OwnArgument()));
+    const int error = gone != 0 ? gone : cardCalls.RefusalToWrite(held);
     return error == 0 ? Answer::GoOn() : StillWaits() ? Answer::Error(error) : Answer::None();
 }
 

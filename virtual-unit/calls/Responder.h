@@ -50,6 +50,8 @@ public:
 
     void AnswerDue(); ///< answers the calls that take their time, and that have taken it
 
+    void LosePower() { cardCalls.LosePower(); } ///< nothing runs under the filter any more
+
 private:
     /// An answer that is not given yet.
     struct Later

@@ -41,6 +41,8 @@ public:
     /// @return where it lies on the card; nothing when it does not
     std::optional<std::string> Find(const std::string& path) const;
 
+    const std::string& Directory() const { return root; } ///< that holds the content; without links
+
     /**
      * @param flags and mode as for open(); the mode is subject to this process' umask
      * @param opened takes the descriptor, which is closed on exec

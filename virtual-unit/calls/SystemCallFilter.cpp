@@ -105,6 +105,19 @@ constexpr InterceptedCall CALLS[] = {
     {"uselib", Kind::Other, {NONE, 0}},
     {"ioctl", Kind::Ioctl, {}, 0},
     {"write", Kind::Write, {}, 0},
+    {"pwrite64", Kind::WriteAt, {}, 0},
+    {"writev", Kind::WriteVector, {}, 0},
+    {"pwritev", Kind::WriteVectorAt, {}, 0},
+    {"pwritev2", Kind::WriteVectorAt, {}, 0},
+    {"ftruncate", Kind::Resize, {}, 0},
+    {"fallocate", Kind::Fill, {}, 0},
+    {"sendfile", Kind::Fill, {}, 0},
+    {"copy_file_range", Kind::Fill, {}, 2},
+    {"fsync", Kind::Sync, {}, 0},
+    {"fdatasync", Kind::Sync, {}, 0},
+    {"syncfs", Kind::SyncVolume, {}, 0},
+    {"sync", Kind::SyncVolume},
+    {"msync", Kind::SyncMapping, {}, 0},
     {"umount", Kind::Unmount, {NONE, 0}},
     {"umount2", Kind::Unmount, {NONE, 0}, 1},
     {"reboot", Kind::Forbidden},
@@ -177,10 +190,11 @@ SystemCallFilter::SystemCallFilter() : context(seccomp_init(SCMP_ACT_ALLOW))
 
 void SystemCallFilter::AddRules(int number, const InterceptedCall& call)
 {
-    if (call.kind == Kind::Write)
+    if (call.MayGrowFile())
     {
+        const auto descriptor = static_cast<unsigned int>(call.argument);
         Check(seccomp_rule_add(context, SCMP_ACT_NOTIFY, number, 1,
-                               SCMP_A0(SCMP_CMP_GE, FIRST_HELD_DESCRIPTOR)),
+                               SCMP_CMP(descriptor, SCMP_CMP_GE, FIRST_HELD_DESCRIPTOR)),
               call.name);
         return;
     }

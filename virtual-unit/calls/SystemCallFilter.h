@@ -32,12 +32,21 @@ struct InterceptedCall
         MakeNode,        ///< a hard link, a symbolic link or a device node
         ChangeDirectory, ///< of the process
         Execute,
-        Ioctl,    ///< `argument`: the descriptor; the request and its argument follow
-        Write,    ///< `argument`: the descriptor, FIRST_HELD_DESCRIPTOR or above
-        Socket,   ///< the path stands in a socket's address, whose size follows
-        Unmount,  ///< `argument`: the flags, if it has any
-        Other,    ///< does something else with the file that the path names
-        Forbidden ///< never carried out, whatever its arguments
+        Ioctl, ///< `argument`: the descriptor; the request and its argument follow
+        // Those that may make a file grow. `argument`: the descriptor, FIRST_HELD_DESCRIPTOR or above
+        Write,         ///< the address and the number of bytes follow
+        WriteAt,       ///< the same, and behind them the place
+        WriteVector,   ///< the address and the number of the pieces follow
+        WriteVectorAt, ///< the same, and behind them the place
+        Resize,        ///< the size follows
+        Fill,          ///< room is reserved, or another file is copied
+        Sync,          ///< `argument`: the descriptor
+        SyncVolume,    ///< `argument`: the descriptor of a file on it, if not all are meant
+        SyncMapping,   ///< `argument`: the address; the size and the flags follow
+        Socket,        ///< the path stands in a socket's address, whose size follows
+        Unmount,       ///< `argument`: the flags, if it has any
+        Other,         ///< does something else with the file that the path names
+        Forbidden      ///< never carried out, whatever its arguments
     };
 
     static constexpr int NONE = -1;
@@ -49,6 +58,10 @@ struct InterceptedCall
         int index = NONE;
     };
 
+    bool MayGrowFile() const { return kind >= Kind::Write && kind <= Kind::Fill; }
+
+    bool Syncs() const { return kind >= Kind::Sync && kind <= Kind::SyncMapping; }
+
     const char* name;
     Kind kind;
     NamedPath path = {};
@@ -57,17 +70,18 @@ struct InterceptedCall
 };
 
 /**
- * The seccomp filter under which an application of the virtual unit runs: the calls that name a file, and
- * those that would touch this machine's mounts or power, wait for the supervisor's answer; io_uring, which
- * would open files past the filter, is reported as not there; everything else is carried out as usual.
+ * The seccomp filter under which an application of the virtual unit runs: the calls that name a file, those
+ * that sync one, and those that would touch this machine's mounts or power, wait for the supervisor's answer;
+ * io_uring, which would open files past the filter, is reported as not there; everything else is carried out
+ * as usual.
  *
  * Programs of another architecture than this one's (32-bit ones on a 64-bit machine) are ended by SIGSYS.
  */
 class SystemCallFilter
 {
 public:
-    /// Writes to descriptors from there on are held up, all others are not: what a device is written to goes
-    /// past the supervisor at full speed, unless it places the descriptor up there.
+    /// Writes to descriptors from there on are held up, all others are not: what a device or a file is
+    /// written to goes past the supervisor at full speed, unless it places the descriptor up there.
     static constexpr unsigned int FIRST_HELD_DESCRIPTOR = 960;
 
     SystemCallFilter(); ///< @throws std::system_error

@@ -21,6 +21,7 @@ public:
         bool mounted = true;
         bool out = false;                  ///< pulled out: what is on it cannot be reached (EIO)
         bool readOnly = false;             ///< nothing on it can be changed (EROFS)
+        bool full = false;                 ///< nothing on it can be made or grow (ENOSPC)
         bool busy = false;                 ///< it cannot be unmounted (EBUSY)
         std::chrono::milliseconds slow{0}; ///< so long each call takes that names a path on it
     };
@@ -30,6 +31,10 @@ public:
         TimePoint at;
         std::string text; ///< for people: "card unmounted"
     };
+
+    // Set before the program begins.
+    bool losesUnsynced = false; ///< with the power, what was not synced is gone
+    bool mayBecomeFull = false; ///< what is opened to write is watched from the begin
 
     Condition Present() const
     {

@@ -2,6 +2,7 @@
 #define VIRTUAL_UNIT_PORTS_DEVICETABLE_H
 
 #include "virtual-unit/peripherals/CardSlot.h"
+#include "virtual-unit/peripherals/PowerSupply.h"
 #include "virtual-unit/ports/ServedDevice.h"
 
 #include <map>
@@ -14,7 +15,7 @@
 namespace VirtualUnit
 {
 
-/// Which paths are the unit's, which device stands behind each, and how its storage card is.
+/// Which paths are the unit's, which device stands behind each, and how its storage card and power are.
 class DeviceTable
 {
 public:
@@ -38,12 +39,15 @@ public:
 
     CardSlot& Card() const { return *card; } ///< of the unit whose devices these are
 
+    PowerSupply& Power() const { return *power; } ///< of that unit, too
+
     const std::map<std::string, std::unique_ptr<ServedDevice>>& Served() const { return served; }
 
 private:
     std::map<std::string, std::unique_ptr<ServedDevice>> served;
     mutable std::map<std::pair<dev_t, ino_t>, ServedDevice*> openedBefore; ///< by FindOpened()
     std::unique_ptr<CardSlot> card = std::make_unique<CardSlot>();
+    std::unique_ptr<PowerSupply> power = std::make_unique<PowerSupply>();
 };
 
 }

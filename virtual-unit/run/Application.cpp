@@ -2,14 +2,15 @@
 
 #include "virtual-unit/time/VirtualTime.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <poll.h>
 #include <sstream>
 #include <sys/prctl.h>
@@ -141,18 +142,19 @@ bool IsInPath(const std::string& name)
     return false;
 }
 
-std::vector<pid_t> OwnChildren()
+/// All processes there are, by their parents.
+std::multimap<pid_t, pid_t> Children()
 {
-    std::vector<pid_t> children;
+    std::multimap<pid_t, pid_t> children;
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator("/proc", error))
     {
         const std::string name = entry.path().filename();
         pid_t process = 0;
         const auto [end, failure] = std::from_chars(name.data(), name.data() + name.size(), process);
-        if (failure == std::errc() && end == name.data() + name.size() && ParentOf(entry.path()) == getpid())
+        if (failure == std::errc() && end == name.data() + name.size())
         {
-            children.push_back(process);
+            children.emplace(ParentOf(entry.path()), process);
         }
     }
     return children;
@@ -253,11 +255,28 @@ void Application::Signal(int signal) const
 void Application::SignalOrphans(int signal) const
 {
     // They are children of this process, not waited for yet: their numbers cannot have been given anew.
-    for (const pid_t child : OwnChildren())
+    const std::multimap<pid_t, pid_t> children = Children();
+    for (auto [child, end] = children.equal_range(getpid()); child != end; ++child)
     {
-        if (child != pid)
+        if (child->second != pid)
         {
-            kill(child, signal);
+            kill(child->second, signal);
+        }
+    }
+}
+
+void Application::KillAll() const
+{
+    Signal(SIGKILL); // at once: the list takes its time
+    const std::multimap<pid_t, pid_t> children = Children();
+    // Parents first: one that is killed waits for no child any more, whose number could be given anew.
+    std::vector<pid_t> parents = {getpid()};
+    for (std::size_t i = 0; i < parents.size(); ++i)
+    {
+        for (auto [child, end] = children.equal_range(parents[i]); child != end; ++child)
+        {
+            kill(child->second, SIGKILL);
+            parents.push_back(child->second);
         }
     }
 }

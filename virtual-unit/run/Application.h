@@ -65,6 +65,9 @@ public:
     /// To what the program has left behind: to its processes that have no other parent any more.
     void SignalOrphans(int signal) const;
 
+    /// Kills the program and all that it started, at once.
+    void KillAll() const;
+
     /// Takes note of the processes that have ended. @return false when none is left
     bool Reap();
 

@@ -116,15 +116,25 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
 
     std::optional<Clock::time_point> killAt; // the program, then the orphans
     bool programEnded = false;
-    std::array<pollfd, 2> events = {
-        {{signals.Descriptor(), POLLIN, 0}, {application.Notifications(), POLLIN, 0}}};
+    bool cut = false; // the power
+    std::array<pollfd, 3> events = {{{signals.Descriptor(), POLLIN, 0},
+                                     {application.Notifications(), POLLIN, 0},
+                                     {devices.Power().WhenCut(), POLLIN, 0}}};
     while (application.Reap())
     {
+        if (!cut && devices.Power().IsCut())
+        {
+            cut = true;
+            events[2].fd = -1; // it stays readable
+            application.KillAll();
+            killAt = Clock::now() + KILL_INTERVAL;
+            listener.signalled(SIGKILL);
+        }
         if (!programEnded && application.ExitStatus())
         {
             programEnded = true;
-            application.SignalOrphans(SIGTERM);
-            killAt = Clock::now() + ORPHANS_GRACE;
+            application.SignalOrphans(cut ? SIGKILL : SIGTERM);
+            killAt = Clock::now() + (cut ? KILL_INTERVAL : ORPHANS_GRACE);
         }
         if (killAt && *killAt <= Clock::now())
         {
@@ -163,6 +173,14 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
         }
     }
 
+    const bool endedByCut = cut && application.EndingSignal() == SIGKILL;
+    if (cut)
+    {
+        listener.report(devices.Power().Present() == PowerSupply::State::SwitchedOff
+                            ? "the program was ended by the power line: the unit has switched itself off"
+                            : "the program was ended by a power cut");
+        responder.LosePower();
+    }
     if (!application.LivedInVirtualTime())
     {
         listener.report(
@@ -175,11 +193,11 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
             "the program was ended by SIGSYS: programs of another architecture, and 32-bit ones, do not "
             "run here");
     }
-    else if (application.EndingSignal() && application.EndingSignal() != SIGINT)
+    else if (!endedByCut && application.EndingSignal() && application.EndingSignal() != SIGINT)
     {
         listener.report("the program was ended by signal " + std::to_string(*application.EndingSignal()));
     }
-    return application.ExitStatus().value_or(0);
+    return endedByCut ? 0 : application.ExitStatus().value_or(0);
 }
 
 }

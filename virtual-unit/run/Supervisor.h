@@ -17,7 +17,8 @@ struct RunListener
 {
     Responder::Report report;              ///< lines for people: refusals, why the program ended
     std::function<void()> started = [] {}; ///< threads may be started from now on
-    std::function<void(int number)> signalled = [](int) {}; ///< the program got a signal to end it
+    std::function<void(int number)> signalled = [](int) {
+    }; ///< the program got a signal to end it, or SIGKILL with the power
 };
 
 /**
@@ -25,7 +26,7 @@ struct RunListener
  *
  * SIGTERM and SIGHUP, and SIGINT and SIGQUIT when a process sent them, are handed on to the program; ten
  * seconds later, or at the second of them, it is killed. Ctrl-C on a terminal reaches the program by itself.
- * What the program leaves running when it ends is ended too.
+ * What the program leaves running when it ends is ended too. Where the power is cut, all is killed at once.
  *
  * It changes the calling process: signal mask, PATH, and the adoption of orphans. Call it from the only
  * thread.
@@ -36,7 +37,8 @@ struct RunListener
  * @param sdcard  the directory that holds the storage card's content; empty: a private one, which is empty at
  *                first and removed at the end
  * @param listener is called on this thread
- * @return the program's exit status; 128 and the signal's number when a signal ended it
+ * @return the program's exit status; 128 and the signal's number when a signal ended it; 0 when the power was
+ * cut
  * @throws StorageCard::Unusable, Application::NotStarted, std::system_error when this kernel or machine
  * cannot do it
  */

@@ -124,6 +124,10 @@ Director::Director(Script theScript, Unit& theUnit, Listener theListener)
 {
     for (const Script::Cue& cue : script.cues)
     {
+        if (cue.step && cue.step->FillsCard())
+        {
+            unit.Card().mayBecomeFull = true;
+        }
         if (cue.sign && ears.try_emplace(cue.sign->port, *this).second &&
             cue.sign->port != Script::Sign::PROGRAM)
         {

@@ -249,6 +249,8 @@ const Kind KINDS[] = {
     {"power low", "", "trigger 3: the supply voltage is low", Trigger<POWER_LOW>},
     {"power off", "", "trigger 4: the unit is to switch itself off", Trigger<POWER_OFF>},
     {"power back", "", "trigger 5: the supply voltage is as it should be", Trigger<POWER_BACK>},
+    {"power cut", "", "the power is gone at once: the program, and all that it started, is killed",
+     [](const WordList&) -> Action { return [](Unit& unit) { unit.Power().Lose(); }; }},
     {"trigger", "CODE [TIMES]", "any trigger, 0 to 255", AnyTrigger},
     {"pin", "PIN refused|well", "the event driver refuses to drive the pin (EIO), or drives it", Pin},
 
@@ -397,6 +399,8 @@ const Kind KINDS[] = {
      }},
     {"card read-only", "", "nothing on it can be changed (EROFS)",
      [](const WordList&) { return Card([](auto& card) { card.readOnly = true; }); }},
+    {"card full", "", "files can be read and overwritten, but not made, and not grow (ENOSPC)",
+     [](const WordList&) { return Card([](auto& card) { card.full = true; }); }},
     {"card slow", "MS", "each call that names a path on it takes so long",
      [](const WordList& words) { return Card([delay = Delay(words)](auto& card) { card.slow = delay; }); }},
     {"card busy", "", "it cannot be unmounted (EBUSY)",

@@ -22,6 +22,8 @@ public:
 
     bool EndsProgram() const { return words == "end"; }
 
+    bool FillsCard() const { return words == "card full"; }
+
     void Do(Unit& unit) const { action(unit); } ///< Calling threads: any
 
 private:

@@ -139,9 +139,16 @@ std::vector<ReplayedUnit::Cue> ReplayedUnit::Cues()
     }
     for (const PortRecording::Signal& signal : recording.Port(PortRecording::PROGRAM).Signals())
     {
-        // The supervisor hands it on.
-        cues.push_back({signal.at, [number = signal.number] { kill(getpid(), number); },
-                        [this, at = signal.at] { return HasReached(at - TAIL); }, MOST_DELAY});
+        // The supervisor hands it on. SIGKILL came with the power, which the unit itself may have cut.
+        const bool withPower = signal.number == SIGKILL;
+        cues.push_back({signal.at,
+                        [this, withPower, number = signal.number] {
+                            withPower ? ports.Devices().Power().Lose() : void(kill(getpid(), number));
+                        },
+                        [this, withPower, at = signal.at] {
+                            return HasReached(at - TAIL) && (!withPower || HasReached(at, "events"));
+                        },
+                        MOST_DELAY});
     }
     std::ranges::stable_sort(cues, {}, &Cue::at);
     return cues;

@@ -24,6 +24,7 @@ namespace
 constexpr unsigned char IGNITION_ON = 1;
 constexpr unsigned char IGNITION_OFF = 2;
 
+constexpr unsigned int POWER_PIN = 105;
 constexpr unsigned int HUB_RESET_PIN = 106; // 0: held in reset
 
 template <class Content>
@@ -101,6 +102,7 @@ Unit::Unit(const UnitOptions& theOptions)
     adapter->Add(accelerometer);
     FitMotion();
     FitIgnition();
+    Card().losesUnsynced = options.powerLossDrops;
     if (options.crashAfter)
     {
         accelerometer.motion.Crash(begin + *options.crashAfter);
@@ -186,11 +188,13 @@ void Unit::FitIgnition()
     if (options.ignitionAfter)
     {
         vehicle->Park(begin);
+        Power().SwitchIgnition(false);
     }
-    events->Tell([carrier = vehicle](unsigned char code) {
+    events->Tell([this](unsigned char code) {
         if (code == IGNITION_ON || code == IGNITION_OFF)
         {
-            carrier->SwitchIgnition(code == IGNITION_ON, Clock::now());
+            vehicle->SwitchIgnition(code == IGNITION_ON, Clock::now());
+            Power().SwitchIgnition(code == IGNITION_ON);
         }
     });
 }
@@ -212,6 +216,10 @@ void Unit::BeginService()
         if (write.pin == HUB_RESET_PIN)
         {
             ResetHub(write.value == 0);
+        }
+        if (write.pin == POWER_PIN)
+        {
+            Power().DriveLine(write.value != 0);
         }
     });
     modem->TellPresence(this, [this](bool onBus) {

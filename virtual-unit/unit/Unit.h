@@ -115,6 +115,8 @@ public:
 
     CardSlot& Card() { return Devices().Card(); } ///< it has a lock of its own
 
+    PowerSupply& Power() { return Devices().Power(); } ///< it has a lock of its own
+
     CellularModule& Modem() { return *modem; } ///< it has a lock of its own
 
     Vehicle& Car() { return *vehicle; } ///< it has a lock of its own

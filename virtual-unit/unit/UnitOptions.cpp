@@ -34,6 +34,15 @@ bool InPresent(const std::string& value)
     return value == "present";
 }
 
+bool DropsUnsynced(const std::string& value)
+{
+    if (value != "keep" && value != "drop")
+    {
+        Refuse(value, "neither keep nor drop");
+    }
+    return value == "drop";
+}
+
 void FitModem(UnitOptions& unit, const std::string& value)
 {
     if (value != "present" && value != "absent" && value != "no-sim")
@@ -84,6 +93,9 @@ constexpr UnitOptions::Option OPTIONS[] = {
     {"ignition-after", "SECONDS",
      "the ignition is switched on so long after the event driver is first used (never)",
      [](UnitOptions& unit, const std::string& value) { unit.ignitionAfter = Seconds(value); }},
+    {"power-loss", "keep|drop",
+     "what becomes of data on the card that was not synced when the power is cut (keep)",
+     [](UnitOptions& unit, const std::string& value) { unit.powerLossDrops = DropsUnsynced(value); }},
 };
 
 }

@@ -48,7 +48,8 @@ struct UnitOptions
     unsigned int i2cAdapter = 1;                         ///< the accelerometer's: N of "/dev/i2c-N"
     std::optional<std::chrono::milliseconds> crashAfter; ///< from the begin of the run; none: no crash
     std::optional<std::chrono::milliseconds>
-        ignitionAfter; ///< from the first use of the event driver; none: off
+        ignitionAfter;           ///< from the first use of the event driver; none: off
+    bool powerLossDrops = false; ///< what was not synced is gone from the card when the power is cut
 };
 
 }

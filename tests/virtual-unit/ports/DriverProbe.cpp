@@ -17,8 +17,11 @@
 #include <poll.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/sendfile.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <termios.h>
 #include <time.h>
 #include <unistd.h>
@@ -206,6 +209,72 @@ int Hub()
     return 0;
 }
 
+/// The power line at 0, for so long; for good unless a time is given.
+int Power(const char* milliseconds)
+{
+    const int events = OpenOrEnd("/dev/tav_event");
+    ioctl(events, 105, 0);
+    if (milliseconds != nullptr)
+    {
+        usleep(static_cast<useconds_t>(std::atoi(milliseconds)) * 1000);
+        ioctl(events, 105, 1);
+    }
+    std::printf("still here\n");
+    return 0;
+}
+
+/// A file that is written through memory, in part synced.
+int Mapped(const char* path)
+{
+    constexpr std::size_t SIZE = 4096;
+    const int fd = open(path, O_RDWR | O_CREAT, 0600);
+    Print("ftruncate", ftruncate(fd, SIZE));
+    char* const bytes = static_cast<char*>(mmap(nullptr, SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0));
+    close(fd);
+    std::memcpy(bytes, "synced", 6);
+    Print("msync", msync(bytes, SIZE, MS_SYNC));
+    std::memcpy(bytes + 6, " and not", 8);
+    Print("msync that does not wait", msync(bytes, SIZE, MS_ASYNC));
+    return 0;
+}
+
+/// Each call that makes a file grow, on one of four bytes.
+int Grow(const char* path)
+{
+    const int fd = open(path, O_RDWR);
+    const int other = OpenOrEnd("/etc/passwd", O_RDONLY);
+    std::array<iovec, 2> pieces = {{{const_cast<char*>("ab"), 2}, {const_cast<char*>("cde"), 3}}};
+    Print("write over", write(fd, "1234", 4));
+    Print("write", write(fd, "5", 1));
+    Print("pwrite over", pwrite(fd, "34", 2, 2));
+    Print("pwrite", pwrite(fd, "45", 2, 3));
+    Print("writev", writev(fd, pieces.data(), pieces.size()));
+    Print("pwritev over", pwritev(fd, pieces.data(), 1, 2));
+    Print("pwritev", pwritev(fd, pieces.data(), 2, 0));
+    Print("pwritev2", pwritev2(fd, pieces.data(), 1, -1, 0));
+    Print("ftruncate", ftruncate(fd, 5));
+    Print("fallocate", fallocate(fd, 0, 0, 8));
+    Print("sendfile", sendfile(fd, other, nullptr, 8));
+    Print("copy_file_range", copy_file_range(other, nullptr, fd, nullptr, 8, 0));
+    Print("ftruncate to less", ftruncate(fd, 3));
+    Print("write of one for reading", write(open(path, O_RDONLY), "5", 1));
+    Print("appended", write(open(path, O_WRONLY | O_APPEND), "5", 1));
+    Print("elsewhere", write(fcntl(OpenOrEnd("/dev/null"), F_DUPFD, 1000), "5", 1));
+    return 0;
+}
+
+/// Four seconds, with a byte at the end of each.
+int Appends(const char* path)
+{
+    const int fd = open(path, O_WRONLY | O_APPEND);
+    for (const char* second : {"after 1 s", "after 2 s", "after 3 s", "after 4 s"})
+    {
+        sleep(1);
+        Print(second, write(fd, "x", 1));
+    }
+    return 0;
+}
+
 int Kinds()
 {
     for (const char* path : {"/dev/tav_event", "/dev/i2c-1", "/dev/hidraw0"})
@@ -233,6 +302,10 @@ int main(int argc, char** argv)
              return 0;
          }},
         {"hub", Hub},
+        {"power", [=] { return Power(argv[2]); }},
+        {"mapped", [=] { return Mapped(argv[2]); }},
+        {"appends", [=] { return Appends(argv[2]); }},
+        {"grow", [=] { return Grow(argv[2]); }},
         {"stuck", [=] { return Stuck(argv[2]); }},
         {"gone", [=] { return Gone(argv[2]); }},
         {"felt", [=] { return Felt(argc > 2 ? std::atoi(argv[2]) : 0); }}};

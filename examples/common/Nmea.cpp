@@ -20,7 +20,7 @@ constexpr double RADIANS = std::numbers::pi / 180.0;
 /// Fields of a sentence by their number; 0 is the address, for example "GPRMC".
 namespace Rmc
 {
-constexpr std::size_t TIME = 1, STATUS = 2, LATITUDE = 3, LONGITUDE = 5, KNOTS = 7, COURSE = 8;
+constexpr std::size_t TIME = 1, STATUS = 2, LATITUDE = 3, LONGITUDE = 5, KNOTS = 7, COURSE = 8, DATE = 9;
 }
 
 namespace Gga
@@ -79,10 +79,22 @@ std::string Time(std::string_view text)
     return digits.substr(0, 2) + ":" + digits.substr(2, 2) + ":" + digits.substr(4, 2);
 }
 
+/// "ddmmyy" as people write it; empty when it is not one.
+std::string Date(std::string_view text)
+{
+    if (text.size() != 6 || !Parse<unsigned int>(text))
+    {
+        return {};
+    }
+    const std::string digits(text);
+    return "20" + digits.substr(4) + "-" + digits.substr(2, 2) + "-" + digits.substr(0, 2);
+}
+
 void ReadRmc(const Fields& fields, Block& block)
 {
     block.hasRmc = true;
     block.time = Time(fields[Rmc::TIME]);
+    block.date = Date(fields[Rmc::DATE]);
     block.fix = fields[Rmc::STATUS] == "A";
     const auto latitude = Angle(fields[Rmc::LATITUDE], fields[Rmc::LATITUDE + 1], "S");
     const auto longitude = Angle(fields[Rmc::LONGITUDE], fields[Rmc::LONGITUDE + 1], "W");

@@ -18,6 +18,7 @@ struct Coordinates
 /// What one block of the library tells. What it does not tell is empty.
 struct Block
 {
+    std::string date;                        ///< UTC, "2026-03-01"
     std::string time;                        ///< UTC, "08:15:01"
     bool hasRmc = false;                     ///< it tells whether there is a fix
     bool fix = false;                        ///< the receiver vouches for the position

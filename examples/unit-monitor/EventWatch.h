@@ -2,8 +2,8 @@
 #define EXAMPLES_UNIT_MONITOR_EVENTWATCH_H
 
 #include "Gpio/GpioManager.h"
+#include "examples/common/GpioOutput.h"
 #include "examples/unit-monitor/Alerts.h"
-#include "examples/unit-monitor/GpioOutput.h"
 #include "examples/unit-monitor/Lights.h"
 #include "examples/unit-monitor/PlainOutput.h"
 #include "examples/unit-monitor/State.h"

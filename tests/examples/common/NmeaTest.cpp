@@ -14,6 +14,7 @@ TEST(ExamplesNmeaTest, ABlockWithAFixIsUnderstood)
         ParseBlock("$GPRMC,081436.000,A,5212.982135,N,00653.101394,E,10.0,90.5,230808,,,A*64\r\n"
                    "$GPVTG,0.00,T,,M,0.039,N,0.072,K,A*32\r\n"
                    "$GPGGA,081436.000,5212.982135,N,00653.101394,E,1,3,2.88,102.907,M,47.093,M,,*5F\r\n");
+    EXPECT_EQ(block.date, "2008-08-23");
     EXPECT_EQ(block.time, "08:14:36");
     EXPECT_TRUE(block.hasRmc);
     EXPECT_TRUE(block.fix);

@@ -1,7 +1,7 @@
 #ifndef VIRTUAL_UNIT_CALLS_UNSYNCEDFILES_H
 #define VIRTUAL_UNIT_CALLS_UNSYNCEDFILES_H
 
-#include "virtual-unit/run/PrivateDirectory.h"
+#include "virtual-unit/common/PrivateDirectory.h"
 
 #include <cstddef>
 #include <filesystem>

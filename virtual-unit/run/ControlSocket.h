@@ -2,7 +2,7 @@
 #define VIRTUAL_UNIT_RUN_CONTROLSOCKET_H
 
 #include "virtual-unit/common/Descriptor.h"
-#include "virtual-unit/run/PrivateDirectory.h"
+#include "virtual-unit/common/PrivateDirectory.h"
 
 #include <functional>
 #include <optional>

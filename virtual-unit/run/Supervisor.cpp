@@ -3,8 +3,8 @@
 #include "virtual-unit/calls/StorageCard.h"
 #include "virtual-unit/calls/SystemCallFilter.h"
 #include "virtual-unit/common/Deadline.h"
+#include "virtual-unit/common/PrivateDirectory.h"
 #include "virtual-unit/run/Application.h"
-#include "virtual-unit/run/PrivateDirectory.h"
 #include "virtual-unit/run/UsbBus.h"
 
 #include <algorithm>

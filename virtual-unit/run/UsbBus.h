@@ -1,8 +1,8 @@
 #ifndef VIRTUAL_UNIT_RUN_USBBUS_H
 #define VIRTUAL_UNIT_RUN_USBBUS_H
 
+#include "virtual-unit/common/PrivateDirectory.h"
 #include "virtual-unit/peripherals/CellularModule.h"
-#include "virtual-unit/run/PrivateDirectory.h"
 
 #include <string>
 

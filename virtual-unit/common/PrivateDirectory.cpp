@@ -1,4 +1,4 @@
-#include "virtual-unit/run/PrivateDirectory.h"
+#include "virtual-unit/common/PrivateDirectory.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,5 +1,6 @@
 #include "virtual-unit/CommandLine.h"
 
+#include "virtual-unit/run/Way.h"
 #include "virtual-unit/script/Step.h"
 #include "virtual-unit/unit/Values.h"
 
@@ -60,6 +61,12 @@ const Option OPTIONS[] = {
      "time is virtual: it jumps to the next deadline whenever all threads wait",
      nullptr,
      &CommandLine::fast,
+     {Command::Run, Command::Replay}},
+    {"--by",
+     "WAY",
+     "how the program is reached: kernel or preload; without it the first that works",
+     &CommandLine::by,
+     nullptr,
      {Command::Run, Command::Replay}},
     {"--script",
      "FILE",
@@ -153,7 +160,7 @@ void TakeWord(CommandLine& line, const std::string& word)
     if (line.command == Command::Replay && IsOption(option))
     {
         throw CommandLine::Wrong(
-            "replay: the unit is that of the recording; --sdcard, --log, --record and --fast are all "
+            "replay: the unit is that of the recording; --sdcard, --log, --record, --fast and --by are all "
             "that can be told");
     }
     if (word.starts_with("--") && IsOption(option))
@@ -195,6 +202,10 @@ void RefuseIncomplete(const CommandLine& line)
     if (line.command == Command::Do && line.step.empty())
     {
         throw CommandLine::Wrong("do: no step");
+    }
+    if (!line.by.empty() && line.by != Way::KERNEL && line.by != Way::PRELOAD)
+    {
+        throw CommandLine::Wrong("--by: \"" + line.by + "\" is neither kernel nor preload");
     }
     if (line.mask && line.record.empty())
     {

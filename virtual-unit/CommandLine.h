@@ -47,6 +47,7 @@ struct CommandLine
     bool mask = false;                ///< without identities
     bool json = false;                ///< for Command::Devices: for programs
     bool fast = false;                ///< time is virtual
+    std::string by;                   ///< how the program is reached: see Way; empty: the first that works
     std::string log;                  ///< file that tells what happened to the unit; empty: none
     std::string journal;              ///< file that tells what the outputs did; empty: none
     bool strict = false;              ///< a line of the script that is not reached is a failure

@@ -1,9 +1,11 @@
 // virtual-unit: runs an unmodified application on an emulated unit. See docs/virtual-unit.md.
 
 #include "virtual-unit/CommandLine.h"
+#include "virtual-unit/calls/InterceptedCalls.h"
 #include "virtual-unit/calls/StorageCard.h"
 #include "virtual-unit/calls/UnitPath.h"
 #include "virtual-unit/common/PrivateDirectory.h"
+#include "virtual-unit/preload/Protocol.h"
 #include "virtual-unit/recording/Difference.h"
 #include "virtual-unit/recording/Mask.h"
 #include "virtual-unit/recording/PortEntry.h"
@@ -16,6 +18,7 @@
 #include "virtual-unit/run/Results.h"
 #include "virtual-unit/run/RunLog.h"
 #include "virtual-unit/run/Supervisor.h"
+#include "virtual-unit/run/Way.h"
 #include "virtual-unit/script/Director.h"
 #include "virtual-unit/script/Script.h"
 #include "virtual-unit/script/Step.h"
@@ -201,8 +204,18 @@ struct Service
     }
 };
 
+/// Tells which way it is, unless it is the usual one. To the user alone: what happens is the same on both.
+void TellOf(const Way& way)
+{
+    if (const std::string remark = way.Remark(); !remark.empty())
+    {
+        Report(remark);
+    }
+}
+
 /// The run itself, from the begin of the service to its end. @return the program's exit status
-int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLog& log, Recorder* recorder)
+int RunWithScript(const CommandLine& line, Way& way, const InterceptedCalls& calls, Unit& unit,
+                  Director& director, RunLog& log, Recorder* recorder)
 {
     Control control(line.control);
     Service service{director, control, unit, std::nullopt};
@@ -217,6 +230,7 @@ int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLo
         {
             service.output->Begin();
         }
+        TellOf(way);
         director.Start();
         if (control.socket)
         {
@@ -230,7 +244,7 @@ int RunWithScript(const CommandLine& line, Unit& unit, Director& director, RunLo
     };
     const RunListener listener = {[&log](const std::string& text) { log.Report(text); }, started,
                                   [recorder](int number) { RecordSignal(recorder, number); }};
-    return RunOnVirtualUnit(line.program, unit.Devices(), unit.Modem(), line.sdcard, listener);
+    return RunOnVirtualUnit(way, calls, line.program, unit.Devices(), unit.Modem(), line.sdcard, listener);
 }
 
 /// Tells what became of an expectation.
@@ -269,6 +283,9 @@ void JudgeNotReached(const CommandLine& line, const std::vector<Verdict>& lines,
 int Run(const CommandLine& line)
 {
     const Plan plan(line);
+    const InterceptedCalls calls;
+    // Before the begin of the run: the trials take time.
+    const std::unique_ptr<Way> way = Way::Choose(line.by, calls);
     RunLog log(OpenOutput("--log", line.log));
     const OutputFile journal = OpenOutput("--journal", line.journal);
     const OutputFile junit = OpenOutput("--junit", line.junit);
@@ -280,7 +297,7 @@ int Run(const CommandLine& line)
     const auto judge = [&](const Verdict& verdict) { Judge(line, verdict, log, results); };
     Director director(plan.script, unit,
                       {[&log](const std::string& step) { log.Note("script: " + step); }, judge});
-    results.End(RunWithScript(line, unit, director, log, recorder.get()));
+    results.End(RunWithScript(line, *way, calls, unit, director, log, recorder.get()));
 
     FinishRecording(recorder.get(), log);
     JudgeNotReached(line, director.NotReached(), log, results);
@@ -300,6 +317,9 @@ int Run(const CommandLine& line)
 
 int Replay(const CommandLine& line)
 {
+    const InterceptedCalls calls;
+    // Before the begin of the run: the trials take time.
+    const std::unique_ptr<Way> way = Way::Choose(line.by, calls);
     RunLog log(OpenOutput("--log", line.log));
     PrivateDirectory::RemoveLeftOver();
     const auto tell = [&log](const Difference& difference, std::chrono::microseconds at, bool first) {
@@ -320,9 +340,13 @@ int Replay(const CommandLine& line)
         const EndOfService end{unit};
         unit.BeginService();
         const RunListener listener = {[&log](const std::string& text) { log.Report(text); },
-                                      [&unit] { unit.Start(); },
+                                      [&] {
+                                          TellOf(*way);
+                                          unit.Start();
+                                      },
                                       [&recorder](int number) { RecordSignal(recorder.get(), number); }};
-        status = RunOnVirtualUnit(line.program, unit.Devices(), unit.Module(), line.sdcard, listener);
+        status =
+            RunOnVirtualUnit(*way, calls, line.program, unit.Devices(), unit.Module(), line.sdcard, listener);
     }
     FinishRecording(recorder.get(), log);
     const std::size_t differences = unit.Found().Count();
@@ -374,6 +398,29 @@ int ListDevices(const CommandLine& line)
     return 0;
 }
 
+/// The whole of it, once: a shell that looks for the port and opens it, and writes to the card.
+bool TryOut(const char* by, const InterceptedCalls& calls, const Plan& plan)
+{
+    std::string refusal = Way::WhyNot(by, calls);
+    const std::string port = Unit::Path(plan.options, "gps");
+    if (refusal.empty())
+    {
+        Unit unit(plan.options);
+        unit.BeginService();
+        const std::vector<std::string> trial = {"/bin/sh", "-c",
+                                                "test -c " + port + " && exec 3<>" + port +
+                                                    " && test -t 3 && echo > " + UnitPath::CARD + "/trial"};
+        const std::unique_ptr<Way> way = Way::Choose(by, calls);
+        refusal = RunOnVirtualUnit(*way, calls, trial, unit.Devices(), unit.Modem(), {},
+                                   {[](const std::string&) {}}) == 0
+                      ? ""
+                      : "it does not";
+    }
+    std::printf("by %s, an application opens %s and writes to %s: %s%s\n", by, port.c_str(), UnitPath::CARD,
+                refusal.empty() ? "yes" : "no, ", refusal.c_str());
+    return refusal.empty();
+}
+
 int Check(const CommandLine& line)
 {
     constexpr unsigned int API_WITH_NOTIFICATION = 5; // of seccomp_api_get()
@@ -393,26 +440,30 @@ int Check(const CommandLine& line)
         std::printf("virtual time, with --fast: no, %s\n", failure.what());
     }
 
-    // The whole of it, once: a shell that looks for the port and opens it, and writes to the card.
+    const InterceptedCalls calls;
     const Plan plan(line);
-    Unit unit(plan.options);
-    unit.BeginService();
-    const std::string port = Unit::Path(plan.options, "gps");
-    const std::vector<std::string> trial = {"/bin/sh", "-c",
-                                            "test -c " + port + " && exec 3<>" + port +
-                                                " && test -t 3 && echo > " + UnitPath::CARD + "/trial"};
-    const bool works = RunOnVirtualUnit(trial, unit.Devices(), unit.Modem(), {}, {Report}) == 0;
-    std::printf("an application opens %s and writes to %s: %s\n", port.c_str(), UnitPath::CARD,
-                works ? "yes" : "no");
-    std::printf(works ? "This machine can run the virtual unit.\n"
-                      : "This machine cannot run the virtual unit.\n");
-    return works ? 0 : CANNOT_RUN;
+    const bool byKernel = TryOut(Way::KERNEL, calls, plan);
+    if (!byKernel)
+    {
+        std::printf(
+            "    It takes Linux 5.14 or newer, and a container whose seccomp profile allows the calls "
+            "seccomp and process_vm_readv.\n");
+    }
+    const bool byPreload = TryOut(Way::PRELOAD, calls, plan);
+    std::printf(byKernel ? "This machine can run the virtual unit.\n"
+                : byPreload
+                    ? "This machine can run the virtual unit by preload: static programs, and system calls "
+                      "that a program makes by itself, do not reach the unit.\n"
+                    : "This machine cannot run the virtual unit.\n");
+    return byKernel || byPreload ? 0 : CANNOT_RUN;
 }
 
 /// Before anything is written. Where the environment does not tell, the kernel will.
 void RefuseInsideRun()
 {
-    if (std::getenv(ControlSocket::VARIABLE) != nullptr) // NOLINT(concurrency-mt-unsafe): one thread
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): one thread
+    const auto has = [](const char* variable) { return std::getenv(variable) != nullptr; };
+    if (has(ControlSocket::VARIABLE) || has(Preload::VARIABLE))
     {
         throw Application::NotStarted(Application::INSIDE_A_RUN, CANNOT_RUN);
     }

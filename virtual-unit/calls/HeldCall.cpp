@@ -1,7 +1,5 @@
 #include "virtual-unit/calls/HeldCall.h"
 
-#include "virtual-unit/calls/ApplicationMemory.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -23,9 +21,8 @@ int HeldCall::ReadPath(const InterceptedCall::NamedPath& where, std::string& pat
     {
         return 0;
     }
-    return Kind() == InterceptedCall::Kind::Socket
-               ? ReadSocketPath(where.index, path)
-               : ApplicationMemory::ReadPath(Thread(), Argument(where.index), path);
+    return Kind() == InterceptedCall::Kind::Socket ? ReadSocketPath(where.index, path)
+                                                   : source.ReadPath(request, Argument(where.index), path);
 }
 
 int HeldCall::ReadSocketPath(int index, std::string& path) const
@@ -42,7 +39,12 @@ int HeldCall::ReadSocketPath(int index, std::string& path) const
 
 int HeldCall::Read(std::uint64_t address, void* data, std::size_t size) const
 {
-    return ApplicationMemory::Read(Thread(), address, data, size);
+    return source.Read(request, address, data, size);
+}
+
+int HeldCall::Write(std::uint64_t address, const void* data, std::size_t size) const
+{
+    return source.Write(request, address, data, size);
 }
 
 int HeldCall::ReadOpenHow(open_how& how) const
@@ -52,7 +54,7 @@ int HeldCall::ReadOpenHow(open_how& how) const
 
 Answer HeldCall::Store(const void* data, std::size_t size, std::uint64_t address) const
 {
-    return Answer::Error(ApplicationMemory::Write(Thread(), address, data, size));
+    return Answer::Error(Write(address, data, size));
 }
 
 }

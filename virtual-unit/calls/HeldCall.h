@@ -2,12 +2,12 @@
 #define VIRTUAL_UNIT_CALLS_HELDCALL_H
 
 #include "virtual-unit/calls/Answer.h"
-#include "virtual-unit/calls/SystemCallFilter.h"
+#include "virtual-unit/calls/CallSource.h"
+#include "virtual-unit/calls/InterceptedCalls.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <linux/openat2.h>
-#include <seccomp.h>
 #include <string>
 #include <sys/types.h>
 
@@ -19,7 +19,10 @@ class HeldCall
 {
 public:
     /// All of them stay the caller's and outlive this object.
-    HeldCall(const seccomp_notif& held, const InterceptedCall& named) : request(held), call(named) {}
+    HeldCall(CallSource& its, const WaitingCall& held, const InterceptedCall& named)
+        : source(its), request(held), call(named)
+    {
+    }
 
     const char* Name() const { return call.name; }
 
@@ -29,12 +32,12 @@ public:
 
     const InterceptedCall::NamedPath& OtherPath() const { return call.otherPath; }
 
-    pid_t Thread() const { return static_cast<pid_t>(request.pid); }
+    pid_t Thread() const { return request.thread; }
 
     /// A descriptor of the caller, as a link in "/proc".
     std::string LinkOf(std::uint64_t descriptor) const;
 
-    std::uint64_t Argument(int index) const { return request.data.args[index]; }
+    std::uint64_t Argument(int index) const { return request.arguments.at(static_cast<std::size_t>(index)); }
 
     /// The argument that the call's kind names, or one of those that follow it.
     std::uint64_t OwnArgument(int offset = 0) const { return Argument(call.argument + offset); }
@@ -48,7 +51,8 @@ public:
     /// The path as it is written; empty when the call does not name it. @return 0 or an errno
     int ReadPath(const InterceptedCall::NamedPath& where, std::string& path) const;
 
-    int Read(std::uint64_t address, void* data, std::size_t size) const; ///< @return 0 or an errno
+    int Read(std::uint64_t address, void* data, std::size_t size) const;        ///< @return 0 or an errno
+    int Write(std::uint64_t address, const void* data, std::size_t size) const; ///< @return 0 or an errno
 
     int ReadOpenHow(open_how& how) const; ///< of openat2() @return 0 or an errno
 
@@ -58,7 +62,8 @@ public:
 private:
     int ReadSocketPath(int index, std::string& path) const;
 
-    const seccomp_notif& request;
+    CallSource& source;
+    const WaitingCall& request;
     const InterceptedCall& call;
 };
 

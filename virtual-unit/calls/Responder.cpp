@@ -1,6 +1,5 @@
 #include "virtual-unit/calls/Responder.h"
 
-#include "virtual-unit/calls/ApplicationMemory.h"
 #include "virtual-unit/time/VirtualTime.h"
 
 #include <algorithm>
@@ -8,12 +7,9 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <linux/openat2.h>
-#include <linux/seccomp.h>
 #include <optional>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <system_error>
-#include <unistd.h>
 #include <utility>
 
 namespace VirtualUnit
@@ -25,15 +21,6 @@ namespace
 using Kind = InterceptedCall::Kind;
 
 constexpr std::uint64_t CREATING_FLAGS = O_CREAT | O_EXCL | O_TRUNC;
-
-/// Has caller and supervisor take turns on one processor, which is faster than to wake another one. Since
-/// Linux 6.6; older ones do without.
-void TakeTurns(int notifications)
-{
-    constexpr unsigned long SET_FLAGS = _IOW('!', 4, std::uint64_t); // both are newer than the headers
-    constexpr unsigned long SYNCHRONOUS_WAKE_UP = 1;
-    static_cast<void>(ioctl(notifications, SET_FLAGS, SYNCHRONOUS_WAKE_UP));
-}
 
 /// @return the descriptor, as an answer, or the errno
 Answer Open(ServedDevice& device, std::uint64_t flags)
@@ -52,38 +39,21 @@ Answer Open(ServedDevice& device, std::uint64_t flags)
 class HeldMemory : public CallerMemory
 {
 public:
-    explicit HeldMemory(pid_t holder) : thread(holder) {}
+    explicit HeldMemory(const HeldCall& held) : call(held) {}
 
     int Read(std::uint64_t address, void* data, std::size_t size) override
     {
-        return ApplicationMemory::Read(thread, address, data, size);
+        return call.Read(address, data, size);
     }
 
     int Write(std::uint64_t address, const void* data, std::size_t size) override
     {
-        return ApplicationMemory::Write(thread, address, data, size);
+        return call.Write(address, data, size);
     }
 
 private:
-    pid_t thread;
+    const HeldCall& call;
 };
-
-/// A number that the caller does not use, from SystemCallFilter::FIRST_HELD_DESCRIPTOR on; none: there is
-/// none.
-std::optional<unsigned int> FreeHeldDescriptor(const seccomp_notif& request)
-{
-    constexpr unsigned int END = 1020; // select() knows no more than 1024
-    const std::string descriptors = "/proc/" + std::to_string(request.pid) + "/fd/";
-    for (unsigned int number = SystemCallFilter::FIRST_HELD_DESCRIPTOR; number < END; ++number)
-    {
-        struct stat status = {};
-        if (lstat((descriptors + std::to_string(number)).c_str(), &status) != 0 && errno == ENOENT)
-        {
-            return number;
-        }
-    }
-    return std::nullopt;
-}
 
 bool IsOfCard(const UnitPath& path)
 {
@@ -103,37 +73,26 @@ void ShowAsDevice(Mode& mode)
 
 }
 
-Responder::Responder(int notifications, const SystemCallFilter& filter, const DeviceTable& devices,
+Responder::Responder(CallSource& callSource, const InterceptedCalls& intercepted, const DeviceTable& devices,
                      const StorageCard& theCard, Report report)
-    : fd(notifications), systemCalls(filter), table(devices), card(theCard),
+    : source(callSource), systemCalls(intercepted), table(devices), card(theCard),
       cardCalls(theCard, devices.Card(), [this](const std::string& line) { ReportOnce(line); }),
       reportLine(std::move(report))
 {
-    if (const int result = seccomp_notify_alloc(&request, &response); result < 0)
-    {
-        throw std::system_error(-result, std::generic_category(), "seccomp notification");
-    }
-    TakeTurns(fd);
-}
-
-Responder::~Responder()
-{
-    seccomp_notify_free(request, response);
 }
 
 void Responder::AnswerNext()
 {
-    *request = {};
-    // It fails when the caller was killed, or interrupted, before its call could be taken.
-    if (seccomp_notify_receive(fd, request) == 0)
+    if (const std::optional<WaitingCall> next = source.Next())
     {
+        request = *next;
         Send(Find());
     }
 }
 
 Answer Responder::Find()
 {
-    const InterceptedCall* call = systemCalls.Find(request->data.nr);
+    const InterceptedCall* call = systemCalls.Find(request.number);
     if (call == nullptr)
     {
         return Answer::GoOn();
@@ -143,8 +102,8 @@ Answer Responder::Find()
         return Forbid(call->name);
     }
 
-    const HeldCall held(*request, *call);
-    if (call->kind == Kind::Execute)
+    const HeldCall held(source, request, *call);
+    if (call->kind == Kind::Execute && !request.byChild)
     {
         VirtualTime::Executes(held.Thread());
     }
@@ -178,6 +137,16 @@ Answer Responder::Find()
         return FindForUnmount(held, absolute);
     }
     return FindForPaths(held, absolute, otherAbsolute);
+}
+
+Answer Responder::LetExecute(const std::string& path)
+{
+    if (const std::optional<std::string> reason = source.WhyOutOfReach(path))
+    {
+        ReportOnce(path + " is refused: " + *reason + " and would run past the virtual unit");
+        return Answer::Error(EACCES);
+    }
+    return Answer::GoOn();
 }
 
 Answer Responder::Forbid(const char* name)
@@ -227,7 +196,7 @@ Answer Responder::FindForPaths(const HeldCall& held, const UnitPath& path, const
     const UnitPath& devicePath = table.BelongsToUnit(path.Text()) ? path : otherPath;
     if (!onCard && !table.BelongsToUnit(devicePath.Text()))
     {
-        return Answer::GoOn();
+        return held.Kind() == Kind::Execute ? LetExecute(path.Text()) : Answer::GoOn();
     }
     if (!StillWaits()) // what was read may have been another process' by then
     {
@@ -243,7 +212,7 @@ Answer Responder::FindForIoctl(const HeldCall& held)
     {
         return device == nullptr ? Answer::GoOn() : Answer::None();
     }
-    HeldMemory memory(held.Thread());
+    HeldMemory memory(held);
     const std::optional<ServedDevice::IoctlResult> result =
         device->Ioctl(held.OwnArgument(1), held.OwnArgument(2), memory);
     if (table.Power().IsCut()) // by this very call: the program does not see it return
@@ -333,68 +302,10 @@ void Responder::Send(const Answer& answer)
     }
     if (answer.after.count() > 0)
     {
-        later.push_back({Clock::now() + answer.after, *request, answer});
+        later.push_back({Clock::now() + answer.after, request, answer});
         return;
     }
-    Deliver(answer);
-}
-
-/// The answer to the present request.
-void Responder::Deliver(const Answer& answer) const
-{
-    const bool opens = answer.type == Answer::Type::Descriptor;
-    if (!opens || !Place(answer))
-    {
-        Respond(request->id, opens ? Answer::Error(errno) : answer);
-    }
-}
-
-/// Gives a descriptor to the caller, and closes it here. @return false, and errno, when it could not be given
-bool Responder::Place(const Answer& answer) const
-{
-    const std::optional<unsigned int> number =
-        answer.holdsWrites ? FreeHeldDescriptor(*request) : std::nullopt;
-    int error = Add(answer, number);
-    if (number && (error == EBADF || error == EMFILE)) // beyond the limit of the process
-    {
-        error = Add(answer, std::nullopt);
-    }
-    const bool given = error == 0;
-    close(answer.descriptor);
-    if (!given && error == EINVAL)
-    {
-        throw std::system_error(
-            error, std::generic_category(),
-            "the kernel does not place descriptors into the application (Linux 5.14 is needed)");
-    }
-    errno = error;
-    return given || error == ENOENT; // ENOENT: the caller is gone
-}
-
-/// @param number that the descriptor gets; none: the lowest one @return 0 or an errno
-int Responder::Add(const Answer& answer, std::optional<unsigned int> number) const
-{
-    seccomp_notif_addfd addition = {};
-    addition.id = request->id;
-    addition.flags = SECCOMP_ADDFD_FLAG_SEND; // placed and answered in one step: none is left over
-    if (number)
-    {
-        addition.flags |= SECCOMP_ADDFD_FLAG_SETFD;
-        addition.newfd = *number;
-    }
-    addition.srcfd = static_cast<std::uint32_t>(answer.descriptor);
-    addition.newfd_flags = answer.closeOnExec ? O_CLOEXEC : 0;
-    return ioctl(fd, SECCOMP_IOCTL_NOTIF_ADDFD, &addition) >= 0 ? 0 : errno;
-}
-
-void Responder::Respond(std::uint64_t id, const Answer& answer) const
-{
-    *response = {};
-    response->id = id;
-    response->error = -answer.error;
-    response->val = answer.value;
-    response->flags = answer.type == Answer::Type::GoOn ? SECCOMP_USER_NOTIF_FLAG_CONTINUE : 0;
-    seccomp_notify_respond(fd, response); // fails when the caller is gone
+    source.Respond(request, answer);
 }
 
 std::optional<Responder::Clock::time_point> Responder::NextDeadline() const
@@ -417,10 +328,10 @@ void Responder::AnswerDue()
     });
     for (const Later& call : due)
     {
-        *request = call.request;
+        request = call.request;
         if (call.answer.type != Answer::Type::Again)
         {
-            Deliver(call.answer);
+            source.Respond(request, call.answer);
         }
         else if (StillWaits())
         {
@@ -437,9 +348,9 @@ void Responder::ReportOnce(const std::string& line)
     }
 }
 
-bool Responder::StillWaits() const
+bool Responder::StillWaits()
 {
-    return seccomp_notify_id_valid(fd, request->id) == 0;
+    return source.StillWaits(request);
 }
 
 UnitPath Responder::Absolute(const HeldCall& held, const InterceptedCall::NamedPath& where,

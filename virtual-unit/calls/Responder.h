@@ -2,10 +2,11 @@
 #define VIRTUAL_UNIT_CALLS_RESPONDER_H
 
 #include "virtual-unit/calls/Answer.h"
+#include "virtual-unit/calls/CallSource.h"
 #include "virtual-unit/calls/CardCalls.h"
 #include "virtual-unit/calls/HeldCall.h"
+#include "virtual-unit/calls/InterceptedCalls.h"
 #include "virtual-unit/calls/StorageCard.h"
-#include "virtual-unit/calls/SystemCallFilter.h"
 #include "virtual-unit/calls/UnitPath.h"
 #include "virtual-unit/ports/DeviceTable.h"
 
@@ -13,7 +14,6 @@
 #include <cstdint>
 #include <functional>
 #include <optional>
-#include <seccomp.h>
 #include <set>
 #include <string>
 #include <vector>
@@ -22,7 +22,7 @@ namespace VirtualUnit
 {
 
 /**
- * Answers the system calls that the filter holds up: those on the unit's paths from the device table or the
+ * Answers the system calls that are held up: those on the unit's paths from the device table or the
  * storage card, those that read the mount table with the unit's, the forbidden ones with EPERM; all others go
  * on to the kernel.
  *
@@ -34,14 +34,15 @@ class Responder
 public:
     using Report = std::function<void(const std::string& line)>;
 
-    /// @param notifications the filter's descriptor; stays the caller's, as do filter, devices and card
-    Responder(int notifications, const SystemCallFilter& filter, const DeviceTable& devices,
+    /// All but `report` stay the caller's.
+    Responder(CallSource& callSource, const InterceptedCalls& intercepted, const DeviceTable& devices,
               const StorageCard& theCard, Report report);
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;
-    ~Responder();
+    ~Responder() = default;
 
-    /// Takes the next call and answers it. @throws std::system_error when the kernel lacks what is needed
+    /// Takes the next call, if there is one, and answers it. @throws std::system_error when the kernel lacks
+    /// what is needed
     void AnswerNext();
 
     using Clock = std::chrono::steady_clock;
@@ -57,39 +58,35 @@ private:
     struct Later
     {
         Clock::time_point due;
-        seccomp_notif request; ///< the call
+        WaitingCall request;
         Answer answer;
     };
 
-    bool Place(const Answer& answer) const;
-    int Add(const Answer& answer, std::optional<unsigned int> number) const;
-    void Respond(std::uint64_t id, const Answer& answer) const;
     Answer Find();
     Answer FindForPaths(const HeldCall& held, const UnitPath& path, const UnitPath& otherPath);
     Answer FindForDevice(const HeldCall& held, const std::string& path);
     Answer FindForIoctl(const HeldCall& held);
     Answer FindForWrite(const HeldCall& held);
     Answer FindForUnmount(const HeldCall& held, const UnitPath& path);
+    Answer LetExecute(const std::string& path);
     Answer Forbid(const char* name);
     Answer RefuseUnreadable(const HeldCall& held, int error, bool ofUnit);
     void Send(const Answer& answer);
-    void Deliver(const Answer& answer) const;
     void ReportOnce(const std::string& line);
-    bool StillWaits() const;
+    bool StillWaits();
     bool BelongsToUnit(const UnitPath& path) const;
     UnitPath Absolute(const HeldCall& held, const InterceptedCall::NamedPath& where,
                       const std::string& path) const;
 
-    int fd;
-    const SystemCallFilter& systemCalls;
+    CallSource& source;
+    const InterceptedCalls& systemCalls;
     const DeviceTable& table;
     const StorageCard& card;
     CardCalls cardCalls;
     Report reportLine;
     std::set<std::string> reported;
     std::vector<Later> later;
-    seccomp_notif* request = nullptr;
-    seccomp_notif_resp* response = nullptr;
+    WaitingCall request; ///< the one that is being answered
 };
 
 }

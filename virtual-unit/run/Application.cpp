@@ -26,8 +26,8 @@ namespace
 {
 
 constexpr int NOT_FOUND = 127;
-constexpr int NOT_EXECUTABLE = 126;
 constexpr int SIGNAL_OFFSET = 128;
+constexpr int NO_FILTER = -1;
 
 [[noreturn]] void Fail(int error, const char* what)
 {
@@ -82,7 +82,7 @@ bool Hear(int channel, int& error, int& descriptor)
 }
 
 /// The new process, from fork() to the program. It has one thread, as had its parent.
-[[noreturn]] void BecomeProgram(const std::vector<std::string>& command, const SystemCallFilter& filter,
+[[noreturn]] void BecomeProgram(const std::vector<std::string>& command, const Application::Start& start,
                                 const sigset_t& signals, int channel, pid_t parent)
 {
     std::vector<char*> arguments;
@@ -97,8 +97,10 @@ bool Hear(int channel, int& error, int& descriptor)
     if (getppid() == parent) // otherwise it has died before the line above
     {
         pthread_sigmask(SIG_SETMASK, &signals, nullptr);
-        const int notifications = filter.Load();
-        if (notifications < 0)
+        start.prepare();
+        prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0); // of a filter, and of a library that is preloaded to all
+        const int notifications = start.filter != nullptr ? start.filter->Load() : NO_FILTER;
+        if (notifications < NO_FILTER)
         {
             Tell(channel, -notifications);
         }
@@ -127,19 +129,20 @@ pid_t ParentOf(const std::filesystem::path& process)
     return parent;
 }
 
-/// Whether a directory of PATH that can be looked into has a file of that name.
-bool IsInPath(const std::string& name)
+/// The first file of that name in a directory of PATH that can be looked into; empty: there is none.
+std::string FindInPath(const std::string& name, int mode)
 {
     const char* const path = std::getenv("PATH"); // NOLINT(concurrency-mt-unsafe): nobody else alters it now
     std::istringstream directories(path != nullptr ? path : "");
     for (std::string directory; std::getline(directories, directory, ':');)
     {
-        if (access((std::filesystem::path(directory) / name).c_str(), F_OK) == 0)
+        const std::filesystem::path candidate = std::filesystem::path(directory) / name;
+        if (access(candidate.c_str(), mode) == 0)
         {
-            return true;
+            return candidate;
         }
     }
-    return false;
+    return {};
 }
 
 /// All processes there are, by their parents.
@@ -162,8 +165,12 @@ std::multimap<pid_t, pid_t> Children()
 
 }
 
-Application::Application(const std::vector<std::string>& command, const SystemCallFilter& filter,
-                         const sigset_t& signals)
+std::string Application::PathOf(const std::string& name)
+{
+    return name.find('/') == std::string::npos ? FindInPath(name, X_OK) : name;
+}
+
+Application::Application(const std::vector<std::string>& command, const Start& start, const sigset_t& signals)
     : program(command.front())
 {
     std::array<int, 2> ends = {};
@@ -181,7 +188,7 @@ Application::Application(const std::vector<std::string>& command, const SystemCa
     pid = fork();
     if (pid == 0)
     {
-        BecomeProgram(command, filter, signals, otherEnd.Get(), parent);
+        BecomeProgram(command, start, signals, otherEnd.Get(), parent);
     }
     if (pid < 0)
     {
@@ -191,7 +198,7 @@ Application::Application(const std::vector<std::string>& command, const SystemCa
 
     int error = 0;
     const bool began = Hear(channel.Get(), error, notifications);
-    if (!began || error != 0 || notifications < 0)
+    if (!began || error != 0 || (start.filter != nullptr && notifications < 0))
     {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
@@ -223,7 +230,7 @@ void Application::AwaitStart(const std::function<void()>& answer)
     int none = -1;
     if (Hear(channel.Get(), error, none))
     {
-        if (error == EACCES && program.find('/') == std::string::npos && !IsInPath(program))
+        if (error == EACCES && program.find('/') == std::string::npos && FindInPath(program, F_OK).empty())
         {
             error = ENOENT; // execvp() says so as well when it may not enter a directory of PATH
         }

@@ -36,17 +36,27 @@ public:
     };
 
     static constexpr int CANNOT_RUN = 3; ///< an exit status
+    static constexpr int NOT_EXECUTABLE = 126;
     static constexpr const char* INSIDE_A_RUN =
         "a run inside a run is not possible: this program is on a virtual unit already";
 
+    /// What a program's name leads to: itself, or a file in a directory of PATH; empty: there is none.
+    static std::string PathOf(const std::string& name);
+
+    /// How the program is brought onto the unit.
+    struct Start
+    {
+        const SystemCallFilter* filter = nullptr; ///< null: it is not under any
+        std::function<void()> prepare = [] {};    ///< called in the new process, before it is the program
+    };
+
     /**
-     * Starts the program under the filter. The calling process has one thread, and ends no sooner than it.
+     * Starts the program. The calling process has one thread, and ends no sooner than it.
      * @param command the program, searched for in PATH, and its arguments
      * @param signals the signal mask that the program is to have
      * @throws NotStarted inside a run @throws std::system_error when the kernel does not take the filter
      */
-    Application(const std::vector<std::string>& command, const SystemCallFilter& filter,
-                const sigset_t& signals);
+    Application(const std::vector<std::string>& command, const Start& start, const sigset_t& signals);
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
     ~Application(); ///< kills what is left
@@ -54,7 +64,7 @@ public:
     int Notifications() const
     {
         return notifications;
-    } ///< where the filter's calls arrive; closed by this object
+    } ///< where the filter's calls arrive; closed by this object; below 0: there is no filter
 
     /// Waits until the new process has become the program. @param answer answers a call that has arrived
     /// @throws NotStarted
@@ -80,8 +90,6 @@ public:
     std::optional<int> EndingSignal() const { return endingSignal; } ///< the signal that ended it
 
 private:
-    void AwaitFilter();
-
     std::string program;
     pid_t pid = -1;
     Descriptor channel; ///< to the new process, until it has become the program

@@ -1,7 +1,6 @@
 #include "virtual-unit/run/Supervisor.h"
 
 #include "virtual-unit/calls/StorageCard.h"
-#include "virtual-unit/calls/SystemCallFilter.h"
 #include "virtual-unit/common/Deadline.h"
 #include "virtual-unit/common/PrivateDirectory.h"
 #include "virtual-unit/run/Application.h"
@@ -12,6 +11,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <memory>
 #include <optional>
 #include <poll.h>
 #include <sys/signalfd.h>
@@ -96,10 +96,10 @@ Time Earlier(const Time& one, const Time& other)
 
 }
 
-int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable& devices,
-                     CellularModule& module, const std::string& sdcard, const RunListener& listener)
+int RunOnVirtualUnit(Way& way, const InterceptedCalls& calls, const std::vector<std::string>& command,
+                     const DeviceTable& devices, CellularModule& module, const std::string& sdcard,
+                     const RunListener& listener)
 {
-    const SystemCallFilter filter;
     const Signals signals; // from here on no signal but SIGKILL ends this process before it has cleaned up
     std::optional<PrivateDirectory> temporary;
     if (sdcard.empty())
@@ -108,9 +108,10 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
     }
     const StorageCard card(temporary ? temporary->Path() : sdcard);
     const UsbBus bus(module);
-    Application application(command, filter, signals.FormerMask());
+    const std::unique_ptr<Application> started = way.Start(command, signals.FormerMask());
+    Application& application = *started;
     std::signal(SIGPIPE, SIG_IGN); // a closed standard error must not end the unit
-    Responder responder(application.Notifications(), filter, devices, card, listener.report);
+    Responder responder(way.Calls(), calls, devices, card, listener.report);
     application.AwaitStart([&responder] { responder.AnswerNext(); });
     listener.started();
 
@@ -118,7 +119,7 @@ int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable&
     bool programEnded = false;
     bool cut = false; // the power
     std::array<pollfd, 3> events = {{{signals.Descriptor(), POLLIN, 0},
-                                     {application.Notifications(), POLLIN, 0},
+                                     {way.Calls().Descriptor(), POLLIN, 0},
                                      {devices.Power().WhenCut(), POLLIN, 0}}};
     while (application.Reap())
     {

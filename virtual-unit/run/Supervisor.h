@@ -4,6 +4,7 @@
 #include "virtual-unit/calls/Responder.h"
 #include "virtual-unit/peripherals/CellularModule.h"
 #include "virtual-unit/ports/DeviceTable.h"
+#include "virtual-unit/run/Way.h"
 
 #include <functional>
 #include <string>
@@ -31,6 +32,7 @@ struct RunListener
  * It changes the calling process: signal mask, PATH, and the adoption of orphans. Call it from the only
  * thread.
  *
+ * @param way      how the program's system calls get here; used once
  * @param command the program and its arguments
  * @param devices what is served; must not have been started
  * @param module  the cellular module, which is among them: it shows on the USB bus
@@ -42,8 +44,9 @@ struct RunListener
  * @throws StorageCard::Unusable, Application::NotStarted, std::system_error when this kernel or machine
  * cannot do it
  */
-int RunOnVirtualUnit(const std::vector<std::string>& command, const DeviceTable& devices,
-                     CellularModule& module, const std::string& sdcard, const RunListener& listener);
+int RunOnVirtualUnit(Way& way, const InterceptedCalls& calls, const std::vector<std::string>& command,
+                     const DeviceTable& devices, CellularModule& module, const std::string& sdcard,
+                     const RunListener& listener);
 
 }
 

@@ -1,5 +1,7 @@
 #include "virtual-unit/time/VirtualTime.h"
 
+#include "virtual-unit/common/PreloadedLibrary.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <dlfcn.h>
@@ -16,35 +18,17 @@ namespace VirtualTime
 namespace
 {
 
-/// How all processes of a run reach what this one has open, as long as it lives.
-std::string PathOf(int descriptor)
-{
-    return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
-}
-
-/// Beside the program where it was built, in the directory of libraries where it was installed.
+/// @throws NotPossible
 std::filesystem::path Library()
 {
-    const std::filesystem::path program = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-    for (const char* const place : {".", TIME_LIBRARY_DIRECTORY})
+    try
     {
-        const std::filesystem::path library = program / place / TIME_LIBRARY;
-        if (std::filesystem::exists(library))
-        {
-            return library.lexically_normal();
-        }
+        return VirtualUnit::PreloadedLibrary::Find(TIME_LIBRARY);
     }
-    throw NotPossible(std::string(TIME_LIBRARY) + " is neither beside the program nor in " +
-                      (program / TIME_LIBRARY_DIRECTORY).lexically_normal().string());
-}
-
-/// Adds an option to a list of them in the environment.
-void AddOption(const char* variable, const std::string& option)
-{
-    // NOLINTBEGIN(concurrency-mt-unsafe): nothing has happened yet
-    const char* const present = std::getenv(variable);
-    setenv(variable, (present != nullptr ? present + (":" + option) : option).c_str(), 1);
-    // NOLINTEND(concurrency-mt-unsafe)
+    catch (const std::runtime_error& missing)
+    {
+        throw NotPossible(missing.what());
+    }
 }
 
 /// What is asked of the kernel about each thread: its children, how often it ran, where it waits,
@@ -94,14 +78,14 @@ void Enter(char** arguments)
         throw NotPossible(std::string(TIME_LIBRARY) + ": " + std::generic_category().message(errno));
     }
     const char* const preloaded = std::getenv(PRELOAD);
-    const std::string libraries =
-        PathOf(library) + (preloaded != nullptr ? ":" + std::string(preloaded) : "");
-    setenv(VARIABLE, PathOf(memory).c_str(), 1);
+    const std::string libraries = VirtualUnit::PreloadedLibrary::PathOf(library) +
+                                  (preloaded != nullptr ? ":" + std::string(preloaded) : "");
+    setenv(VARIABLE, VirtualUnit::PreloadedLibrary::PathOf(memory).c_str(), 1);
     setenv(PRELOAD, libraries.c_str(), 1);
     // The address sanitizer minds that another library is preloaded, and comes before its own. The thread
     // sanitizer naps at the end of a process, in real time.
-    AddOption("ASAN_OPTIONS", "verify_asan_link_order=0");
-    AddOption("TSAN_OPTIONS", "atexit_sleep_ms=0");
+    VirtualUnit::PreloadedLibrary::AddOption("ASAN_OPTIONS", "verify_asan_link_order=0");
+    VirtualUnit::PreloadedLibrary::AddOption("TSAN_OPTIONS", "atexit_sleep_ms=0");
     // NOLINTEND(concurrency-mt-unsafe)
     execv("/proc/self/exe", arguments);
     throw NotPossible("the program cannot be executed anew: " + std::generic_category().message(errno));

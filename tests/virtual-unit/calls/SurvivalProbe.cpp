@@ -1,7 +1,7 @@
 // What SurvivalTest runs on the virtual unit: a program that mistreats the supervisor and counts what the
 // supervisor holds before and after. Arguments: the name of the trial, then the paths of the served devices.
 
-#include "virtual-unit/calls/SystemCallFilter.h"
+#include "virtual-unit/calls/InterceptedCalls.h"
 
 #include <algorithm>
 #include <array>
@@ -43,7 +43,7 @@ namespace
 {
 
 using VirtualUnit::InterceptedCall;
-using VirtualUnit::SystemCallFilter;
+using VirtualUnit::InterceptedCalls;
 using Kind = InterceptedCall::Kind;
 using Arguments = std::array<long, 6>;
 using Paths = std::vector<std::string>;
@@ -173,7 +173,7 @@ bool UseAll(const Paths& devices)
 class Calls
 {
 public:
-    using Call = SystemCallFilter::Numbered;
+    using Call = InterceptedCalls::Numbered;
 
     Calls()
     {
@@ -182,7 +182,7 @@ public:
         how.mode = FILE_MODE;
     }
 
-    const std::vector<Call>& All() const { return filter.Calls(); }
+    const std::vector<Call>& All() const { return intercepted.All(); }
 
     /// Of a call on a path. An ioctl is on the event driver, whatever the path.
     Arguments Good(const InterceptedCall& call, const char* path)
@@ -291,7 +291,7 @@ private:
         }
     }
 
-    const SystemCallFilter filter; ///< never loaded: only its list is wanted
+    const InterceptedCalls intercepted;
     const int eventDriver = open(EVENT_DRIVER, O_RDWR);
     const int socketFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_un address = {};

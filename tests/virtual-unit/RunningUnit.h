@@ -8,6 +8,9 @@
 /// A text as one word of a command line of the shell, whatever is in it.
 std::string Word(const std::string& text);
 
+/// Whether runs that do not say otherwise go by preload: TAVDEVICE_RUNS_BY=preload in the environment.
+bool RunsGoByPreload();
+
 /// A copy of a program, in the kit's TempDir, that "nobody" can execute: wherever the program itself lies,
 /// and whatever the umask was when it was built. @return its path
 std::string ForNobody(const std::string& program);
@@ -34,6 +37,7 @@ public:
         bool onTerminal = false;   ///< the three standard streams are a terminal (all is `output` then)
         bool unprivileged = false; ///< as "nobody", where this process is root: see ForNobody()
         bool errorsClosed = false; ///< its standard error is a pipe that nobody reads
+        std::vector<std::string> launcher = {}; ///< a program, with its arguments, that starts it
     };
 
     explicit RunningUnit(const std::vector<std::string>& arguments) : RunningUnit(arguments, Options()) {}

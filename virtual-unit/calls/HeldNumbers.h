@@ -8,11 +8,16 @@
 namespace VirtualUnit
 {
 
-/// Writes to descriptors from there on are held up, all others are not: what a device is written to goes
-/// past the supervisor at full speed, unless it places the descriptor up there.
+/// Writes to descriptors from there on are held up, all others are not: what a device or a file is written to
+/// goes past the supervisor at full speed, unless it places the descriptor up there.
 constexpr unsigned int FIRST_HELD_DESCRIPTOR = 960;
 
 constexpr unsigned int END_OF_HELD_DESCRIPTORS = 1020; ///< select() knows no more than 1024
+
+constexpr bool IsHeldDescriptor(std::uint32_t number)
+{
+    return number >= FIRST_HELD_DESCRIPTOR && number <= INT32_MAX;
+}
 
 /// The requests of the unit's drivers, as a mask and what it leaves. All other ioctls are not held up.
 struct HeldRequests
@@ -145,6 +150,11 @@ constexpr bool IsHeldCall(long number)
     case SYS_swapon:
     case SYS_swapoff:
     case SYS_acct:
+    case SYS_fsync:
+    case SYS_fdatasync:
+    case SYS_syncfs:
+    case SYS_sync:
+    case SYS_msync:
     case SYS_umount2:
     case SYS_reboot:
     case 452: // fchmodat2
@@ -155,6 +165,27 @@ constexpr bool IsHeldCall(long number)
     case 467: // open_tree_attr
     case 468: // file_getattr
     case 469: // file_setattr
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// Whether a system call is held up for the descriptors that are: the first argument, or the third one of
+/// copy_file_range().
+constexpr bool MayGrowFile(long number)
+{
+    switch (number)
+    {
+    case SYS_write:
+    case SYS_pwrite64:
+    case SYS_writev:
+    case SYS_pwritev:
+    case SYS_pwritev2:
+    case SYS_ftruncate:
+    case SYS_fallocate:
+    case SYS_sendfile:
+    case SYS_copy_file_range:
         return true;
     default:
         return false;

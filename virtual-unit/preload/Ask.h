@@ -55,7 +55,7 @@ Reply Ask(long number, Each... each)
     std::array<int, 2> paths = {-1, -1};
     int index = 0;
     int count = 0;
-    const auto look = [&]<class Argument>(Argument) {
+    [[maybe_unused]] const auto look = [&]<class Argument>(Argument) {
         if (std::is_same_v<Argument, const char*> && count < 2)
         {
             paths[static_cast<std::size_t>(count++)] = index;

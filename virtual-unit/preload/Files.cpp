@@ -1,4 +1,4 @@
-// The functions of the C library that are one system call with a path, an ioctl or a write.
+// The functions of the C library that are one system call with a path, an ioctl, a write or a sync.
 
 #include "virtual-unit/calls/HeldNumbers.h"
 #include "virtual-unit/preload/Ask.h"
@@ -11,15 +11,18 @@
 #include <sys/file.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/quota.h>
 #include <sys/reboot.h>
+#include <sys/sendfile.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/swap.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <sys/uio.h>
 #include <sys/un.h>
 #include <sys/xattr.h>
 #include <termios.h>
@@ -604,11 +607,11 @@ Reply AskAboutIoctl(int fd, unsigned long request, void* argument)
     return IsHeldIoctl(request) ? Ask(SYS_ioctl, fd, request, argument) : Reply();
 }
 
-Reply AskAboutWrite(int fd, const void* bytes, size_t count)
+/// What may make a file grow is asked about for the descriptors that are placed for it.
+template <class... Each>
+Reply AskAboutGrowth(int fd, long number, Each... each)
 {
-    return fd >= 0 && static_cast<unsigned int>(fd) >= FIRST_HELD_DESCRIPTOR
-               ? Ask(SYS_write, fd, bytes, count)
-               : Reply();
+    return IsHeldDescriptor(static_cast<std::uint32_t>(fd)) ? Ask(number, each...) : Reply();
 }
 
 }
@@ -634,9 +637,140 @@ STAND_IN int tcsendbreak(int fd, int duration) noexcept
     return Either(Ask(SYS_ioctl, fd, TCSBRK, 0), [&] { return REAL_CALL(tcsendbreak)(fd, duration); });
 }
 
+// Writing and syncing ------------------------------------------------------------------------------------
+
 STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
 {
-    return Either(AskAboutWrite(fd, bytes, count), [&] { return REAL_CALL(write)(fd, bytes, count); });
+    return Either(AskAboutGrowth(fd, SYS_write, fd, bytes, count),
+                  [&] { return REAL_CALL(write)(fd, bytes, count); });
+}
+
+STAND_IN ssize_t pwrite(int fd, const void* bytes, size_t count, off_t at)
+{
+    return Either(AskAboutGrowth(fd, SYS_pwrite64, fd, bytes, count, at),
+                  [&] { return REAL_CALL(pwrite)(fd, bytes, count, at); });
+}
+
+STAND_IN ssize_t writev(int fd, const iovec* pieces, int count)
+{
+    return Either(AskAboutGrowth(fd, SYS_writev, fd, pieces, count),
+                  [&] { return REAL_CALL(writev)(fd, pieces, count); });
+}
+
+STAND_IN ssize_t pwritev(int fd, const iovec* pieces, int count, off_t at)
+{
+    return Either(AskAboutGrowth(fd, SYS_pwritev, fd, pieces, count, at),
+                  [&] { return REAL_CALL(pwritev)(fd, pieces, count, at); });
+}
+
+STAND_IN ssize_t pwritev2(int fd, const iovec* pieces, int count, off_t at, int flags)
+{
+    return Either(AskAboutGrowth(fd, SYS_pwritev2, fd, pieces, count, at, 0, flags),
+                  [&] { return REAL_CALL(pwritev2)(fd, pieces, count, at, flags); });
+}
+
+STAND_IN int ftruncate(int fd, off_t size) noexcept
+{
+    return Either(AskAboutGrowth(fd, SYS_ftruncate, fd, size),
+                  [&] { return REAL_CALL(ftruncate)(fd, size); });
+}
+
+STAND_IN int fallocate(int fd, int mode, off_t at, off_t size)
+{
+    return Either(AskAboutGrowth(fd, SYS_fallocate, fd, mode, at, size),
+                  [&] { return REAL_CALL(fallocate)(fd, mode, at, size); });
+}
+
+STAND_IN int posix_fallocate(int fd, off_t at, off_t size)
+{
+    const Reply reply = AskAboutGrowth(fd, SYS_fallocate, fd, 0, at, size);
+    return reply.goesOn ? REAL_CALL(posix_fallocate)(fd, at, size) : static_cast<int>(-reply.value);
+}
+
+STAND_IN ssize_t sendfile(int to, int from, off_t* at, size_t count) noexcept
+{
+    return Either(AskAboutGrowth(to, SYS_sendfile, to, from, at, count),
+                  [&] { return REAL_CALL(sendfile)(to, from, at, count); });
+}
+
+STAND_IN ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* toAt, size_t count,
+                                 unsigned int flags)
+{
+    return Either(AskAboutGrowth(to, SYS_copy_file_range, from, at, to, toAt, count, flags),
+                  [&] { return REAL_CALL(copy_file_range)(from, at, to, toAt, count, flags); });
+}
+
+// The names for large files are the same functions where they are the only ones.
+
+STAND_IN ssize_t pwrite64(int fd, const void* bytes, size_t count, off64_t at)
+{
+    return Either(AskAboutGrowth(fd, SYS_pwrite64, fd, bytes, count, at),
+                  [&] { return REAL_CALL(pwrite64)(fd, bytes, count, at); });
+}
+
+STAND_IN ssize_t pwritev64(int fd, const iovec* pieces, int count, off64_t at)
+{
+    return Either(AskAboutGrowth(fd, SYS_pwritev, fd, pieces, count, at),
+                  [&] { return REAL_CALL(pwritev64)(fd, pieces, count, at); });
+}
+
+STAND_IN ssize_t pwritev64v2(int fd, const iovec* pieces, int count, off64_t at, int flags)
+{
+    return Either(AskAboutGrowth(fd, SYS_pwritev2, fd, pieces, count, at, 0, flags),
+                  [&] { return REAL_CALL(pwritev64v2)(fd, pieces, count, at, flags); });
+}
+
+STAND_IN int ftruncate64(int fd, off64_t size) noexcept
+{
+    return Either(AskAboutGrowth(fd, SYS_ftruncate, fd, size),
+                  [&] { return REAL_CALL(ftruncate64)(fd, size); });
+}
+
+STAND_IN int fallocate64(int fd, int mode, off64_t at, off64_t size)
+{
+    return Either(AskAboutGrowth(fd, SYS_fallocate, fd, mode, at, size),
+                  [&] { return REAL_CALL(fallocate64)(fd, mode, at, size); });
+}
+
+STAND_IN int posix_fallocate64(int fd, off64_t at, off64_t size)
+{
+    const Reply reply = AskAboutGrowth(fd, SYS_fallocate, fd, 0, at, size);
+    return reply.goesOn ? REAL_CALL(posix_fallocate64)(fd, at, size) : static_cast<int>(-reply.value);
+}
+
+STAND_IN ssize_t sendfile64(int to, int from, off64_t* at, size_t count) noexcept
+{
+    return Either(AskAboutGrowth(to, SYS_sendfile, to, from, at, count),
+                  [&] { return REAL_CALL(sendfile64)(to, from, at, count); });
+}
+
+STAND_IN int fsync(int fd)
+{
+    return Either(Ask(SYS_fsync, fd), [&] { return REAL_CALL(fsync)(fd); });
+}
+
+STAND_IN int fdatasync(int fd)
+{
+    return Either(Ask(SYS_fdatasync, fd), [&] { return REAL_CALL(fdatasync)(fd); });
+}
+
+STAND_IN int syncfs(int fd) noexcept
+{
+    return Either(Ask(SYS_syncfs, fd), [&] { return REAL_CALL(syncfs)(fd); });
+}
+
+STAND_IN void sync() noexcept
+{
+    if (Ask(SYS_sync).goesOn)
+    {
+        REAL_CALL(sync)();
+    }
+}
+
+STAND_IN int msync(void* address, size_t size, int flags)
+{
+    return Either(Ask(SYS_msync, address, size, flags),
+                  [&] { return REAL_CALL(msync)(address, size, flags); });
 }
 
 // Any ----------------------------------------------------------------------------------------------------
@@ -655,7 +789,8 @@ STAND_IN __attribute__((no_sanitize("address"))) long syscall(long number, ...) 
     va_end(list);
     const bool held =
         IsHeldCall(number) || (number == SYS_ioctl && IsHeldIoctl(arguments[1])) ||
-        (number == SYS_write && static_cast<std::uint32_t>(arguments[0]) >= FIRST_HELD_DESCRIPTOR);
+        (MayGrowFile(number) &&
+         IsHeldDescriptor(static_cast<std::uint32_t>(arguments[number == SYS_copy_file_range ? 2 : 0])));
     if (number == SYS_io_uring_setup && IsOnUnit()) // it would open files past the unit
     {
         errno = ENOSYS;

@@ -218,9 +218,9 @@ TEST_F(PreloadTest, EachCallThatIsInterceptedIsKnownToTheLibrary)
     const VirtualUnit::InterceptedCalls intercepted;
     for (const auto& [number, call] : intercepted.All())
     {
-        const bool byArgument =
-            call->kind == InterceptedCall::Kind::Ioctl || call->kind == InterceptedCall::Kind::Write;
+        const bool byArgument = call->kind == InterceptedCall::Kind::Ioctl || call->MayGrowFile();
         EXPECT_NE(VirtualUnit::IsHeldCall(number), byArgument) << call->name;
+        EXPECT_EQ(VirtualUnit::MayGrowFile(number), call->MayGrowFile()) << call->name;
     }
 }
 

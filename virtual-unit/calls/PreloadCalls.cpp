@@ -48,7 +48,10 @@ constexpr timeval PATIENCE = {1, 0};
 std::string NewName()
 {
     std::array<unsigned int, 4> random = {};
-    static_cast<void>(getrandom(random.data(), sizeof(random), 0));
+    if (getrandom(random.data(), sizeof(random), 0) != static_cast<ssize_t>(sizeof(random)))
+    {
+        Fail("getrandom");
+    }
     std::array<char, 80> text = {};
     std::snprintf(text.data(), text.size(), "virtual-unit-calls-%d-%08x%08x%08x%08x", getpid(), random[0],
                   random[1], random[2], random[3]);

@@ -4,8 +4,10 @@
 #include "virtual-unit/common/Descriptor.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <sys/eventfd.h>
 #include <system_error>
 #include <unistd.h>
@@ -14,8 +16,9 @@ namespace VirtualUnit
 {
 
 /**
- * The unit's power. Its controller holds it while the ignition is on or the power line is 1, both of which
- * they are at first; so a line at 0 cuts it with the ignition off, at once or when that is switched off.
+ * The unit's power. Its controller holds it while the power line is 1, and for the length of a pulse of the
+ * line while the ignition is on; at first both are. So a line at 0 cuts it at once with the ignition off, and
+ * as soon as that is switched off; with the ignition on when it stays at 0.
  *
  * Once cut it stays so. Calling threads: any.
  */
@@ -29,11 +32,38 @@ public:
         Lost         ///< whatever the controller does
     };
 
-    void DriveLine(bool high)
+    using Clock = std::chrono::steady_clock;
+
+    static constexpr std::chrono::milliseconds LONGEST_PULSE{500};
+
+    void DriveLine(bool high, Clock::time_point now)
     {
         const std::lock_guard lock(access);
-        line = high;
+        if (high)
+        {
+            pulseEnds.reset();
+        }
+        else if (!pulseEnds)
+        {
+            pulseEnds = now + LONGEST_PULSE;
+        }
         Control();
+    }
+
+    /// When Advance() has something to do.
+    std::optional<Clock::time_point> NextDeadline() const
+    {
+        const std::lock_guard lock(access);
+        return state == State::On ? pulseEnds : std::nullopt;
+    }
+
+    void Advance(Clock::time_point now)
+    {
+        const std::lock_guard lock(access);
+        if (pulseEnds && *pulseEnds <= now)
+        {
+            Cut(State::SwitchedOff);
+        }
     }
 
     void SwitchIgnition(bool on)
@@ -62,7 +92,7 @@ public:
 private:
     void Control()
     {
-        if (!line && !ignition)
+        if (pulseEnds && !ignition)
         {
             Cut(State::SwitchedOff);
         }
@@ -89,7 +119,7 @@ private:
     }
 
     mutable std::mutex access;
-    bool line = true;
+    std::optional<Clock::time_point> pulseEnds; ///< the line is 0; if it stays so
     bool ignition = true;
     State state = State::On;
     Descriptor cut = Event();

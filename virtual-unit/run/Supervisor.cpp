@@ -123,6 +123,7 @@ int RunOnVirtualUnit(Way& way, const InterceptedCalls& calls, const std::vector<
                                      {devices.Power().WhenCut(), POLLIN, 0}}};
     while (application.Reap())
     {
+        devices.Power().Advance(Clock::now());
         if (!cut && devices.Power().IsCut())
         {
             cut = true;
@@ -148,8 +149,8 @@ int RunOnVirtualUnit(Way& way, const InterceptedCalls& calls, const std::vector<
         }
 
         responder.AnswerDue();
-        if (poll(events.data(), events.size(), MillisecondsUntil(Earlier(killAt, responder.NextDeadline()))) <
-            0)
+        const Time next = Earlier(Earlier(killAt, responder.NextDeadline()), devices.Power().NextDeadline());
+        if (poll(events.data(), events.size(), MillisecondsUntil(next)) < 0)
         {
             continue; // interrupted; what it returned does not hold
         }

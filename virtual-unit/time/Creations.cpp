@@ -45,6 +45,7 @@ void* Run(void* argument)
     const Start start = *static_cast<Start*>(argument);
     delete static_cast<Start*>(argument);
     const End end;
+    Waits::AwaitTurn();
     return start.routine(start.argument);
 }
 

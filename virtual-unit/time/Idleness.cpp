@@ -276,6 +276,10 @@ pid_t Idleness::WaitsInRealTime(bool lookAgain)
     for (std::size_t i = 0; i < count; ++i)
     {
         Thread& thread = threads[i];
+        if (thread.slot == nullptr)
+        {
+            FindSlots();
+        }
         if (thread.id == own || IsAccountedFor(thread))
         {
             continue;

@@ -330,6 +330,9 @@ void StayOnOneProcessor()
         CPU_ZERO(&one);
         CPU_SET(chosen, &one);
         sched_setaffinity(0, sizeof one, &one);
+        // A thread that is woken does not take the processor from the one that wakes it.
+        const sched_param none = {};
+        sched_setscheduler(0, SCHED_BATCH, &none);
     }
 }
 

@@ -463,6 +463,20 @@ Wake SleepUntil(std::int64_t monotonic)
     return wake;
 }
 
+void AwaitTurn()
+{
+    // In real time: who made the thread may be looking for it without a pause.
+    constexpr timespec PATIENCE = {0, 300'000'000};
+    if (!Virtual() || place.isEmulated)
+    {
+        return;
+    }
+    Slot& slot = OwnSlot();
+    const Due due(slot, Monotonic());
+    const Waiting waiting(slot, Stand::Parked);
+    FutexWait(slot.wake, due.unwoken, &PATIENCE);
+}
+
 ObjectWait::ObjectWait(const void* what, std::int64_t monotonic)
     : object(what), slot(OwnSlot()), unwoken(BeginWait(slot))
 {

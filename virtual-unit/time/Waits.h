@@ -127,6 +127,10 @@ std::int64_t RealNow(clockid_t clock);
 
 Wake SleepUntil(std::int64_t monotonic);
 
+/// The begin of a new thread: waits until all others wait. Which of two threads begins would be left to the
+/// kernel, and a run would differ from the next one.
+void AwaitTurn();
+
 /**
  * Before a wait for an object (a futex, a semaphore, a mutex ...), which others announce by WakeObject():
  * from its construction on no announcement is missed. Then look once more whether the wait is needed.

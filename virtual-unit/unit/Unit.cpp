@@ -219,7 +219,7 @@ void Unit::BeginService()
         }
         if (write.pin == POWER_PIN)
         {
-            Power().DriveLine(write.value != 0);
+            Power().DriveLine(write.value != 0, Clock::now());
         }
     });
     modem->TellPresence(this, [this](bool onBus) {

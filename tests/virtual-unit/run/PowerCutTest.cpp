@@ -80,11 +80,19 @@ TEST_F(PowerCutTest, TheIgnitionIsOnAtFirstUnlessItIsToBeSwitchedOn)
     EXPECT_EQ(Run(powerOff, "", {"--ignition-after", "5"}).output, "");
 }
 
-TEST_F(PowerCutTest, ALineThatStaysAtZeroCutsThePowerWhenTheIgnitionIsSwitchedOff)
+TEST_F(PowerCutTest, ALineThatStaysAtZeroCutsThePowerWithTheIgnitionOn)
 {
-    const Outcome outcome = Run(powerOff + "; sleep 2; echo on; sleep 2; echo off", "3 ignition off\n");
+    const Outcome outcome = Run(powerOff + "; sleep 0.45; echo on; sleep 0.1; echo off", "");
     EXPECT_EQ(outcome.output, "still here\non\n");
     EXPECT_EQ(outcome.status, 0);
+    EXPECT_THAT(Lines(outcome.errors), ElementsAre(SWITCHED_OFF));
+}
+
+TEST_F(PowerCutTest, TheIgnitionThatIsSwitchedOffEndsAPulseAtOnce)
+{
+    const Outcome outcome =
+        Run("sleep 1; " + powerOff + "; sleep 0.2; echo on; sleep 0.2; echo off", "1.3 ignition off\n");
+    EXPECT_EQ(outcome.output, "still here\non\n");
     EXPECT_THAT(Lines(outcome.errors), ElementsAre(SWITCHED_OFF));
 }
 

@@ -78,23 +78,22 @@ TEST_P(FastWaitTest, TakesExactlyItsTimeInTwoProcessesBesideThreadsThatSleepInSt
     EXPECT_THAT(outcome.errors, IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Ways, FastWaitTest,
-                         testing::Values("usleep", "sleep", "nanosleep", "clock_nanosleep",
-                                         "clock_nanosleep-until", "poll", "ppoll", "select", "pselect",
-                                         "epoll_wait", "sigtimedwait", "sigwait", "condition",
-                                         "condition-until", "terminal", "threads", "child", "interrupted",
-                                         "future", "counting_semaphore", "timed_mutex", "timed_mutex-until",
-                                         "shared_timed_mutex", "timedrdlock", "timedwrlock", "sem_timedwait",
-                                         "sem_clockwait", "sem_timedwait-posted", "futex",
-                                         "syscall-nanosleep", "condition-held", "timerfd", "timer_create",
-                                         "timer_create-thread", "alarm", "setitimer", "recv", "read-socket",
-                                         "epoll_pwait2", "send", "mq_timedreceive", "mq_timedsend",
-                                         "semtimedop", "timedjoin", "timedjoin-ended", "c11", "cancelled"),
-                         [](const auto& way) {
-                             std::string name = way.param;
-                             std::ranges::replace(name, '-', '_');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    Ways, FastWaitTest,
+    testing::Values("usleep", "sleep", "nanosleep", "clock_nanosleep", "clock_nanosleep-until", "poll",
+                    "ppoll", "select", "pselect", "epoll_wait", "sigtimedwait", "sigwait", "condition",
+                    "condition-until", "terminal", "threads", "thread-begun", "child", "interrupted",
+                    "future", "counting_semaphore", "timed_mutex", "timed_mutex-until", "shared_timed_mutex",
+                    "timedrdlock", "timedwrlock", "sem_timedwait", "sem_clockwait", "sem_timedwait-posted",
+                    "futex", "syscall-nanosleep", "condition-held", "timerfd", "timer_create",
+                    "timer_create-thread", "alarm", "setitimer", "recv", "read-socket", "epoll_pwait2",
+                    "send", "mq_timedreceive", "mq_timedsend", "semtimedop", "timedjoin", "timedjoin-ended",
+                    "c11", "cancelled"),
+    [](const auto& way) {
+        std::string name = way.param;
+        std::ranges::replace(name, '-', '_');
+        return name;
+    });
 
 class FastBuildTest : public FastTest, public testing::WithParamInterface<std::string>
 {

@@ -343,6 +343,18 @@ void AwaitSignalOfThread()
     sender.join();
 }
 
+void SleepBehindThreadWhoseBeginWasLookedFor()
+{
+    std::atomic<bool> begun{false};
+    std::thread other([&begun] { begun = true; });
+    while (!begun)
+    {
+        sched_yield();
+    }
+    other.join();
+    sleep(static_cast<unsigned>(SECONDS));
+}
+
 void SleepUntilThen()
 {
     timespec then = {};
@@ -451,6 +463,7 @@ const std::map<std::string, std::function<void()>> WAYS = {
      }},
     {"terminal", ReadFromSilentPort},
     {"threads", SleepInThreads},
+    {"thread-begun", SleepBehindThreadWhoseBeginWasLookedFor},
     {"child", SleepInChild},
     {"interrupted", SleepInterrupted},
     {"future",

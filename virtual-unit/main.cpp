@@ -242,8 +242,14 @@ int RunWithScript(const CommandLine& line, Way& way, const InterceptedCalls& cal
             log.Report("virtual-unit do will not reach this run: " + control.missing);
         }
     };
+    const auto ended = [&service] {
+        if (service.output)
+        {
+            service.output->End(); // what the program has printed comes before what is told of its end
+        }
+    };
     const RunListener listener = {[&log](const std::string& text) { log.Report(text); }, started,
-                                  [recorder](int number) { RecordSignal(recorder, number); }};
+                                  [recorder](int number) { RecordSignal(recorder, number); }, ended};
     return RunOnVirtualUnit(way, calls, line.program, unit.Devices(), unit.Modem(), line.sdcard, listener);
 }
 

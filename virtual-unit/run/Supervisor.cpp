@@ -175,6 +175,7 @@ int RunOnVirtualUnit(Way& way, const InterceptedCalls& calls, const std::vector<
         }
     }
 
+    listener.ended();
     const bool endedByCut = cut && application.EndingSignal() == SIGKILL;
     if (cut)
     {

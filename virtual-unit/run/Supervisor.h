@@ -19,7 +19,8 @@ struct RunListener
     Responder::Report report;              ///< lines for people: refusals, why the program ended
     std::function<void()> started = [] {}; ///< threads may be started from now on
     std::function<void(int number)> signalled = [](int) {
-    }; ///< the program got a signal to end it, or SIGKILL with the power
+    };                                   ///< the program got a signal to end it, or SIGKILL with the power
+    std::function<void()> ended = [] {}; ///< no process is left; nothing has been told of the end
 };
 
 /**

@@ -190,8 +190,8 @@ int CardCalls::Refusal(const HeldCall& held, const UnitPath& path) const
 
 int CardCalls::RefusalToOpen(const HeldCall& held, const UnitPath& path) const
 {
-    open_how how = {held.OwnArgument(), 0, 0};
-    if (const int error = held.Kind() == Kind::OpenHow ? held.ReadOpenHow(how) : 0; error != 0)
+    open_how how = {};
+    if (const int error = held.ReadOpenHow(how); error != 0)
     {
         return error;
     }
@@ -214,8 +214,8 @@ int CardCalls::RefusalOfFull(const HeldCall& held, const UnitPath& path) const
         return isThere ? 0 : ENOSPC;
     case Kind::Open:
     case Kind::OpenHow: {
-        open_how how = {held.OwnArgument(), 0, 0};
-        const int error = held.Kind() == Kind::OpenHow ? held.ReadOpenHow(how) : 0;
+        open_how how = {};
+        const int error = held.ReadOpenHow(how);
         return error == 0 && !isThere && (how.flags & O_CREAT) != 0 ? ENOSPC : error;
     }
     case Kind::Truncate:
@@ -383,8 +383,8 @@ std::optional<std::string> CardCalls::FindInUse(const HeldCall& held) const
 
 Answer CardCalls::OpenMountTable(const HeldCall& held) const
 {
-    open_how how = {held.OwnArgument(), 0, 0};
-    if (const int error = held.Kind() == Kind::OpenHow ? held.ReadOpenHow(how) : 0; error != 0)
+    open_how how = {};
+    if (const int error = held.ReadOpenHow(how); error != 0)
     {
         return Answer::Error(error);
     }

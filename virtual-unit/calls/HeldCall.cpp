@@ -49,6 +49,11 @@ int HeldCall::Write(std::uint64_t address, const void* data, std::size_t size) c
 
 int HeldCall::ReadOpenHow(open_how& how) const
 {
+    if (Kind() == InterceptedCall::Kind::Open)
+    {
+        how = {OwnArgument(), OwnArgument(1), 0};
+        return 0;
+    }
     return OwnArgument(1) < sizeof(how) ? EINVAL : Read(OwnArgument(), &how, sizeof(how));
 }
 

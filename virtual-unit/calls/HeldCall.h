@@ -54,7 +54,7 @@ public:
     int Read(std::uint64_t address, void* data, std::size_t size) const;        ///< @return 0 or an errno
     int Write(std::uint64_t address, const void* data, std::size_t size) const; ///< @return 0 or an errno
 
-    int ReadOpenHow(open_how& how) const; ///< of openat2() @return 0 or an errno
+    int ReadOpenHow(open_how& how) const; ///< of a call that opens a file @return 0 or an errno
 
     /// The answer that puts data into the application's memory.
     Answer Store(const void* data, std::size_t size, std::uint64_t address) const;

@@ -1,5 +1,7 @@
 #include "virtual-unit/calls/PreloadCalls.h"
 
+#include "virtual-unit/common/ParentOf.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -89,14 +91,7 @@ bool IsDescendant(pid_t process)
         {
             return true;
         }
-        // "PID (NAME) STATE PARENT ...", where NAME may hold anything
-        std::ifstream file("/proc/" + std::to_string(process) + "/stat");
-        std::string text;
-        std::getline(file, text, '\0');
-        const std::size_t nameEnd = text.rfind(')');
-        process = nameEnd == std::string::npos || nameEnd + 4 >= text.size()
-                      ? 0
-                      : static_cast<pid_t>(std::strtol(text.c_str() + nameEnd + 4, nullptr, 10));
+        process = ParentOf(process);
     }
     return false;
 }

@@ -9,6 +9,7 @@
 #include <map>
 #include <string>
 #include <sys/types.h>
+#include <utility>
 
 namespace VirtualUnit
 {
@@ -29,8 +30,8 @@ public:
     explicit UnsyncedFiles(std::string cardRoot) : root(std::move(cardRoot)) {}
 
     void Made(const std::string& file); ///< it is new, and was never synced
-    void
-    Changes(const std::string& file);     ///< from now on; what it holds is synced, unless it changes already
+    /// From now on; what it holds is synced, unless it changes already.
+    void Changes(const std::string& file);
     void Synced(const std::string& file); ///< what it holds now
     void SyncedAll();                     ///< all that are on the card
 

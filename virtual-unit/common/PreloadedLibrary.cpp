@@ -27,6 +27,16 @@ std::string PathOf(int descriptor)
     return "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(descriptor);
 }
 
+void Preload(const std::string& path)
+{
+    constexpr const char* LIBRARIES = "LD_PRELOAD";
+    // NOLINTBEGIN(concurrency-mt-unsafe): nothing else looks at the environment of this process
+    const char* const present = std::getenv(LIBRARIES);
+    setenv(LIBRARIES, (present != nullptr ? path + ":" + present : path).c_str(), 1);
+    // NOLINTEND(concurrency-mt-unsafe)
+    AddOption("ASAN_OPTIONS", "verify_asan_link_order=0"); // it minds what comes before its own library
+}
+
 void AddOption(const char* variable, const std::string& option)
 {
     // NOLINTBEGIN(concurrency-mt-unsafe): nothing else looks at the environment of this process

@@ -16,6 +16,10 @@ std::filesystem::path Find(const char* name);
 /// LD_PRELOAD is taken apart at blanks and colons, and knows no quotation.
 std::string PathOf(int descriptor);
 
+/// Has the programs that this process executes from now on load it before their own libraries, also those
+/// that are built with the address sanitizer. @param path without blanks and colons
+void Preload(const std::string& path);
+
 /// Adds an option to a list of them in the environment.
 void AddOption(const char* variable, const std::string& option);
 

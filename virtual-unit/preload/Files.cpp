@@ -700,48 +700,39 @@ STAND_IN ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* toAt, s
                   [&] { return REAL_CALL(copy_file_range)(from, at, to, toAt, count, flags); });
 }
 
-// The names for large files are the same functions where they are the only ones.
-
 STAND_IN ssize_t pwrite64(int fd, const void* bytes, size_t count, off64_t at)
 {
-    return Either(AskAboutGrowth(fd, SYS_pwrite64, fd, bytes, count, at),
-                  [&] { return REAL_CALL(pwrite64)(fd, bytes, count, at); });
+    return pwrite(fd, bytes, count, at);
 }
 
 STAND_IN ssize_t pwritev64(int fd, const iovec* pieces, int count, off64_t at)
 {
-    return Either(AskAboutGrowth(fd, SYS_pwritev, fd, pieces, count, at),
-                  [&] { return REAL_CALL(pwritev64)(fd, pieces, count, at); });
+    return pwritev(fd, pieces, count, at);
 }
 
 STAND_IN ssize_t pwritev64v2(int fd, const iovec* pieces, int count, off64_t at, int flags)
 {
-    return Either(AskAboutGrowth(fd, SYS_pwritev2, fd, pieces, count, at, 0, flags),
-                  [&] { return REAL_CALL(pwritev64v2)(fd, pieces, count, at, flags); });
+    return pwritev2(fd, pieces, count, at, flags);
 }
 
 STAND_IN int ftruncate64(int fd, off64_t size) noexcept
 {
-    return Either(AskAboutGrowth(fd, SYS_ftruncate, fd, size),
-                  [&] { return REAL_CALL(ftruncate64)(fd, size); });
+    return ftruncate(fd, size);
 }
 
 STAND_IN int fallocate64(int fd, int mode, off64_t at, off64_t size)
 {
-    return Either(AskAboutGrowth(fd, SYS_fallocate, fd, mode, at, size),
-                  [&] { return REAL_CALL(fallocate64)(fd, mode, at, size); });
+    return fallocate(fd, mode, at, size);
 }
 
 STAND_IN int posix_fallocate64(int fd, off64_t at, off64_t size)
 {
-    const Reply reply = AskAboutGrowth(fd, SYS_fallocate, fd, 0, at, size);
-    return reply.goesOn ? REAL_CALL(posix_fallocate64)(fd, at, size) : static_cast<int>(-reply.value);
+    return posix_fallocate(fd, at, size);
 }
 
 STAND_IN ssize_t sendfile64(int to, int from, off64_t* at, size_t count) noexcept
 {
-    return Either(AskAboutGrowth(to, SYS_sendfile, to, from, at, count),
-                  [&] { return REAL_CALL(sendfile64)(to, from, at, count); });
+    return sendfile(to, from, at, count);
 }
 
 STAND_IN int fsync(int fd)

@@ -1,5 +1,6 @@
 #include "virtual-unit/run/Application.h"
 
+#include "virtual-unit/common/ParentOf.h"
 #include "virtual-unit/time/VirtualTime.h"
 
 #include <array>
@@ -114,21 +115,6 @@ bool Hear(int channel, int& error, int& descriptor)
     _exit(NOT_FOUND);
 }
 
-pid_t ParentOf(const std::filesystem::path& process)
-{
-    // "PID (NAME) STATE PARENT ...", where NAME may hold anything
-    std::ifstream file(process / "stat");
-    std::string text;
-    std::getline(file, text, '\0');
-    const std::size_t nameEnd = text.rfind(')');
-    pid_t parent = -1;
-    if (nameEnd != std::string::npos && nameEnd + 4 < text.size())
-    {
-        std::from_chars(text.data() + nameEnd + 4, text.data() + text.size(), parent);
-    }
-    return parent;
-}
-
 /// The first file of that name in a directory of PATH that can be looked into; empty: there is none.
 std::string FindInPath(const std::string& name, int mode)
 {
@@ -157,7 +143,7 @@ std::multimap<pid_t, pid_t> Children()
         const auto [end, failure] = std::from_chars(name.data(), name.data() + name.size(), process);
         if (failure == std::errc() && end == name.data() + name.size())
         {
-            children.emplace(ParentOf(entry.path()), process);
+            children.emplace(ParentOf(process), process);
         }
     }
     return children;

@@ -106,15 +106,11 @@ public:
 private:
     void Prepare() const
     {
-        constexpr const char* LIBRARIES = "LD_PRELOAD";
+        PreloadedLibrary::Preload(path);
         // NOLINTBEGIN(concurrency-mt-unsafe): the new process has one thread
-        const char* const present = std::getenv(LIBRARIES);
-        setenv(LIBRARIES, (present != nullptr ? path + ":" + present : path).c_str(), 1);
         setenv(Preload::VARIABLE, source.Name().c_str(), 1);
         setenv(Preload::LIBRARY_VARIABLE, path.c_str(), 1);
         // NOLINTEND(concurrency-mt-unsafe)
-        // The address sanitizer minds that another library comes before its own.
-        PreloadedLibrary::AddOption("ASAN_OPTIONS", "verify_asan_link_order=0");
     }
 
     /// The first program is not asked about by anybody.
@@ -200,12 +196,12 @@ void Try(ByPreload& way)
 }
 
 /// A way that works. @param refusal why it does not, for people; otherwise untouched @return null if so
-template <class Way, class... Arguments>
-std::unique_ptr<Way> Make(std::string& refusal, const Arguments&... arguments)
+template <class Kind, class... Arguments>
+std::unique_ptr<Kind> Make(std::string& refusal, const Arguments&... arguments)
 {
     try
     {
-        auto way = std::make_unique<Way>(arguments...);
+        auto way = std::make_unique<Kind>(arguments...);
         Try(*way);
         return way;
     }

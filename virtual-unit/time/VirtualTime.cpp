@@ -71,20 +71,14 @@ void Enter(char** arguments)
     {
         throw NotPossible("no memory to share: " + std::generic_category().message(errno));
     }
-    // Not by its own path: LD_PRELOAD is taken apart at blanks and colons, and knows no quotation.
     const int library = open(Library().c_str(), O_RDONLY);
     if (library < 0)
     {
         throw NotPossible(std::string(TIME_LIBRARY) + ": " + std::generic_category().message(errno));
     }
-    const char* const preloaded = std::getenv(PRELOAD);
-    const std::string libraries = VirtualUnit::PreloadedLibrary::PathOf(library) +
-                                  (preloaded != nullptr ? ":" + std::string(preloaded) : "");
     setenv(VARIABLE, VirtualUnit::PreloadedLibrary::PathOf(memory).c_str(), 1);
-    setenv(PRELOAD, libraries.c_str(), 1);
-    // The address sanitizer minds that another library is preloaded, and comes before its own. The thread
-    // sanitizer naps at the end of a process, in real time.
-    VirtualUnit::PreloadedLibrary::AddOption("ASAN_OPTIONS", "verify_asan_link_order=0");
+    VirtualUnit::PreloadedLibrary::Preload(VirtualUnit::PreloadedLibrary::PathOf(library));
+    // The thread sanitizer naps at the end of a process, in real time.
     VirtualUnit::PreloadedLibrary::AddOption("TSAN_OPTIONS", "atexit_sleep_ms=0");
     // NOLINTEND(concurrency-mt-unsafe)
     execv("/proc/self/exe", arguments);

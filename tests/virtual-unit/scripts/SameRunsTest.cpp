@@ -68,6 +68,7 @@ TEST_F(SameRunsTest, TenRunsHaveTheSameLogJournalAndTrafficToTheLastByte)
             first = content;
             EXPECT_GE(first.size(), 8U);
         }
+        EXPECT_EQ(content.size(), first.size()) << "run " << run;
         for (const auto& [name, text] : content)
         {
             EXPECT_EQ(text, first[name]) << name << ", run " << run;

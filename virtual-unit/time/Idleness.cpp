@@ -317,7 +317,8 @@ bool Idleness::Sleeps(Thread& thread)
     Text place{};
     if (!Read(thread.place, place) || std::strcmp(place.data(), STILL_RUNNING) == 0)
     {
-        const char state = StateOf(thread);
+        const bool canBeZombie = thread.id == thread.process; // the other threads are gone at once
+        const char state = placesAreTold && !canBeZombie ? DEAD : StateOf(thread);
         return state == ZOMBIE || (state == SLEEPING && !placesAreTold); // a kernel that tells of nobody
     }
     placesAreTold = true;

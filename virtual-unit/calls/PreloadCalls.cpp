@@ -13,7 +13,6 @@
 #include <elf.h>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <string_view>
 #include <sys/epoll.h>

@@ -317,8 +317,11 @@ bool Idleness::Sleeps(Thread& thread)
     Text place{};
     if (!Read(thread.place, place) || std::strcmp(place.data(), STILL_RUNNING) == 0)
     {
-        const bool canBeZombie = thread.id == thread.process; // the other threads are gone at once
-        const char state = placesAreTold && !canBeZombie ? DEAD : StateOf(thread);
+        if (placesAreTold && thread.id != thread.process) // of those that ended only a first thread is listed
+        {
+            return false;
+        }
+        const char state = StateOf(thread);
         return state == ZOMBIE || (state == SLEEPING && !placesAreTold); // a kernel that tells of nobody
     }
     placesAreTold = true;

@@ -13,6 +13,7 @@
 #include <functional>
 #include <linux/futex.h>
 #include <string_view>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -233,6 +234,15 @@ bool Idleness::LookAtFiles()
     {
         REAL_CALL(poll)(looks.data(), used, 0);
     }
+    for (std::size_t i = 0; i < terminals; ++i)
+    {
+        // What is there was not waited for, and the kernel may be about to wake who waits for it: asked how
+        // much there is, it finishes that first.
+        if (int bytes = 0; (looks[i].revents & POLLIN) != 0)
+        {
+            RawCall(SYS_ioctl, looks[i].fd, FIONREAD, &bytes);
+        }
+    }
     const auto begin = looks.begin();
     return std::none_of(begin + static_cast<std::ptrdiff_t>(terminals),
                         begin + static_cast<std::ptrdiff_t>(used),
@@ -333,12 +343,24 @@ bool Idleness::Sleeps(Thread& thread)
     {
         return true;
     }
-    if (StateOf(thread) != SLEEPING)
+    if (!IsSeenSleepingAt(where, thread))
     {
         return false;
     }
     thread.sleepsIn = hash;
     return true;
+}
+
+/// The place and the state are told one after the other: they belong together if the thread had no turn in
+/// between. Else a place where the kernel works for it might count as one where it sleeps from then on.
+bool Idleness::IsSeenSleepingAt(std::string_view place, const Thread& thread)
+{
+    Text turnsBefore{};
+    Text placeNow{};
+    Text turnsBehind{};
+    return Read(thread.turns, turnsBefore) && Read(thread.place, placeNow) && placeNow.data() == place &&
+           StateOf(thread) == SLEEPING && Read(thread.turns, turnsBehind) &&
+           LastNumber(turnsBefore) == LastNumber(turnsBehind);
 }
 
 namespace

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <sys/types.h>
 
 namespace VirtualTime
@@ -86,6 +87,7 @@ private:
     bool LookAtFiles();
     bool SecondLook();
     bool Sleeps(Thread& thread);
+    static bool IsSeenSleepingAt(std::string_view place, const Thread& thread);
     static bool IsAccountedFor(const Thread& thread);
     static char StateOf(const Thread& thread);
     static bool JudgeRealTime(const Thread& thread);

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <fcntl.h>
 #include <mutex>
-#include <sched.h>
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
@@ -156,12 +155,10 @@ private:
     {
         const int nearEnd = ioctl(line.Descriptor(), TIOCGPTPEER, O_RDWR | O_NOCTTY);
         ASSERT_GE(nearEnd, 0);
-        int there = 0;
-        for (int look = 0; look < 1'000'000 && static_cast<std::size_t>(there) < bytes; ++look)
-        {
-            ASSERT_EQ(ioctl(nearEnd, FIONREAD, &there), 0);
-            sched_yield();
-        }
+        Kit::Clock::AwaitKernel([&] {
+            int there = 0;
+            return ioctl(nearEnd, FIONREAD, &there) != 0 || static_cast<std::size_t>(there) >= bytes;
+        });
         close(nearEnd);
     }
 

@@ -15,7 +15,6 @@
 #include <map>
 #include <mutex>
 #include <poll.h>
-#include <sched.h>
 #include <string>
 #include <string_view>
 #include <sys/eventfd.h>
@@ -230,10 +229,7 @@ private:
         constexpr int ROOM = 4000;
         const int expected = std::min(Unread() + static_cast<int>(text.size()), ROOM);
         line.Send(text);
-        while (Unread() < expected && !ended)
-        {
-            sched_yield();
-        }
+        Kit::Clock::AwaitKernel([&] { return Unread() >= expected || ended; });
     }
 
     Kit::Terminal line;

@@ -19,6 +19,8 @@ constexpr std::int64_t PAUSE = 50'000; // nanoseconds, unless somebody begins to
 std::atomic<bool> ending{false};
 pthread_t ticker = {};
 std::atomic<bool> ticking{false};
+std::atomic<int> kernelWorks{0};    ///< so many threads wait for that
+std::atomic<unsigned> hasWorked{0}; ///< so often
 
 void* Tick(void*)
 {
@@ -27,7 +29,9 @@ void* Tick(void*)
     while (!ending)
     {
         const std::uint32_t seen = Waits::place.board->entries;
-        if (!Waits::SomebodyWaits() || !threads.AllWait() || !Waits::FireEarliest())
+        const unsigned worked = hasWorked;
+        if (!Waits::SomebodyWaits() || !threads.AllWait() || kernelWorks > 0 || hasWorked != worked ||
+            !Waits::FireEarliest())
         {
             Waits::AwaitEntry(seen, PAUSE);
         }
@@ -91,6 +95,17 @@ bool Clock::WaitUntil(const std::function<bool()>& condition, std::chrono::milli
         Waits::SleepUntil(Waits::Monotonic() + std::chrono::nanoseconds(STEP).count());
     }
     return condition();
+}
+
+void Clock::AwaitKernel(const std::function<bool()>& condition)
+{
+    ++kernelWorks;
+    while (!condition())
+    {
+        Waits::RealPause(); // not a yield: on a busy machine the kernel's workers get their turn much later
+    }
+    ++hasWorked; // this thread seemed to sleep a moment ago
+    --kernelWorks;
 }
 
 void Clock::AddTerminal(int fd)

@@ -34,6 +34,9 @@ public:
     static bool WaitUntil(const std::function<bool()>& condition,
                           std::chrono::milliseconds limit = std::chrono::seconds(30));
 
+    /// Waits for the kernel, in real time, until the condition holds. Virtual time stands still.
+    static void AwaitKernel(const std::function<bool()>& condition);
+
     /// Terminals of the kit: what has been written to one is delivered before the clock jumps.
     static void AddTerminal(int fd);
     static void RemoveTerminal(int fd);

@@ -24,20 +24,21 @@ skip()
 # The unit's architecture, under emulation; on a 32-bit machine, that machine's own.
 find_compiler()
 {
-    compiler=$CXX run=(env)
+    compiler=$CXX run=(env) target=(-DCMAKE_CXX_COMPILER="$CXX")
     if [[ $POINTER_BYTES != 4 ]]; then
         compiler=$(command -v arm-linux-gnueabihf-g++) || skip "no arm-linux-gnueabihf-g++"
         local emulator
         emulator=$(command -v qemu-arm-static || command -v qemu-arm) || skip "no qemu-arm (qemu-user-static)"
         run=("$emulator" -L /usr/arm-linux-gnueabihf)
+        target=(-DCMAKE_TOOLCHAIN_FILE="$SOURCE/cmake/toolchains/arm-linux-gnueabihf.cmake")
     fi
 }
 
 check_build()
 {
     rm -rf "$tree"
-    "$CMAKE" -S "$SOURCE" -B "$WORK/dates/build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_INSTALL_LIBDIR=lib \
-        -DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=arm -DCMAKE_CXX_COMPILER="$compiler" \
+    "$CMAKE" -S "$SOURCE" -B "$WORK/dates/build" -G Ninja "${target[@]}" -DCMAKE_BUILD_TYPE=Release \
+        -DCMAKE_INSTALL_LIBDIR=lib \
         -DTAVDEVICE_WARNINGS_AS_ERRORS=ON -DTAVDEVICE_BUILD_TESTS=OFF -DTAVDEVICE_BUILD_EXAMPLES=OFF \
         -DTAVDEVICE_BUILD_VIRTUAL_UNIT=OFF -DTAVDEVICE_BUILD_BENCHMARKS=OFF
     "$CMAKE" --build "$WORK/dates/build"
@@ -65,9 +66,9 @@ check_cmake()
         bytes=$([[ -z $macros ]] && echo 4 || echo 8)
         build=$WORK/dates/cmake-$bytes
         rm -rf "$build"
-        "$CMAKE" -S "$here/dates" -B "$build" -G Ninja -DCMAKE_SYSTEM_NAME=Linux -DCMAKE_SYSTEM_PROCESSOR=arm \
-            -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_CXX_FLAGS="$macros -DTIME_BYTES=$bytes" \
-            -DCMAKE_PREFIX_PATH="$tree" -DCMAKE_FIND_PACKAGE_NO_PACKAGE_REGISTRY=ON
+        "$CMAKE" -S "$here/dates" -B "$build" -G Ninja "${target[@]}" \
+            -DCMAKE_CXX_FLAGS="$macros -DTIME_BYTES=$bytes" \
+            -DCMAKE_PREFIX_PATH="$tree" -DCMAKE_FIND_ROOT_PATH="$tree" -DCMAKE_FIND_PACKAGE_NO_PACKAGE_REGISTRY=ON
         grep -q "^Tavdevice_DIR:PATH=$tree/" "$build/CMakeCache.txt" || fail "another Tavdevice was found"
         "$CMAKE" --build "$build"
         run_application "$build/dates"

@@ -1,5 +1,6 @@
 #include "virtual-unit/calls/PreloadCalls.h"
 
+#include "virtual-unit/calls/ProgramFile.h"
 #include "virtual-unit/common/ParentOf.h"
 
 #include <algorithm>
@@ -10,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <elf.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <iterator>
@@ -93,55 +93,6 @@ bool IsDescendant(pid_t process)
         process = ParentOf(process);
     }
     return false;
-}
-
-/// What a file that is executed begins with.
-std::vector<char> BeginningOf(const std::string& path)
-{
-    constexpr std::size_t ENOUGH = 4096;
-    std::vector<char> bytes(ENOUGH);
-    struct stat status = {};
-    const bool regular = stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-    const Descriptor file(regular ? open(path.c_str(), O_RDONLY | O_CLOEXEC) : -1);
-    const ssize_t count = file.Get() >= 0 ? pread(file.Get(), bytes.data(), bytes.size(), 0) : 0;
-    bytes.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    return bytes;
-}
-
-template <class Header, class Segment>
-bool HasInterpreter(const std::vector<char>& file)
-{
-    Header header = {};
-    if (file.size() < sizeof(header))
-    {
-        return true; // nobody knows
-    }
-    std::memcpy(&header, file.data(), sizeof(header));
-    for (std::size_t i = 0; i < header.e_phnum; ++i)
-    {
-        Segment segment = {};
-        const std::size_t at = header.e_phoff + i * sizeof(segment);
-        if (header.e_phoff > file.size() || at + sizeof(segment) > file.size())
-        {
-            return true;
-        }
-        std::memcpy(&segment, file.data() + at, sizeof(segment));
-        if (segment.p_type == PT_INTERP)
-        {
-            return true;
-        }
-    }
-    return false;
-}
-
-/// The program that a script names in its first line.
-std::string InterpreterOf(const std::vector<char>& script)
-{
-    const std::string_view text(script.data() + 2, script.size() - 2);
-    const std::string_view line = text.substr(0, text.find('\n'));
-    const std::size_t begin = line.find_first_not_of(" \t");
-    const std::size_t end = line.find_first_of(" \t\r", begin);
-    return begin == std::string_view::npos ? std::string() : std::string(line.substr(begin, end - begin));
 }
 
 }
@@ -306,7 +257,8 @@ int PreloadCalls::ReadPath(const WaitingCall& call, std::uint64_t address, std::
             return ENAMETOOLONG;
         }
         const std::uint64_t next = address + path.size();
-        const std::size_t size = std::min<std::uint64_t>(pageSize - next % pageSize, PATH_MAX - path.size());
+        const auto size = static_cast<std::size_t>(
+            std::min<std::uint64_t>(pageSize - next % pageSize, PATH_MAX - path.size()));
         std::string more(size, '\1');
         if (const int error = Ask(*connection, next, more.data(), size); error != 0)
         {
@@ -414,23 +366,12 @@ std::optional<std::string> PreloadCalls::WhyOutOfReach(const std::string& path)
     {
         return std::nullopt; // its tools are static, and load the program and its libraries by themselves
     }
-    std::vector<char> file = BeginningOf(path);
-    if (file.size() > 2 && std::string_view(file.data(), 2) == "#!")
+    const ProgramFile file(path);
+    if (std::optional<std::string> foreign = file.WhyForeign())
     {
-        file = BeginningOf(InterpreterOf(file));
+        return foreign;
     }
-    if (file.size() <= EI_CLASS || std::memcmp(file.data(), ELFMAG, SELFMAG) != 0)
-    {
-        return std::nullopt;
-    }
-    constexpr unsigned char OWN_CLASS = sizeof(void*) == 8 ? ELFCLASS64 : ELFCLASS32;
-    if (static_cast<unsigned char>(file[EI_CLASS]) != OWN_CLASS)
-    {
-        return "it is a program of another architecture";
-    }
-    const bool dynamic = OWN_CLASS == ELFCLASS64 ? HasInterpreter<Elf64_Ehdr, Elf64_Phdr>(file)
-                                                 : HasInterpreter<Elf32_Ehdr, Elf32_Phdr>(file);
-    return dynamic ? std::nullopt : std::optional<std::string>("it is linked statically");
+    return file.IsStatic() ? std::optional<std::string>("it is linked statically") : std::nullopt;
 }
 
 }

@@ -2,6 +2,7 @@
 
 #include "virtual-unit/calls/KernelCalls.h"
 #include "virtual-unit/calls/PreloadCalls.h"
+#include "virtual-unit/calls/ProgramFile.h"
 #include "virtual-unit/calls/SystemCallFilter.h"
 #include "virtual-unit/common/Descriptor.h"
 #include "virtual-unit/common/PreloadedLibrary.h"
@@ -40,6 +41,17 @@ void RequireNotification()
     }
 }
 
+/// One of another architecture would be ended by the filter at its first call, or do without the library.
+void RequireOwnArchitecture(const std::string& program)
+{
+    if (const std::optional<std::string> why = ProgramFile(Application::PathOf(program)).WhyForeign())
+    {
+        throw Application::NotStarted(program + " is not run: " + *why +
+                                          "; both need to be built for the same",
+                                      Application::NOT_EXECUTABLE);
+    }
+}
+
 class ByKernel : public Way
 {
 public:
@@ -52,6 +64,7 @@ public:
     std::unique_ptr<Application> Start(const std::vector<std::string>& command,
                                        const sigset_t& signals) override
     {
+        RequireOwnArchitecture(command.front());
         auto application = std::make_unique<Application>(command, Application::Start{&*filter}, signals);
         source.emplace(application->Notifications());
         return application;
@@ -95,6 +108,7 @@ public:
     std::unique_ptr<Application> Start(const std::vector<std::string>& command,
                                        const sigset_t& signals) override
     {
+        RequireOwnArchitecture(command.front());
         RequireReach(command.front());
         Application::Start start;
         start.prepare = [this] { Prepare(); };

@@ -29,7 +29,7 @@ int ReadPath(pid_t thread, std::uint64_t address, std::string& path)
     const auto pageSize = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
     const std::uint64_t toBoundary = pageSize - address % pageSize;
     std::array<char, PATH_MAX> text;
-    const std::size_t first = std::min<std::uint64_t>(toBoundary, text.size());
+    const auto first = static_cast<std::size_t>(std::min<std::uint64_t>(toBoundary, text.size()));
     const iovec local = {text.data(), text.size()};
     const std::array<iovec, 2> remote = {
         {{Pointer(address), first}, {Pointer(address + first), text.size() - first}}};

@@ -68,7 +68,7 @@ struct FilePosition
 std::uint64_t SizeOfPieces(const HeldCall& held)
 {
     constexpr std::uint64_t MOST_PIECES = IOV_MAX;
-    std::vector<iovec> pieces(std::min(held.OwnArgument(2), MOST_PIECES));
+    std::vector<iovec> pieces(static_cast<std::size_t>(std::min(held.OwnArgument(2), MOST_PIECES)));
     std::uint64_t size = 0;
     if (held.Read(held.OwnArgument(1), pieces.data(), pieces.size() * sizeof(iovec)) == 0)
     {
@@ -88,15 +88,15 @@ std::uint64_t EndOfWrite(const HeldCall& held, std::uint64_t position)
     case Kind::Write:
         return position + held.OwnArgument(2);
     case Kind::WriteAt:
-        return held.OwnArgument(3) + held.OwnArgument(2);
+        return held.OwnSize(3) + held.OwnArgument(2);
     case Kind::WriteVector:
         return position + SizeOfPieces(held);
     case Kind::WriteVectorAt: {
-        const std::uint64_t at = held.OwnArgument(3);
+        const std::uint64_t at = held.OwnSize(3);
         return (at == UINT64_MAX ? position : at) + SizeOfPieces(held); // pwritev2() writes on then
     }
     case Kind::Resize:
-        return held.OwnArgument(1);
+        return held.OwnSize(1);
     default:
         return UINT64_MAX;
     }
@@ -219,7 +219,7 @@ int CardCalls::RefusalOfFull(const HeldCall& held, const UnitPath& path) const
         return error == 0 && !isThere && (how.flags & O_CREAT) != 0 ? ENOSPC : error;
     }
     case Kind::Truncate:
-        return isThere && static_cast<off_t>(held.OwnArgument()) > status.st_size ? ENOSPC : 0;
+        return isThere && static_cast<off_t>(held.OwnSize()) > status.st_size ? ENOSPC : 0;
     default:
         return 0;
     }
@@ -462,7 +462,7 @@ Answer CardCalls::FindForPath(const HeldCall& held, const UnitPath& path)
         {
             unsynced->Changes(card.Directory() + "/" + below);
         }
-        return Answer::Error(card.Truncate(below, static_cast<off_t>(held.OwnArgument())));
+        return Answer::Error(card.Truncate(below, static_cast<off_t>(held.OwnSize())));
     case Kind::ChangeMode:
         return Answer::Error(card.ChangeMode(below, static_cast<mode_t>(held.OwnArgument())));
     case Kind::ChangeOwner:

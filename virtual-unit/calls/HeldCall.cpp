@@ -14,6 +14,23 @@ std::string HeldCall::LinkOf(std::uint64_t descriptor) const
     return "/proc/" + std::to_string(Thread()) + "/fd/" + std::to_string(static_cast<int>(descriptor));
 }
 
+std::uint64_t HeldCall::OwnSize(int offset) const
+{
+    if (sizeof(long) == sizeof(std::uint64_t) || call.size == InterceptedCall::Size::Word)
+    {
+        return OwnArgument(offset);
+    }
+#ifdef __arm__
+    constexpr bool ALIGNS = true;
+#else
+    constexpr bool ALIGNS = false;
+#endif
+    int index = call.argument + offset;
+    index += ALIGNS && call.size == InterceptedCall::Size::AlignedPair ? index % 2 : 0;
+    constexpr int HALF = 32;
+    return Argument(index) | Argument(index + 1) << HALF;
+}
+
 int HeldCall::ReadPath(const InterceptedCall::NamedPath& where, std::string& path) const
 {
     path.clear();
@@ -28,7 +45,7 @@ int HeldCall::ReadPath(const InterceptedCall::NamedPath& where, std::string& pat
 int HeldCall::ReadSocketPath(int index, std::string& path) const
 {
     sockaddr_un address = {};
-    const std::size_t size = std::min<std::uint64_t>(Argument(index + 1), sizeof(address));
+    const auto size = static_cast<std::size_t>(std::min<std::uint64_t>(Argument(index + 1), sizeof(address)));
     const int error = Read(Argument(index), &address, size);
     if (error == 0 && address.sun_family == AF_UNIX)
     {

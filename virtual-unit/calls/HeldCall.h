@@ -42,6 +42,9 @@ public:
     /// The argument that the call's kind names, or one of those that follow it.
     std::uint64_t OwnArgument(int offset = 0) const { return Argument(call.argument + offset); }
 
+    /// The same for a size or a place in a file.
+    std::uint64_t OwnSize(int offset = 0) const;
+
     /// The same, or `otherwise` for a call that has none.
     std::uint64_t OwnArgumentOr(std::uint64_t otherwise) const
     {

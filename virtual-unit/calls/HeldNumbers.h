@@ -58,6 +58,42 @@ constexpr bool IsHeldCall(long number)
 #ifdef SYS_newfstatat
     case SYS_newfstatat:
 #endif
+#ifdef SYS_oldstat
+    case SYS_oldstat:
+#endif
+#ifdef SYS_oldlstat
+    case SYS_oldlstat:
+#endif
+#ifdef SYS_stat64
+    case SYS_stat64:
+#endif
+#ifdef SYS_lstat64
+    case SYS_lstat64:
+#endif
+#ifdef SYS_fstatat64
+    case SYS_fstatat64:
+#endif
+#ifdef SYS_statfs64
+    case SYS_statfs64:
+#endif
+#ifdef SYS_truncate64
+    case SYS_truncate64:
+#endif
+#ifdef SYS_chown32
+    case SYS_chown32:
+#endif
+#ifdef SYS_lchown32
+    case SYS_lchown32:
+#endif
+#ifdef SYS_utimensat
+    case SYS_utimensat:
+#endif
+#ifdef SYS_utimensat_time64
+    case SYS_utimensat_time64:
+#endif
+#ifdef SYS_umount
+    case SYS_umount:
+#endif
 #ifdef SYS_readlink
     case SYS_readlink:
 #endif
@@ -127,7 +163,6 @@ constexpr bool IsHeldCall(long number)
     case SYS_truncate:
     case SYS_fchmodat:
     case SYS_fchownat:
-    case SYS_utimensat:
     case SYS_linkat:
     case SYS_symlinkat:
     case SYS_mknodat:
@@ -183,6 +218,12 @@ constexpr bool MayGrowFile(long number)
     case SYS_pwritev:
     case SYS_pwritev2:
     case SYS_ftruncate:
+#ifdef SYS_ftruncate64
+    case SYS_ftruncate64:
+#endif
+#ifdef SYS_sendfile64
+    case SYS_sendfile64:
+#endif
     case SYS_fallocate:
     case SYS_sendfile:
     case SYS_copy_file_range:

@@ -1,6 +1,7 @@
 #include "virtual-unit/calls/InterceptedCalls.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 #include <seccomp.h>
 #include <string_view>
@@ -13,7 +14,15 @@ namespace
 {
 
 using Kind = InterceptedCall::Kind;
+using Size = InterceptedCall::Size;
 constexpr int NONE = InterceptedCall::NONE;
+
+/// What a call is whose structures are narrower than this process' own on a 32-bit machine. The C libraries
+/// of today use it there in no case.
+constexpr Kind Narrow(Kind elsewhere)
+{
+    return sizeof(long) == sizeof(std::uint64_t) ? elsewhere : Kind::Other;
+}
 
 // A name that an architecture does not have is left out there.
 constexpr InterceptedCall CALLS[] = {
@@ -24,11 +33,17 @@ constexpr InterceptedCall CALLS[] = {
     {"access", Kind::Access, {NONE, 0}, 1},
     {"faccessat", Kind::Access, {0, 1}, 2},
     {"faccessat2", Kind::Access, {0, 1}, 2},
-    {"stat", Kind::Status, {NONE, 0}, 1},
-    {"lstat", Kind::Status, {NONE, 0}, 1},
+    {"oldstat", Kind::Other, {NONE, 0}},
+    {"oldlstat", Kind::Other, {NONE, 0}},
+    {"stat", Narrow(Kind::Status), {NONE, 0}, 1},
+    {"lstat", Narrow(Kind::Status), {NONE, 0}, 1},
     {"newfstatat", Kind::Status, {0, 1}, 2},
+    {"stat64", Kind::Other, {NONE, 0}}, // as the two above it on a 32-bit machine, which has statx()
+    {"lstat64", Kind::Other, {NONE, 0}},
+    {"fstatat64", Kind::Other, {0, 1}},
     {"statx", Kind::StatusX, {0, 1}, 3},
-    {"statfs", Kind::VolumeStatus, {NONE, 0}, 1},
+    {"statfs", Narrow(Kind::VolumeStatus), {NONE, 0}, 1},
+    {"statfs64", Kind::VolumeStatus, {NONE, 0}, 2},
     {"readlink", Kind::ReadLink, {NONE, 0}},
     {"readlinkat", Kind::ReadLink, {0, 1}},
     {"getxattr", Kind::Attribute, {NONE, 0}},
@@ -52,13 +67,17 @@ constexpr InterceptedCall CALLS[] = {
     {"renameat", Kind::Rename, {0, 1}, NONE, {2, 3}},
     {"renameat2", Kind::Rename, {0, 1}, 4, {2, 3}},
     {"truncate", Kind::Truncate, {NONE, 0}, 1},
+    {"truncate64", Kind::Truncate, {NONE, 0}, 1, {}, Size::AlignedPair},
     {"chmod", Kind::ChangeMode, {NONE, 0}, 1},
     {"fchmodat", Kind::ChangeMode, {0, 1}, 2},
     {"fchmodat2", Kind::ChangeMode, {0, 1}, 2},
     {"chown", Kind::ChangeOwner, {NONE, 0}, 1},
     {"lchown", Kind::ChangeOwner, {NONE, 0}, 1},
+    {"chown32", Kind::ChangeOwner, {NONE, 0}, 1},
+    {"lchown32", Kind::ChangeOwner, {NONE, 0}, 1},
     {"fchownat", Kind::ChangeOwner, {0, 1}, 2},
-    {"utimensat", Kind::ChangeTimes, {0, 1}, 2},
+    {"utimensat", Narrow(Kind::ChangeTimes), {0, 1}, 2},
+    {"utimensat_time64", Kind::ChangeTimes, {0, 1}, 2},
     {"link", Kind::MakeNode, {NONE, 0}, NONE, {NONE, 1}},
     {"linkat", Kind::MakeNode, {0, 1}, NONE, {2, 3}},
     {"symlink", Kind::MakeNode, {NONE, 1}}, // what it leads to is a text, no file that it touches
@@ -93,13 +112,15 @@ constexpr InterceptedCall CALLS[] = {
     {"uselib", Kind::Other, {NONE, 0}},
     {"ioctl", Kind::Ioctl, {}, 0},
     {"write", Kind::Write, {}, 0},
-    {"pwrite64", Kind::WriteAt, {}, 0},
+    {"pwrite64", Kind::WriteAt, {}, 0, {}, Size::AlignedPair},
     {"writev", Kind::WriteVector, {}, 0},
-    {"pwritev", Kind::WriteVectorAt, {}, 0},
-    {"pwritev2", Kind::WriteVectorAt, {}, 0},
+    {"pwritev", Kind::WriteVectorAt, {}, 0, {}, Size::Pair},
+    {"pwritev2", Kind::WriteVectorAt, {}, 0, {}, Size::Pair},
     {"ftruncate", Kind::Resize, {}, 0},
+    {"ftruncate64", Kind::Resize, {}, 0, {}, Size::AlignedPair},
     {"fallocate", Kind::Fill, {}, 0},
     {"sendfile", Kind::Fill, {}, 0},
+    {"sendfile64", Kind::Fill, {}, 0},
     {"copy_file_range", Kind::Fill, {}, 2},
     {"fsync", Kind::Sync, {}, 0},
     {"fdatasync", Kind::Sync, {}, 0},

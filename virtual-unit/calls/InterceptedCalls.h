@@ -61,11 +61,20 @@ struct InterceptedCall
 
     bool Syncs() const { return kind >= Kind::Sync && kind <= Kind::SyncMapping; }
 
+    /// What a size or a place in a file takes among the arguments, on a 32-bit machine.
+    enum class Size
+    {
+        Word,
+        Pair,       ///< the lower half, and behind it the upper one
+        AlignedPair ///< the same, where the machine has it begin at an even argument
+    };
+
     const char* name;
     Kind kind;
     NamedPath path = {};
     int argument = NONE;
     NamedPath otherPath = {}; ///< of a call that names two
+    Size size = Size::Word;
 };
 
 /// The system calls that the supervisor answers, in whichever way they reach it.

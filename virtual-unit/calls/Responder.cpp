@@ -214,7 +214,7 @@ Answer Responder::FindForIoctl(const HeldCall& held)
     }
     HeldMemory memory(held);
     const std::optional<ServedDevice::IoctlResult> result =
-        device->Ioctl(held.OwnArgument(1), held.OwnArgument(2), memory);
+        device->Ioctl(static_cast<unsigned long>(held.OwnArgument(1)), held.OwnArgument(2), memory);
     if (table.Power().IsCut()) // by this very call: the program does not see it return
     {
         return Answer::None();

@@ -3,6 +3,7 @@
 #include "virtual-unit/calls/HeldNumbers.h"
 #include "virtual-unit/preload/Ask.h"
 #include "virtual-unit/preload/Environment.h"
+#include "virtual-unit/preload/Status.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -104,7 +105,7 @@ STAND_IN int __open_2(const char* path, int flags)
 
 STAND_IN int __open64_2(const char* path, int flags)
 {
-    return open(path, flags);
+    return open64(path, flags);
 }
 
 STAND_IN int __openat_2(int directory, const char* path, int flags)
@@ -114,7 +115,7 @@ STAND_IN int __openat_2(int directory, const char* path, int flags)
 
 STAND_IN int __openat64_2(int directory, const char* path, int flags)
 {
-    return openat(directory, path, flags);
+    return openat64(directory, path, flags);
 }
 
 // NOLINTEND(bugprone-reserved-identifier)
@@ -140,8 +141,8 @@ STAND_IN int name_to_handle_at(int directory, const char* path, file_handle* han
 
 STAND_IN int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept
 {
-    return Either(Ask(SYS_newfstatat, directory, path, status, flags),
-                  [&] { return REAL_CALL(fstatat)(directory, path, status, flags); });
+    return StatusOf(directory, path, status, flags,
+                    [&] { return REAL_CALL(fstatat)(directory, path, status, flags); });
 }
 
 STAND_IN int stat(const char* path, struct stat* status) noexcept
@@ -154,11 +155,10 @@ STAND_IN int lstat(const char* path, struct stat* status) noexcept
     return fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
 }
 
-static_assert(sizeof(struct stat) == sizeof(struct stat64));
-
 STAND_IN int fstatat64(int directory, const char* path, struct stat64* status, int flags) noexcept
 {
-    return fstatat(directory, path, reinterpret_cast<struct stat*>(status), flags);
+    return StatusOf(directory, path, status, flags,
+                    [&] { return REAL_CALL(fstatat64)(directory, path, status, flags); });
 }
 
 STAND_IN int stat64(const char* path, struct stat64* status) noexcept
@@ -212,14 +212,21 @@ STAND_IN int statx(int directory, const char* path, int flags, unsigned int mask
                   [&] { return REAL_CALL(statx)(directory, path, flags, mask, status); });
 }
 
-STAND_IN int statfs(const char* path, struct statfs* status) noexcept
-{
-    return Either(Ask(SYS_statfs, path, status), [&] { return REAL_CALL(statfs)(path, status); });
-}
-
 STAND_IN int statfs64(const char* path, struct statfs64* status) noexcept
 {
-    return statfs(path, reinterpret_cast<struct statfs*>(status));
+    return Either(AskVolumeStatus(path, status), [&] { return REAL_CALL(statfs64)(path, status); });
+}
+
+STAND_IN int statfs(const char* path, struct statfs* status) noexcept
+{
+    struct statfs64 wide = {};
+    const int result = statfs64(path, &wide);
+    if (result == 0)
+    {
+        *status = {};
+        CopyVolumeStatus(wide, *status);
+    }
+    return result;
 }
 
 STAND_IN int faccessat(int directory, const char* path, int mode, int flags) noexcept
@@ -342,7 +349,7 @@ STAND_IN int truncate(const char* path, off_t size) noexcept
 
 STAND_IN int truncate64(const char* path, off64_t size) noexcept
 {
-    return truncate(path, size);
+    return Either(Ask(SYS_truncate, path, size), [&] { return REAL_CALL(truncate64)(path, size); });
 }
 
 STAND_IN int fchmodat(int directory, const char* path, mode_t mode, int flags) noexcept
@@ -637,6 +644,21 @@ STAND_IN int tcsendbreak(int fd, int duration) noexcept
     return Either(Ask(SYS_ioctl, fd, TCSBRK, 0), [&] { return REAL_CALL(tcsendbreak)(fd, duration); });
 }
 
+// A place in a file, as the system calls have it.
+#if __SIZEOF_LONG__ == 8
+#define LOWER(at) at
+#define UPPER(at) 0
+#define WORDS_OF_ALIGNED(at) at
+#else
+#define LOWER(at) static_cast<std::uint32_t>(at)
+#define UPPER(at) static_cast<std::uint32_t>(static_cast<std::int64_t>(at) >> 32)
+#ifdef __arm__ // at an even argument
+#define WORDS_OF_ALIGNED(at) 0, LOWER(at), UPPER(at)
+#else
+#define WORDS_OF_ALIGNED(at) LOWER(at), UPPER(at)
+#endif
+#endif
+
 // Writing and syncing ------------------------------------------------------------------------------------
 
 STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
@@ -647,7 +669,7 @@ STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
 
 STAND_IN ssize_t pwrite(int fd, const void* bytes, size_t count, off_t at)
 {
-    return Either(AskAboutGrowth(fd, SYS_pwrite64, fd, bytes, count, at),
+    return Either(AskAboutGrowth(fd, SYS_pwrite64, fd, bytes, count, WORDS_OF_ALIGNED(at)),
                   [&] { return REAL_CALL(pwrite)(fd, bytes, count, at); });
 }
 
@@ -659,13 +681,13 @@ STAND_IN ssize_t writev(int fd, const iovec* pieces, int count)
 
 STAND_IN ssize_t pwritev(int fd, const iovec* pieces, int count, off_t at)
 {
-    return Either(AskAboutGrowth(fd, SYS_pwritev, fd, pieces, count, at),
+    return Either(AskAboutGrowth(fd, SYS_pwritev, fd, pieces, count, LOWER(at), UPPER(at)),
                   [&] { return REAL_CALL(pwritev)(fd, pieces, count, at); });
 }
 
 STAND_IN ssize_t pwritev2(int fd, const iovec* pieces, int count, off_t at, int flags)
 {
-    return Either(AskAboutGrowth(fd, SYS_pwritev2, fd, pieces, count, at, 0, flags),
+    return Either(AskAboutGrowth(fd, SYS_pwritev2, fd, pieces, count, LOWER(at), UPPER(at), flags),
                   [&] { return REAL_CALL(pwritev2)(fd, pieces, count, at, flags); });
 }
 
@@ -702,37 +724,44 @@ STAND_IN ssize_t copy_file_range(int from, off64_t* at, int to, off64_t* toAt, s
 
 STAND_IN ssize_t pwrite64(int fd, const void* bytes, size_t count, off64_t at)
 {
-    return pwrite(fd, bytes, count, at);
+    return Either(AskAboutGrowth(fd, SYS_pwrite64, fd, bytes, count, WORDS_OF_ALIGNED(at)),
+                  [&] { return REAL_CALL(pwrite64)(fd, bytes, count, at); });
 }
 
 STAND_IN ssize_t pwritev64(int fd, const iovec* pieces, int count, off64_t at)
 {
-    return pwritev(fd, pieces, count, at);
+    return Either(AskAboutGrowth(fd, SYS_pwritev, fd, pieces, count, LOWER(at), UPPER(at)),
+                  [&] { return REAL_CALL(pwritev64)(fd, pieces, count, at); });
 }
 
 STAND_IN ssize_t pwritev64v2(int fd, const iovec* pieces, int count, off64_t at, int flags)
 {
-    return pwritev2(fd, pieces, count, at, flags);
+    return Either(AskAboutGrowth(fd, SYS_pwritev2, fd, pieces, count, LOWER(at), UPPER(at), flags),
+                  [&] { return REAL_CALL(pwritev64v2)(fd, pieces, count, at, flags); });
 }
 
 STAND_IN int ftruncate64(int fd, off64_t size) noexcept
 {
-    return ftruncate(fd, size);
+    return Either(AskAboutGrowth(fd, SYS_ftruncate, fd, size),
+                  [&] { return REAL_CALL(ftruncate64)(fd, size); });
 }
 
 STAND_IN int fallocate64(int fd, int mode, off64_t at, off64_t size)
 {
-    return fallocate(fd, mode, at, size);
+    return Either(AskAboutGrowth(fd, SYS_fallocate, fd, mode, at, size),
+                  [&] { return REAL_CALL(fallocate64)(fd, mode, at, size); });
 }
 
 STAND_IN int posix_fallocate64(int fd, off64_t at, off64_t size)
 {
-    return posix_fallocate(fd, at, size);
+    const Reply reply = AskAboutGrowth(fd, SYS_fallocate, fd, 0, at, size);
+    return reply.goesOn ? REAL_CALL(posix_fallocate64)(fd, at, size) : static_cast<int>(-reply.value);
 }
 
 STAND_IN ssize_t sendfile64(int to, int from, off64_t* at, size_t count) noexcept
 {
-    return sendfile(to, from, at, count);
+    return Either(AskAboutGrowth(to, SYS_sendfile, to, from, at, count),
+                  [&] { return REAL_CALL(sendfile64)(to, from, at, count); });
 }
 
 STAND_IN int fsync(int fd)

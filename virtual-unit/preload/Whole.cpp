@@ -1,6 +1,7 @@
 // The functions of the C library that make several system calls by themselves, which no stand-in would see.
 
 #include "virtual-unit/preload/Ask.h"
+#include "virtual-unit/preload/Status.h"
 
 #include <array>
 #include <climits>
@@ -88,7 +89,12 @@ STAND_IN FILE* fopen(const char* path, const char* mode)
 
 STAND_IN FILE* fopen64(const char* path, const char* mode)
 {
-    return fopen(path, mode);
+    const Reply reply = AskToOpen(path, FlagsOf(mode));
+    if (reply.goesOn)
+    {
+        return REAL_CALL(fopen64)(path, mode);
+    }
+    return reply.Succeeded() ? fdopen(static_cast<int>(reply.value), mode) : nullptr;
 }
 
 STAND_IN FILE* freopen(const char* path, const char* mode, FILE* stream)
@@ -143,16 +149,35 @@ STAND_IN DIR* opendir(const char* path)
     return reply.Succeeded() ? fdopendir(static_cast<int>(reply.value)) : nullptr;
 }
 
-STAND_IN int scandirat(int directory, const char* path, dirent*** names, int (*choose)(const dirent*),
-                       int (*compare)(const dirent**, const dirent**))
+namespace
+{
+
+/// @param real as scandirat()
+template <class Entry, class Real>
+int ScanWith(int directory, const char* path, Entry*** names, int (*choose)(const Entry*),
+             int (*compare)(const Entry**, const Entry**), Real real)
 {
     const Reply reply = AskToOpen(path, TO_LIST, directory);
     if (reply.goesOn || !reply.Succeeded())
     {
-        return reply.goesOn ? REAL_CALL(scandirat)(directory, path, names, choose, compare) : -1;
+        return reply.goesOn ? real(directory, path, names, choose, compare) : -1;
     }
     const Opened opened(static_cast<int>(reply.value));
-    return REAL_CALL(scandirat)(AT_FDCWD, opened.Path(), names, choose, compare);
+    return real(AT_FDCWD, opened.Path(), names, choose, compare);
+}
+
+}
+
+STAND_IN int scandirat(int directory, const char* path, dirent*** names, int (*choose)(const dirent*),
+                       int (*compare)(const dirent**, const dirent**))
+{
+    return ScanWith(directory, path, names, choose, compare, REAL_CALL(scandirat));
+}
+
+STAND_IN int scandirat64(int directory, const char* path, dirent64*** names, int (*choose)(const dirent64*),
+                         int (*compare)(const dirent64**, const dirent64**))
+{
+    return ScanWith(directory, path, names, choose, compare, REAL_CALL(scandirat64));
 }
 
 STAND_IN int scandir(const char* path, dirent*** names, int (*choose)(const dirent*),
@@ -161,13 +186,10 @@ STAND_IN int scandir(const char* path, dirent*** names, int (*choose)(const dire
     return scandirat(AT_FDCWD, path, names, choose, compare);
 }
 
-static_assert(sizeof(dirent) == sizeof(dirent64));
-
 STAND_IN int scandir64(const char* path, dirent64*** names, int (*choose)(const dirent64*),
                        int (*compare)(const dirent64**, const dirent64**))
 {
-    return scandir(path, reinterpret_cast<dirent***>(names), reinterpret_cast<int (*)(const dirent*)>(choose),
-                   reinterpret_cast<int (*)(const dirent**, const dirent**)>(compare));
+    return scandirat64(AT_FDCWD, path, names, choose, compare);
 }
 
 STAND_IN int glob(const char* pattern, int flags, int (*failed)(const char*, int), glob_t* found)
@@ -188,15 +210,35 @@ STAND_IN int glob(const char* pattern, int flags, int (*failed)(const char*, int
 
 STAND_IN int glob64(const char* pattern, int flags, int (*failed)(const char*, int), glob64_t* found)
 {
-    static_assert(sizeof(glob_t) == sizeof(glob64_t));
-    return glob(pattern, flags, failed, reinterpret_cast<glob_t*>(found));
+    if ((flags & GLOB_ALTDIRFUNC) != 0)
+    {
+        return REAL_CALL(glob64)(pattern, flags, failed, found);
+    }
+    found->gl_opendir = [](const char* path) -> void* { return opendir(path); };
+    found->gl_readdir = [](void* directory) { return readdir64(static_cast<DIR*>(directory)); };
+    found->gl_closedir = [](void* directory) { closedir(static_cast<DIR*>(directory)); };
+    found->gl_stat = stat64;
+    found->gl_lstat = lstat64;
+    const int result = REAL_CALL(glob64)(pattern, flags | GLOB_ALTDIRFUNC, failed, found);
+    found->gl_flags &= ~GLOB_ALTDIRFUNC;
+    return result;
 }
 
 namespace
 {
 
+int LookAt(const char* path, struct stat* status)
+{
+    return lstat(path, status);
+}
+
+int LookAt(const char* path, struct stat64* status)
+{
+    return lstat64(path, status);
+}
+
 /// Walks through a directory of the storage card, which has no symbolic links and no other volumes.
-template <class Visit>
+template <class Status, class Visit>
 class Walk
 {
 public:
@@ -205,8 +247,8 @@ public:
     /// @param base where the name begins in the path @return what a visit returned that ends the walk, or 0
     int From(char* path, std::size_t length, int base, int level)
     {
-        struct stat status = {};
-        if (lstat(path, &status) != 0)
+        Status status = {};
+        if (LookAt(path, &status) != 0)
         {
             return visit(path, &status, FTW_NS, base, level);
         }
@@ -220,7 +262,7 @@ public:
             return visit(path, &status, FTW_DNR, base, level);
         }
         int result = contentFirst ? 0 : visit(path, &status, FTW_D, base, level);
-        while (const dirent* const entry = result == 0 ? readdir(directory) : nullptr)
+        while (const dirent64* const entry = result == 0 ? readdir64(directory) : nullptr)
         {
             const std::size_t size = std::strlen(entry->d_name);
             if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0 ||
@@ -244,11 +286,11 @@ private:
 
 bool IsOnUnit(const char* path)
 {
-    struct stat status = {};
-    return !Ask(SYS_newfstatat, AT_FDCWD, path, &status, AT_SYMLINK_NOFOLLOW).goesOn;
+    struct statx status = {};
+    return !Ask(SYS_statx, AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS, &status).goesOn;
 }
 
-template <class Visit>
+template <class Status, class Visit>
 int WalkFrom(const char* start, bool contentFirst, const Visit& visit)
 {
     std::array<char, PATH_MAX + 1> path{};
@@ -259,13 +301,47 @@ int WalkFrom(const char* start, bool contentFirst, const Visit& visit)
         path[--length] = '\0';
     }
     const char* const slash = std::strrchr(path.data(), '/');
-    struct stat status = {};
-    if (lstat(path.data(), &status) != 0)
+    Status status = {};
+    if (LookAt(path.data(), &status) != 0)
     {
         return -1;
     }
-    return Walk<Visit>(contentFirst, visit)
+    return Walk<Status, Visit>(contentFirst, visit)
         .From(path.data(), length, slash == nullptr ? 0 : static_cast<int>(slash - path.data()) + 1, 0);
+}
+
+}
+
+namespace
+{
+
+/// @param real as nftw()
+template <class Status, class Real>
+int VisitPlaces(const char* start, int (*visit)(const char*, const Status*, int, FTW*), int most, int flags,
+                Real real)
+{
+    if (!IsOnUnit(start))
+    {
+        return real(start, visit, most, flags);
+    }
+    return WalkFrom<Status>(start, (flags & FTW_DEPTH) != 0,
+                            [&](const char* path, const Status* status, int type, int base, int level) {
+                                FTW place = {base, level};
+                                return visit(path, status, type, &place);
+                            });
+}
+
+/// @param real as ftw()
+template <class Status, class Real>
+int VisitFiles(const char* start, int (*visit)(const char*, const Status*, int), int most, Real real)
+{
+    if (!IsOnUnit(start))
+    {
+        return real(start, visit, most);
+    }
+    return WalkFrom<Status>(start, false, [&](const char* path, const Status* status, int type, int, int) {
+        return visit(path, status, type);
+    });
 }
 
 }
@@ -273,38 +349,23 @@ int WalkFrom(const char* start, bool contentFirst, const Visit& visit)
 STAND_IN int nftw(const char* start, int (*visit)(const char*, const struct stat*, int, FTW*), int most,
                   int flags)
 {
-    if (!IsOnUnit(start))
-    {
-        return REAL_CALL(nftw)(start, visit, most, flags);
-    }
-    return WalkFrom(start, (flags & FTW_DEPTH) != 0,
-                    [&](const char* path, const struct stat* status, int type, int base, int level) {
-                        FTW place = {base, level};
-                        return visit(path, status, type, &place);
-                    });
+    return VisitPlaces(start, visit, most, flags, REAL_CALL(nftw));
 }
 
 STAND_IN int nftw64(const char* start, int (*visit)(const char*, const struct stat64*, int, FTW*), int most,
                     int flags)
 {
-    return nftw(start, reinterpret_cast<int (*)(const char*, const struct stat*, int, FTW*)>(visit), most,
-                flags);
+    return VisitPlaces(start, visit, most, flags, REAL_CALL(nftw64));
 }
 
 STAND_IN int ftw(const char* start, int (*visit)(const char*, const struct stat*, int), int most)
 {
-    if (!IsOnUnit(start))
-    {
-        return REAL_CALL(ftw)(start, visit, most);
-    }
-    return WalkFrom(start, false, [&](const char* path, const struct stat* status, int type, int, int) {
-        return visit(path, status, type);
-    });
+    return VisitFiles(start, visit, most, REAL_CALL(ftw));
 }
 
 STAND_IN int ftw64(const char* start, int (*visit)(const char*, const struct stat64*, int), int most)
 {
-    return ftw(start, reinterpret_cast<int (*)(const char*, const struct stat*, int)>(visit), most);
+    return VisitFiles(start, visit, most, REAL_CALL(ftw64));
 }
 
 // NOLINTEND(concurrency-mt-unsafe)
@@ -360,9 +421,10 @@ bool Straighten(const char* path, char* straight)
 
 STAND_IN char* realpath(const char* path, char* resolved) noexcept
 {
-    struct stat status = {};
-    const Reply reply =
-        path == nullptr || *path == '\0' ? Reply() : Ask(SYS_newfstatat, AT_FDCWD, path, &status, 0);
+    struct statx status = {};
+    const Reply reply = path == nullptr || *path == '\0'
+                            ? Reply()
+                            : Ask(SYS_statx, AT_FDCWD, path, 0, STATX_BASIC_STATS, &status);
     if (reply.goesOn)
     {
         return REAL_CALL(realpath)(path, resolved);
@@ -392,36 +454,47 @@ STAND_IN char* canonicalize_file_name(const char* path) noexcept
     return realpath(path, nullptr);
 }
 
-STAND_IN int statvfs(const char* path, struct statvfs* status) noexcept
+namespace
 {
-    struct statfs plain = {};
-    const Reply reply = Ask(SYS_statfs, path, &plain);
+
+/// @param real makes the call, where it goes on
+template <class Status, class Real>
+int VolumeStatusOf(const char* path, Status* status, Real real)
+{
+    struct statfs64 plain = {};
+    const Reply reply = AskVolumeStatus(path, &plain);
     if (reply.goesOn)
     {
-        return REAL_CALL(statvfs)(path, status);
+        return real();
     }
     if (!reply.Succeeded())
     {
         return -1;
     }
     *status = {};
+    using Count = decltype(status->f_blocks);
     status->f_bsize = static_cast<unsigned long>(plain.f_bsize);
     status->f_frsize = static_cast<unsigned long>(plain.f_frsize != 0 ? plain.f_frsize : plain.f_bsize);
-    status->f_blocks = plain.f_blocks;
-    status->f_bfree = plain.f_bfree;
-    status->f_bavail = plain.f_bavail;
-    status->f_files = plain.f_files;
-    status->f_ffree = plain.f_ffree;
-    status->f_favail = plain.f_ffree;
+    status->f_blocks = static_cast<Count>(plain.f_blocks);
+    status->f_bfree = static_cast<Count>(plain.f_bfree);
+    status->f_bavail = static_cast<Count>(plain.f_bavail);
+    status->f_files = static_cast<Count>(plain.f_files);
+    status->f_ffree = static_cast<Count>(plain.f_ffree);
+    status->f_favail = static_cast<Count>(plain.f_ffree);
     status->f_namemax = static_cast<unsigned long>(plain.f_namelen);
     return 0;
 }
 
-static_assert(sizeof(struct statvfs) == sizeof(struct statvfs64));
+}
+
+STAND_IN int statvfs(const char* path, struct statvfs* status) noexcept
+{
+    return VolumeStatusOf(path, status, [&] { return REAL_CALL(statvfs)(path, status); });
+}
 
 STAND_IN int statvfs64(const char* path, struct statvfs64* status) noexcept
 {
-    return statvfs(path, reinterpret_cast<struct statvfs*>(status));
+    return VolumeStatusOf(path, status, [&] { return REAL_CALL(statvfs64)(path, status); });
 }
 
 STAND_IN long pathconf(const char* path, int name) noexcept

@@ -121,7 +121,7 @@ void TakeRequests(TextCursor& cursor, PortEntry& entry)
         {
             throw PortFormat::Wrong("does not tell how many requests there were, 2 or more, and until when");
         }
-        entry.count = *count;
+        entry.count = static_cast<std::size_t>(*count);
         entry.until = TakeTime(cursor);
     }
     if (entry.until < entry.at)

@@ -92,7 +92,7 @@ std::optional<Form> FormOfRead(TextCursor& cursor)
     }
     const std::optional<std::uint64_t> count = cursor.Take(", ") ? cursor.TakeNumber() : std::nullopt;
     const bool known = count && *count <= I2C_SMBUS_BLOCK_MAX && cursor.Take(BYTES);
-    return known ? std::optional(Form{Form::Kind::Block, *count}) : std::nullopt;
+    return known ? std::optional(Form{Form::Kind::Block, static_cast<std::size_t>(*count)}) : std::nullopt;
 }
 
 /// Takes a request whose answer is only what the ioctl returns.
@@ -135,7 +135,7 @@ std::optional<Form> FormOf(const std::string& request)
     else if (cursor.Take(NAME))
     {
         const std::optional<std::uint64_t> room = cursor.TakeNumber();
-        form = room ? std::optional(Form{Form::Kind::Name, *room}) : std::nullopt;
+        form = room ? std::optional(Form{Form::Kind::Name, static_cast<std::size_t>(*room)}) : std::nullopt;
     }
     else if (cursor.Take(READ))
     {

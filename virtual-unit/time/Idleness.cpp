@@ -53,7 +53,7 @@ int Open(int directory, const char* path, int flags = 0)
 /// @return false when there is nothing (any more)
 bool Read(int fd, Text& text)
 {
-    const long length = RawCall(SYS_pread64, fd, text.data(), text.size() - 1, 0);
+    const long length = RawCall(SYS_pread64, fd, text.data(), text.size() - 1, 0, 0, 0); // two more: 32 bits
     text[static_cast<std::size_t>(std::max(length, 0L))] = '\0';
     return length > 0;
 }
@@ -76,8 +76,13 @@ long LastNumber(const Text& text)
 /// A directory of threads has a link for each; 0 when there is none (any more).
 unsigned long LinksOf(int directory)
 {
+#if VIRTUAL_TIME_LONG_NAMES // the kernel does not know this structure
+    struct statx status = {};
+    return RawCall(SYS_statx, directory, "", AT_EMPTY_PATH, STATX_NLINK, &status) == 0 ? status.stx_nlink : 0;
+#else
     struct stat status = {};
     return RawCall(SYS_fstat, directory, &status) == 0 ? status.st_nlink : 0;
+#endif
 }
 
 constexpr char SLEEPING = 'S';

@@ -8,6 +8,7 @@
 #include "virtual-unit/time/Calls.h"
 #include "virtual-unit/time/Mapping.h"
 #include "virtual-unit/time/Real.h"
+#include "virtual-unit/time/ShortTimes.h"
 #include "virtual-unit/time/Waits.h"
 
 #include <algorithm>
@@ -486,19 +487,34 @@ STAND_IN __attribute__((no_sanitize("address"))) long syscall(long number, ...) 
     }
     // NOLINTNEXTLINE(performance-no-int-to-ptr): an argument of a system call is a number or an address
     const auto time = [&](int index) { return reinterpret_cast<timespec*>(arguments[index]); };
+#if VIRTUAL_TIME_LONG_NAMES
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): likewise
+    const auto shortTime = [&](int index) { return reinterpret_cast<ShortTimespec*>(arguments[index]); };
+#endif
     switch (number)
     {
+    case FUTEX:
+        break;
+#if VIRTUAL_TIME_LONG_NAMES
     case SYS_futex:
         break;
-#ifdef SYS_nanosleep
+    case SYS_nanosleep:
+        return ShortNanosleep(shortTime(0), shortTime(1));
+    case SYS_clock_nanosleep:
+        errno = ShortClockNanosleep(static_cast<clockid_t>(arguments[0]), static_cast<int>(arguments[1]),
+                                    shortTime(2), shortTime(3));
+        return errno == 0 ? 0 : -1;
+    case SYS_clock_gettime:
+        return ShortClockGettime(static_cast<clockid_t>(arguments[0]), shortTime(1));
+#else
     case SYS_nanosleep:
         return nanosleep(time(0), time(1));
 #endif
-    case SYS_clock_nanosleep:
+    case CLOCK_NANOSLEEP:
         errno = clock_nanosleep(static_cast<clockid_t>(arguments[0]), static_cast<int>(arguments[1]), time(2),
                                 time(3));
         return errno == 0 ? 0 : -1;
-    case SYS_clock_gettime:
+    case CLOCK_GETTIME:
         return clock_gettime(static_cast<clockid_t>(arguments[0]), time(1));
     default:
         return real();
@@ -508,20 +524,28 @@ STAND_IN __attribute__((no_sanitize("address"))) long syscall(long number, ...) 
     // NOLINTNEXTLINE(performance-no-int-to-ptr): likewise
     const auto* const word = reinterpret_cast<const std::uint32_t*>(arguments[0]);
     const auto value = static_cast<std::uint32_t>(arguments[2]);
-    const timespec* const limit = time(3);
+    const bool isLimited = arguments[3] != 0;
+    const auto limit = [&] {
+#if VIRTUAL_TIME_LONG_NAMES
+        if (number == SYS_futex)
+        {
+            return Long(*shortTime(3));
+        }
+#endif
+        return *time(3);
+    };
     switch (operation & FUTEX_CMD_MASK)
     {
     case FUTEX_WAIT:
-        return limit == nullptr
-                   ? real()
-                   : WaitForFutex(word, isPrivate, value, Waits::Monotonic() + ToNanoseconds(*limit));
+        return !isLimited ? real()
+                          : WaitForFutex(word, isPrivate, value, Waits::Monotonic() + ToNanoseconds(limit()));
     case FUTEX_WAIT_BITSET:
-        return limit == nullptr
+        return !isLimited
                    ? real()
                    : WaitForFutex(word, isPrivate, value,
                                   Calls::Deadline((operation & FUTEX_CLOCK_REALTIME) != 0 ? CLOCK_REALTIME
                                                                                           : CLOCK_MONOTONIC,
-                                                  *limit));
+                                                  limit()));
     case FUTEX_WAKE:
     case FUTEX_WAKE_BITSET: {
         const long here = AnnounceFutex(word, value);

@@ -37,12 +37,12 @@ constexpr std::uint32_t STAND_MASK = (1U << STAND_BITS) - 1;
 
 long FutexWait(std::atomic<std::uint32_t>& word, std::uint32_t seen, const timespec* limit)
 {
-    return RawCall(SYS_futex, &word, FUTEX_WAIT, seen, limit, nullptr, 0);
+    return RawCall(FUTEX, &word, FUTEX_WAIT, seen, limit, nullptr, 0);
 }
 
 void FutexWake(std::atomic<std::uint32_t>& word)
 {
-    RawCall(SYS_futex, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+    RawCall(FUTEX, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
 std::uint32_t Next(std::uint32_t stand, Stand becomes)
@@ -731,8 +731,8 @@ std::size_t ListTerminals(pollfd* looks)
 
 void RealPause(std::int64_t nanoseconds)
 {
-    timespec pause = {0, static_cast<long>(nanoseconds)};
-    RawCall(SYS_nanosleep, &pause, nullptr);
+    const timespec pause = {0, static_cast<long>(nanoseconds)};
+    RawCall(CLOCK_NANOSLEEP, CLOCK_MONOTONIC, 0, &pause, nullptr);
 }
 
 void AwaitEntry(std::uint32_t seen, std::int64_t most)

@@ -3,6 +3,7 @@
 #include "tests/Serial/SerialTest.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <ostream>
 #include <random>
 #include <thread>
@@ -145,7 +146,7 @@ TEST_F(SerialTest, TenMegabytesWithoutALineEndPassARawLine)
     });
     TavubufferDynamic large(4096);
     std::mt19937 random(1);
-    std::size_t received = 0;
+    std::uint64_t received = 0;
     bool same = true;
     for (int silences = 0; received < TEN_MEGABYTES && silences < 1000;)
     {
@@ -166,7 +167,7 @@ TEST_F(SerialTest, NoiseOnALineOfTextDoesNoHarm)
 {
     ASSERT_TRUE(OpenIn(0));
     std::mt19937 random(20260301);
-    std::size_t bytes = 0;
+    std::uint64_t bytes = 0;
     for (int part = 0; part < 100; ++part)
     {
         std::string noise(500, '\0');

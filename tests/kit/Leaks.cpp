@@ -2,14 +2,13 @@
 
 #include "base/Tavbase/Tavlog/Logger.h"
 #include "tests/kit/System.h"
+#include "virtual-unit/time/Waits.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <new>
-#include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -77,8 +76,7 @@ int CountEntries(const char* path)
 
 void RealPause()
 {
-    timespec pause = {0, 1'000'000};
-    syscall(SYS_nanosleep, &pause, nullptr);
+    VirtualTime::Waits::RealPause(1'000'000);
 }
 
 class Checker : public testing::EmptyTestEventListener

@@ -2,6 +2,7 @@
 // taken instead of a main in an archive, and the program would end well with no test executed.
 
 #include "base/Tavbase/Tavlog/Logger.h"
+#include "tests/kit/Emulator.h"
 #include "tests/kit/Leaks.h"
 #include "tests/kit/LogCapture.h"
 #include "tests/kit/Program.h"
@@ -71,6 +72,7 @@ int main(int argc, char** argv)
     }
     if (!GTEST_FLAG_GET(list_tests))
     {
+        Kit::Emulator::TakeSignalsThatNeverCome();
         WarmUp();
         Kit::Leaks::CheckEveryTest();
     }

@@ -2,6 +2,7 @@
 
 #include "tests/kit/Clock.h"
 #include "virtual-unit/time/Calls.h"
+#include "virtual-unit/time/Nanoseconds.h"
 
 #include <algorithm>
 #include <atomic>
@@ -108,8 +109,7 @@ void OutputQueue::Wait(int fd, std::chrono::nanoseconds limit)
     const std::chrono::nanoseconds left =
         queue.empty() ? std::chrono::nanoseconds(0)
                       : std::min(limit, takenAt - std::min(takenAt, Clock::Elapsed()));
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(left);
-    const timespec duration = {seconds.count(), (left - seconds).count()};
+    const timespec duration = VirtualTime::ToTimespec(left.count());
     VirtualTime::Calls::Nanosleep(&duration, nullptr);
     Deliver(fd);
 }

@@ -1,10 +1,13 @@
 #include "tests/kit/Program.h"
 
+#include "tests/kit/Emulator.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <map>
 #include <spawn.h>
 #include <unistd.h>
@@ -52,6 +55,12 @@ std::vector<char*> Pointers(std::vector<std::string>& texts)
     return pointers;
 }
 
+/// To the emulator, "/proc/self/exe" is itself.
+std::string OwnPath()
+{
+    return std::filesystem::read_symlink("/proc/self/exe");
+}
+
 }
 
 Program::Program(const char* programName, Work programWork)
@@ -91,7 +100,8 @@ ChildResult RunProgram(const std::string& name, const ProgramSetting& setting)
         std::fprintf(stderr, "kit: program %s cannot be run\n", name.c_str());
         std::abort();
     }
-    std::vector<std::string> arguments = {"/proc/self/exe", ARGUMENT + name};
+    std::vector<std::string> arguments = Emulator::Command();
+    arguments.insert(arguments.end(), {arguments.empty() ? "/proc/self/exe" : OwnPath(), ARGUMENT + name});
     std::vector<std::string> environment = Environment(setting.environment);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -107,8 +117,8 @@ ChildResult RunProgram(const std::string& name, const ProgramSetting& setting)
     }
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDERR_FILENO);
     pid_t child = -1;
-    const int failure = posix_spawn(&child, arguments.front().c_str(), &actions, nullptr,
-                                    Pointers(arguments).data(), Pointers(environment).data());
+    const int failure = posix_spawnp(&child, arguments.front().c_str(), &actions, nullptr,
+                                     Pointers(arguments).data(), Pointers(environment).data());
     posix_spawn_file_actions_destroy(&actions);
     close(ends[1]);
     if (failure != 0)

@@ -537,11 +537,13 @@ STAND_IN int open(const char* path, int flags, ...)
     return OpenWith(path, flags, mode, REAL_CALL(open));
 }
 
+#if !VIRTUAL_TIME_LONG_NAMES // there it is what the header makes of open()
 STAND_IN int open64(const char* path, int flags, ...)
 {
     MODE_OF(flags)
     return OpenWith(path, flags, mode, REAL_CALL(open));
 }
+#endif
 
 STAND_IN int __open_2(const char* path, int flags)
 {
@@ -581,11 +583,13 @@ STAND_IN FILE* fopen(const char* path, const char* mode)
                                 [&](const char* where) { return REAL_CALL(fopen)(where, mode); });
 }
 
+#if !VIRTUAL_TIME_LONG_NAMES // likewise
 STAND_IN FILE* fopen64(const char* path, const char* mode)
 {
     return PointerOnPath<FILE*>("fopen", path,
                                 [&](const char* where) { return REAL_CALL(fopen)(where, mode); });
 }
+#endif
 
 STAND_IN int access(const char* path, int mode) noexcept
 {
@@ -622,16 +626,14 @@ STAND_IN int mkdir(const char* path, mode_t mode) noexcept
 
 STAND_IN int stat(const char* path, struct stat* status) noexcept
 {
-    return static_cast<int>(OnPath("stat", path, 0, [&](const char* where) {
-        return syscall(SYS_newfstatat, AT_FDCWD, where, status, 0);
-    }));
+    return static_cast<int>(
+        OnPath("stat", path, 0, [&](const char* where) { return REAL_CALL(stat)(where, status); }));
 }
 
 STAND_IN int lstat(const char* path, struct stat* status) noexcept
 {
-    return static_cast<int>(OnPath("lstat", path, 0, [&](const char* where) {
-        return syscall(SYS_newfstatat, AT_FDCWD, where, status, AT_SYMLINK_NOFOLLOW);
-    }));
+    return static_cast<int>(
+        OnPath("lstat", path, 0, [&](const char* where) { return REAL_CALL(lstat)(where, status); }));
 }
 
 STAND_IN DIR* opendir(const char* path)
@@ -708,6 +710,7 @@ STAND_IN int fcntl(int fd, int command, ...)
     return FcntlWith(fd, command, argument);
 }
 
+#if !VIRTUAL_TIME_LONG_NAMES // likewise
 STAND_IN int fcntl64(int fd, int command, ...)
 {
     va_list arguments;
@@ -716,6 +719,7 @@ STAND_IN int fcntl64(int fd, int command, ...)
     va_end(arguments);
     return FcntlWith(fd, command, argument);
 }
+#endif
 
 STAND_IN ssize_t read(int fd, void* bytes, size_t count)
 {
@@ -756,8 +760,8 @@ STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
 
 STAND_IN int ftruncate(int fd, off_t length) noexcept
 {
-    return static_cast<int>(
-        OnDescriptor("ftruncate", fd, length, [&] { return REAL_CALL(ftruncate)(fd, length); }));
+    return static_cast<int>(OnDescriptor("ftruncate", fd, static_cast<long>(length),
+                                         [&] { return REAL_CALL(ftruncate)(fd, length); }));
 }
 
 STAND_IN int fdatasync(int fd)
@@ -767,12 +771,13 @@ STAND_IN int fdatasync(int fd)
 
 STAND_IN int fstat(int fd, struct stat* status) noexcept
 {
-    return static_cast<int>(OnDescriptor("fstat", fd, 0, [&] { return syscall(SYS_fstat, fd, status); }));
+    return static_cast<int>(OnDescriptor("fstat", fd, 0, [&] { return REAL_CALL(fstat)(fd, status); }));
 }
 
 STAND_IN off_t lseek(int fd, off_t offset, int whence) noexcept
 {
-    return OnDescriptor("lseek", fd, offset, [&] { return REAL_CALL(lseek)(fd, offset, whence); });
+    return OnDescriptor("lseek", fd, static_cast<long>(offset),
+                        [&] { return static_cast<long>(REAL_CALL(lseek)(fd, offset, whence)); });
 }
 
 STAND_IN int isatty(int fd) noexcept
@@ -876,7 +881,8 @@ int FirstOf(int count, const fd_set* set)
 
 STAND_IN int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* limit)
 {
-    const long microseconds = limit == nullptr ? -1 : limit->tv_sec * 1'000'000 + limit->tv_usec;
+    const auto microseconds =
+        static_cast<long>(limit == nullptr ? -1 : limit->tv_sec * 1'000'000 + limit->tv_usec);
     return static_cast<int>(OnDescriptor("select", FirstOf(count, in), microseconds,
                                          [&] { return Calls::Select(count, in, out, except, limit); }));
 }
@@ -918,12 +924,12 @@ STAND_IN unsigned int sleep(unsigned int seconds)
 
 STAND_IN int nanosleep(const timespec* duration, timespec* left)
 {
-    RecordSleep("nanosleep", Calls::Duration(CLOCK_MONOTONIC, 0, *duration) / 1000);
+    RecordSleep("nanosleep", static_cast<long>(Calls::Duration(CLOCK_MONOTONIC, 0, *duration) / 1000));
     return Calls::Nanosleep(duration, left);
 }
 
 STAND_IN int clock_nanosleep(clockid_t clock, int flags, const timespec* time, timespec* left)
 {
-    RecordSleep("clock_nanosleep", Calls::Duration(clock, flags, *time) / 1000);
+    RecordSleep("clock_nanosleep", static_cast<long>(Calls::Duration(clock, flags, *time) / 1000));
     return Calls::ClockNanosleep(clock, flags, time, left);
 }

@@ -3,6 +3,7 @@
 
 #include "base/Tavbase/Json/Json.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <random>
 #include <string>
@@ -25,7 +26,7 @@ public:
     /// The text with one to four bytes changed, put in, taken out or doubled. No byte becomes zero.
     std::string Damage(std::string text);
 
-    std::uint64_t Below(std::uint64_t limit) { return random() % limit; }
+    std::size_t Below(std::size_t limit) { return static_cast<std::size_t>(random() % limit); }
 
 private:
     Tavbase::Json::Value MakeNumber();

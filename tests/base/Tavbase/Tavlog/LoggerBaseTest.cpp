@@ -187,7 +187,8 @@ KIT_PROGRAM(NoThreadForTheWriter)
     pthread_getattr_default_np(&normal);
     pthread_attr_t hopeless; // a stack that no machine has
     pthread_attr_init(&hopeless);
-    pthread_attr_setstacksize(&hopeless, std::size_t{1} << (sizeof(std::size_t) == 8 ? 46 : 31));
+    pthread_attr_setstacksize(&hopeless,
+                              sizeof(std::size_t) == 8 ? std::size_t{1} << 46 : std::size_t{15} << 28);
     pthread_setattr_default_np(&hopeless);
     Log() << LogType::Info << "without a writer" << std::endl;
     std::printf("threads %zu\n", Threads().size());

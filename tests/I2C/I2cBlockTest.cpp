@@ -163,7 +163,8 @@ TEST_F(I2cBlockTest, ACountBeyondTheCapacityFillsTheBufferAndNoMore)
             adapter.CountBlocksAs(count);
             TavubufferDynamic buffer = Buffer(capacity + 40); // what lies behind is the test's to look at
             buffer.capacity = capacity;
-            const std::size_t taken = std::min<std::size_t>(capacity, static_cast<std::size_t>(count));
+            const std::size_t taken = static_cast<std::size_t>(
+                std::min<std::uint64_t>(capacity, static_cast<std::uint64_t>(count)));
             EXPECT_EQ(bus.ReadBytes(0x01, buffer), count != 33) << capacity << ", " << count;
             EXPECT_EQ(buffer.length, count == 33 ? 0 : taken) << capacity << ", " << count;
             EXPECT_EQ(Bytes(buffer.data, buffer.data + taken), BlockBytes(taken));

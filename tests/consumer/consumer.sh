@@ -136,7 +136,7 @@ check_components()
     [[ $(wc -l <"$WORK/runtime.txt") == 6 ]] || fail "the component runtime is not whole"
     unexpected=$(grep -vE "^\./(include/Tavdevice/.*\.h|$LIBDIR/(cmake/Tavdevice/.*\.cmake|pkgconfig/tavdevice\.pc|lib[A-Za-z]+\.so))$" "$WORK/devel.txt") || true
     [[ -z $unexpected ]] || fail "in the component devel: $unexpected"
-    unexpected=$(grep -vE "^\./(bin/|$LIBDIR/tavdevice/|share/tavdevice/virtual-unit/scripts/)" "$WORK/tools.txt") || true
+    unexpected=$(grep -vE "^\./(bin/|$LIBDIR/tavdevice/|share/(bash-completion/completions|man/man[15]|tavdevice/virtual-unit/scripts)/)" "$WORK/tools.txt") || true
     [[ -z $unexpected ]] || fail "in the component tools: $unexpected"
     diff <(cd "$tree" && find . ! -type d | sort) <(sort "$WORK"/{runtime,devel,tools}.txt) ||
         fail "the components are not the whole tree"

@@ -12,7 +12,7 @@ namespace Tavdevice::Gpio
 class TAVDEVICE_API GpioArgs
 {
 public:
-    explicit GpioArgs(std::int32_t eventCode) : code(eventCode) {}
+    explicit GpioArgs(std::int32_t eventCode) : code(eventCode) {} ///< @param eventCode as `code`
 
     virtual ~GpioArgs();
 

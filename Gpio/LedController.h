@@ -55,7 +55,7 @@ public:
     LedController(int redPin, int greenPin, const std::string& name);
     ~LedController() override; ///< ends the thread; the LED stays as it is
 
-    void SetLedMode(LedState state);
+    void SetLedMode(LedState state);        ///< the thread plays it from its next step on
     void TurnOffLedMode(LedOffState state); ///< sets the LED to `state` once and lets the thread idle
 
     void ApplyRedBlink(const std::chrono::milliseconds& d);   ///< one period: red for `d`, dark for `d`

@@ -34,9 +34,9 @@ public:
     I2c(); ///< names no adapter; it cannot be opened
     /// Names the adapter "/dev/i2c-" and the number; does not touch it.
     explicit I2c(int adapter);
-    I2c(const I2c& other) = default;
-    I2c& operator=(const I2c& other) = default;
-    ~I2c() override; ///< does not close
+    I2c(const I2c& other) = default;            ///< shares the descriptor
+    I2c& operator=(const I2c& other) = default; ///< shares the descriptor; its own is lost
+    ~I2c() override;                            ///< does not close
 
     bool Open(); ///< @return false when the adapter cannot be opened
 

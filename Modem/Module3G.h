@@ -246,10 +246,10 @@ public:
 
     static std::list<PreferredOperator> PreferredOperatorList; ///< the application's, in its order
 
-    static std::string m3gSimICCID;
-    static std::string m3gSimIMSI;
-    static std::string m3gIMEI;
-    static std::string m3g_fw_version;
+    static std::string m3gSimICCID;    ///< by QuerySimICCID(); empty at first
+    static std::string m3gSimIMSI;     ///< by QuerySimIMSI(); likewise
+    static std::string m3gIMEI;        ///< by QueryModuleIMEI(); likewise
+    static std::string m3g_fw_version; ///< by QueryModuleFwVersion(); likewise
 
     static std::mutex mutexATCommands; ///< held for the whole of an exchange
 

@@ -24,8 +24,8 @@ namespace Tavdevice::Modem::Replies
 template <class Value>
 struct Reading
 {
-    std::optional<Value> value;
-    std::string_view reason; ///< for people; empty with a value
+    std::optional<Value> value; ///< none where there is a reason
+    std::string_view reason;    ///< for people; empty with a value
 };
 
 /// AT+CGSN: the IMEI, 15 characters behind the echo. @throws std::out_of_range

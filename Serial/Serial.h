@@ -40,8 +40,8 @@ public:
      * @param speed the speed code of <termios.h>, for example B9600 (a code, not a number of baud)
      */
     Serial(std::string path, unsigned int speed);
-    Serial(const Serial& other) = default;
-    Serial& operator=(const Serial& other) = default;
+    Serial(const Serial& other) = default;            ///< shares the descriptor
+    Serial& operator=(const Serial& other) = default; ///< shares the descriptor; its own is lost
     ~Serial() override;
 
     /**

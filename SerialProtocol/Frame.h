@@ -18,19 +18,19 @@
 namespace SerialProtocol
 {
 
-constexpr unsigned char FRAME_START = 0xAA;
-constexpr unsigned char FRAME_START_SECOND = 0x55; ///< of commands
-constexpr std::array<unsigned char, 2> FRAME_TRAILER = {0xEF, 0x0D};
+constexpr unsigned char FRAME_START = 0xAA;                          ///< of commands and responses
+constexpr unsigned char FRAME_START_SECOND = 0x55;                   ///< of commands
+constexpr std::array<unsigned char, 2> FRAME_TRAILER = {0xEF, 0x0D}; ///< the last two bytes of each frame
 
-constexpr std::size_t COMMAND_FRAME_BYTES = 10;
-constexpr std::size_t LONGEST_RESPONSE_BYTES = 17;
-constexpr std::size_t FRAME_END_BYTES = 4; ///< CRC and trailer
-constexpr std::size_t REPLY_BYTES = 12;    ///< those of a response that DecodeReply() may look at
-constexpr std::size_t IDENTIFIER_BYTES = 6;
+constexpr std::size_t COMMAND_FRAME_BYTES = 10;    ///< CRC and trailer included
+constexpr std::size_t LONGEST_RESPONSE_BYTES = 17; ///< likewise
+constexpr std::size_t FRAME_END_BYTES = 4;         ///< CRC and trailer
+constexpr std::size_t REPLY_BYTES = 12;            ///< those of a response that DecodeReply() may look at
+constexpr std::size_t IDENTIFIER_BYTES = 6;        ///< of a key
 
-using CommandFrame = std::array<unsigned char, COMMAND_FRAME_BYTES>;
+using CommandFrame = std::array<unsigned char, COMMAND_FRAME_BYTES>; ///< a whole one
 
-TAVDEVICE_API CommandFrame BuildCommandFrame(unsigned char command);
+TAVDEVICE_API CommandFrame BuildCommandFrame(unsigned char command); ///< with CRC and trailer
 
 /**
  * Whether the CRC of a whole response, trailer included, is good enough. That it is loose is meant: the
@@ -43,6 +43,7 @@ TAVDEVICE_API bool FrameIsAccepted(std::span<const unsigned char> frame);
 /// What a response says.
 struct Reply
 {
+    /// Which of them it is.
     enum class Result : int
     {
         Error = -1,       ///< type 0x60 or 0x99: the peripheral reports an error
@@ -53,9 +54,9 @@ struct Reply
         Unknown = 5       ///< any other type
     };
 
-    Result result = Result::Unknown;
-    unsigned char type = 0; ///< as it stands in the frame
-    unsigned char status = 0;
+    Result result = Result::Unknown;                          ///< says which of the others mean something
+    unsigned char type = 0;                                   ///< as it stands in the frame
+    unsigned char status = 0;                                 ///< means something with Result::Status
     std::array<unsigned char, IDENTIFIER_BYTES> identifier{}; ///< the last byte of the frame's comes first
 };
 

@@ -14,11 +14,11 @@ public:
     virtual ~ISerialCommInterface();
 
     // In this order: it is that of the table of virtual operations.
-    virtual bool OnSend(TavubufferDynamic& frame) = 0;
-    virtual bool OnRead(TavubufferDynamic& buffer) = 0;
-    virtual bool SendCmdMsg(unsigned char command) = 0;
-    virtual bool ReadCmdMsg(unsigned int expected) = 0;
-    virtual int ParseRcvMsg(unsigned char* out) = 0;
+    virtual bool OnSend(TavubufferDynamic& frame) = 0;  ///< sends a frame
+    virtual bool OnRead(TavubufferDynamic& buffer) = 0; ///< takes one byte from the line
+    virtual bool SendCmdMsg(unsigned char command) = 0; ///< sends the frame of a command
+    virtual bool ReadCmdMsg(unsigned int expected) = 0; ///< receives a response of that length
+    virtual int ParseRcvMsg(unsigned char* out) = 0;    ///< decodes the response
 };
 
 }

@@ -26,9 +26,9 @@ public:
      */
     explicit IException(const std::string& text, int value = 0) noexcept;
 
-    const char* what() const noexcept override;
+    const char* what() const noexcept override; ///< the message; valid as long as the object
 
-    int Code() const noexcept { return code; }
+    int Code() const noexcept { return code; } ///< as the constructor got it
 
 private:
     std::array<char, MESSAGE_SIZE> message{};

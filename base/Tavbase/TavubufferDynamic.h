@@ -29,16 +29,16 @@ struct TAVBASE_API TavubufferDynamic
     std::uint64_t capacity = 0;    ///< bytes that a reader may use at `data`
     std::uint64_t length = 0;      ///< bytes that are valid at `data`
 
-    TavubufferDynamic() = default;
+    TavubufferDynamic() = default; ///< no array
 
     /// As Allocate(). @throws std::bad_alloc
     explicit TavubufferDynamic(std::uint64_t bytes);
 
-    TavubufferDynamic(const TavubufferDynamic& other);
-    TavubufferDynamic(TavubufferDynamic&& other) noexcept;
-    TavubufferDynamic& operator=(const TavubufferDynamic& other);
-    TavubufferDynamic& operator=(TavubufferDynamic&& other) noexcept;
-    ~TavubufferDynamic();
+    TavubufferDynamic(const TavubufferDynamic& other);                ///< @throws std::bad_alloc
+    TavubufferDynamic(TavubufferDynamic&& other) noexcept;            ///< leaves `other` empty
+    TavubufferDynamic& operator=(const TavubufferDynamic& other);     ///< @throws std::bad_alloc
+    TavubufferDynamic& operator=(TavubufferDynamic&& other) noexcept; ///< leaves `other` empty
+    ~TavubufferDynamic();                                             ///< frees the array
 
     /**
      * Frees the present array and makes a new one of `bytes` zero bytes; `capacity` becomes `bytes`,

@@ -32,9 +32,9 @@ public:
         std::string className; ///< the object's class, for example "GpsDevice"
     };
 
-    IError();
-    IError(const IError& other);
-    IError& operator=(const IError& other);
+    IError();                               ///< no error is recorded
+    IError(const IError& other);            ///< with its record
+    IError& operator=(const IError& other); ///< takes its record
     virtual ~IError();
 
     /**
@@ -52,13 +52,13 @@ public:
     /// Forgets message, place and error number; the names of namespace and class stay.
     void ResetError();
 
-    bool HasError() const; ///< true from SetError() to ResetError()
-    Record GetError() const;
-    std::string GetErrorMessage() const;
-    std::string GetErrorPlace() const;
-    int GetErrorNumber() const;
-    std::string GetNamespaceName() const;
-    std::string GetClassName() const;
+    bool HasError() const;                ///< true from SetError() to ResetError()
+    Record GetError() const;              ///< empty texts and 0 when no error is recorded, but for the names
+    std::string GetErrorMessage() const;  ///< Record::message
+    std::string GetErrorPlace() const;    ///< Record::where
+    int GetErrorNumber() const;           ///< Record::errorNumber
+    std::string GetNamespaceName() const; ///< Record::nameSpace
+    std::string GetClassName() const;     ///< Record::className
 
 protected:
     /// For the constructor of the derived class: whose errors these are.

@@ -64,7 +64,7 @@ public:
     /// Passes the pointer to every receiver, on the calling thread, without allocating anything.
     void DoCallback(void* value);
 
-    const std::string& GetName() const { return name; }
+    const std::string& GetName() const { return name; } ///< of the thread
 
 protected:
     /**

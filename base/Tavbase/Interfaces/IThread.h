@@ -76,7 +76,7 @@ public:
     /// Registers a receiver for DoCallback(); null is ignored. Receivers are called in this order.
     void AddCallback(IThreadDelegate* delegate);
 
-    const std::string& GetName() const { return name; }
+    const std::string& GetName() const { return name; } ///< of the thread
 
 protected:
     /**

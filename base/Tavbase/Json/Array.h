@@ -18,33 +18,33 @@ namespace Tavbase::Json
 class TAVBASE_API Array
 {
 public:
-    using iterator = std::vector<Value>::iterator;
-    using const_iterator = std::vector<Value>::const_iterator;
+    using iterator = std::vector<Value>::iterator;             ///< over the values, in their order
+    using const_iterator = std::vector<Value>::const_iterator; ///< likewise
 
-    Array() noexcept;
-    Array(const Array& other);
-    Array(Array&& other) noexcept; ///< leaves `other` empty
-    Array& operator=(const Array& other);
+    Array() noexcept;                         ///< empty
+    Array(const Array& other);                ///< a whole copy
+    Array(Array&& other) noexcept;            ///< leaves `other` empty
+    Array& operator=(const Array& other);     ///< a whole copy
     Array& operator=(Array&& other) noexcept; ///< leaves `other` empty
     ~Array();
 
-    std::size_t Size() const noexcept { return elements.size(); }
+    std::size_t Size() const noexcept { return elements.size(); } ///< how many elements
 
-    bool IsEmpty() const noexcept { return elements.empty(); }
+    bool IsEmpty() const noexcept { return elements.empty(); } ///< no element
 
     void Push(Value value);        ///< adds an element at the end
     void Erase(std::size_t index); ///< @throws JsonException when there is no such element
 
-    Value& operator[](std::size_t index); ///< @throws JsonException when there is no such element
-    const Value& operator[](std::size_t index) const;
+    Value& operator[](std::size_t index);             ///< @throws JsonException when there is no such element
+    const Value& operator[](std::size_t index) const; ///< as above
 
-    iterator begin() noexcept { return elements.begin(); }
+    iterator begin() noexcept { return elements.begin(); } ///< the first element
 
-    iterator end() noexcept { return elements.end(); }
+    iterator end() noexcept { return elements.end(); } ///< behind the last one
 
-    const_iterator begin() const noexcept { return elements.begin(); }
+    const_iterator begin() const noexcept { return elements.begin(); } ///< the first element
 
-    const_iterator end() const noexcept { return elements.end(); }
+    const_iterator end() const noexcept { return elements.end(); } ///< behind the last one
 
 private:
     friend class Value;

@@ -24,8 +24,8 @@ constexpr std::size_t MAX_DEPTH = 128;
  *
  * Beyond the grammar of RFC 8259:
  * - A byte order mark in front is skipped; it counts in the offset and the column of an error.
- * - Strings must be well-formed UTF-8 (RFC 3629), and an escape such as \ud83d must be followed by the
- *   other half of its pair. They may hold zero bytes (\u0000).
+ * - Strings must be well-formed UTF-8 (RFC 3629), and an escape such as `\ud83d` must be followed by the
+ *   other half of its pair. They may hold zero bytes (`\u0000`).
  * - A number without fraction and exponent, other than -0, becomes an integer when it fits (Value.h). Any
  *   other becomes the nearest double, which is 0 where it is too small for one; a number too large for a
  *   double is refused.

@@ -23,45 +23,46 @@ namespace Tavbase::Json
 class TAVBASE_API Object
 {
 public:
+    /// A key and its value.
     struct Member
     {
-        const std::string key;
-        Value value;
+        const std::string key; ///< UTF-8; there once in the object
+        Value value;           ///< of the key
     };
 
-    using iterator = std::list<Member>::iterator;
-    using const_iterator = std::list<Member>::const_iterator;
+    using iterator = std::list<Member>::iterator;             ///< over the members, in their order
+    using const_iterator = std::list<Member>::const_iterator; ///< likewise
 
-    Object() noexcept;
-    Object(const Object& other);
-    Object(Object&& other) noexcept; ///< leaves `other` empty
-    Object& operator=(const Object& other);
+    Object() noexcept;                          ///< empty
+    Object(const Object& other);                ///< a whole copy
+    Object(Object&& other) noexcept;            ///< leaves `other` empty
+    Object& operator=(const Object& other);     ///< a whole copy
     Object& operator=(Object&& other) noexcept; ///< leaves `other` empty
     ~Object();
 
-    std::size_t Size() const noexcept { return members.size(); }
+    std::size_t Size() const noexcept { return members.size(); } ///< how many members
 
-    bool IsEmpty() const noexcept { return members.empty(); }
+    bool IsEmpty() const noexcept { return members.empty(); } ///< no member
 
-    bool HasKey(const std::string& key) const;
+    bool HasKey(const std::string& key) const; ///< true when it is there
 
     /// The value of the key. A key that is not there is added at the end, with null as its value.
-    Value& operator[](const char* key); ///< @throws JsonException when `key` is a null pointer
-    Value& operator[](const std::string& key);
+    Value& operator[](const char* key);        ///< @throws JsonException when `key` is a null pointer
+    Value& operator[](const std::string& key); ///< likewise
 
     /// The value of the key. @throws JsonException when it is not there, or `key` is a null pointer
     const Value& operator[](const char* key) const;
-    const Value& operator[](const std::string& key) const;
+    const Value& operator[](const std::string& key) const; ///< likewise
 
     bool Erase(const std::string& key); ///< false when the key was not there
 
-    iterator begin() noexcept { return members.begin(); }
+    iterator begin() noexcept { return members.begin(); } ///< the first member
 
-    iterator end() noexcept { return members.end(); }
+    iterator end() noexcept { return members.end(); } ///< behind the last one
 
-    const_iterator begin() const noexcept { return members.begin(); }
+    const_iterator begin() const noexcept { return members.begin(); } ///< the first member
 
-    const_iterator end() const noexcept { return members.end(); }
+    const_iterator end() const noexcept { return members.end(); } ///< behind the last one
 
 private:
     friend class Value;

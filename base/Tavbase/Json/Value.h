@@ -46,6 +46,7 @@ concept FractionType = std::same_as<T, double> || std::same_as<T, float>;
 class TAVBASE_API Value
 {
 public:
+    /// What a value is. Integer and Double are both numbers in a text.
     enum class Type
     {
         Null,
@@ -59,15 +60,17 @@ public:
 
     Value() noexcept = default; ///< null
 
-    Value(std::nullptr_t) noexcept {}
+    Value(std::nullptr_t) noexcept {} ///< null
 
     // The templates keep the conversions of the language out: neither a pointer nor a character becomes a
     // boolean or a number by itself.
+    /// A boolean.
     template <std::same_as<bool> T>
     Value(T boolean) noexcept : kind(Kind::Boolean), content{.boolean = boolean}
     {
     }
 
+    /// An integer.
     template <IntegerType T>
     Value(T integer) noexcept
     {
@@ -81,42 +84,46 @@ public:
         }
     }
 
+    /// A number with a fraction.
     template <FractionType T>
     Value(T number) noexcept : kind(Kind::Double), content{.number = number}
     {
     }
 
-    Value(const char* string); ///< up to the zero byte; a null pointer gives null
-    Value(std::string_view string);
-    Value(std::string string);
-    Value(Array array);
-    Value(Object object);
+    Value(const char* string);      ///< up to the zero byte; a null pointer gives null
+    Value(std::string_view string); ///< zero bytes included
+    Value(std::string string);      ///< likewise
+    Value(Array array);             ///< takes its elements
+    Value(Object object);           ///< takes its members
 
-    Value(const Value& other);
-    Value(Value&& other) noexcept;
+    Value(const Value& other);                ///< a whole copy
+    Value(Value&& other) noexcept;            ///< leaves null behind
     Value& operator=(const Value& other);     ///< `other` may be a part of this value
     Value& operator=(Value&& other) noexcept; ///< `other` may be a part of this value
     ~Value();
 
-    Type GetType() const noexcept;
+    Type GetType() const noexcept; ///< which of them it is
 
-    bool IsNull() const noexcept { return GetType() == Type::Null; }
+    bool IsNull() const noexcept { return GetType() == Type::Null; } ///< by the type alone
 
-    bool IsBool() const noexcept { return GetType() == Type::Boolean; }
+    bool IsBool() const noexcept { return GetType() == Type::Boolean; } ///< likewise
 
-    bool IsInteger() const noexcept { return GetType() == Type::Integer; }
+    bool IsInteger() const noexcept
+    {
+        return GetType() == Type::Integer;
+    } ///< likewise: no double without a fraction
 
-    bool IsDouble() const noexcept { return GetType() == Type::Double; }
+    bool IsDouble() const noexcept { return GetType() == Type::Double; } ///< likewise
 
-    bool IsNumber() const noexcept { return IsInteger() || IsDouble(); }
+    bool IsNumber() const noexcept { return IsInteger() || IsDouble(); } ///< either of the two
 
-    bool IsString() const noexcept { return GetType() == Type::String; }
+    bool IsString() const noexcept { return GetType() == Type::String; } ///< by the type alone
 
-    bool IsArray() const noexcept { return GetType() == Type::Array; }
+    bool IsArray() const noexcept { return GetType() == Type::Array; } ///< likewise
 
-    bool IsObject() const noexcept { return GetType() == Type::Object; }
+    bool IsObject() const noexcept { return GetType() == Type::Object; } ///< likewise
 
-    bool ToBool() const;
+    bool ToBool() const; ///< @throws JsonException for anything but a boolean
 
     /// An integer, or a double that has no fraction. @throws JsonException also when it is out of range
     std::int64_t ToInteger() const;
@@ -127,16 +134,16 @@ public:
     /// Any number; an integer above 2^53 is rounded to the nearest double.
     double ToDouble() const;
 
-    const std::string& ToString() const&;
-    std::string ToString() &&;
+    const std::string& ToString() const&; ///< @throws JsonException for anything but a string
+    std::string ToString() &&;            ///< likewise; the content is moved out
 
-    Array& ToArray() &;
-    const Array& ToArray() const&;
-    Array ToArray() &&;
+    Array& ToArray() &;            ///< @throws JsonException for anything but an array
+    const Array& ToArray() const&; ///< likewise
+    Array ToArray() &&;            ///< likewise; the content is moved out
 
-    Object& ToObject() &;
-    const Object& ToObject() const&;
-    Object ToObject() &&;
+    Object& ToObject() &;            ///< @throws JsonException for anything but an object
+    const Object& ToObject() const&; ///< likewise
+    Object ToObject() &&;            ///< likewise; the content is moved out
 
 private:
     /// Unsigned: an integer above 2^63 - 1. All other integers are Signed.

@@ -18,7 +18,7 @@ namespace Tavbase::Tavlog
 class TAVBASE_API ConsoleLogPolicy
 {
 public:
-    static constexpr const char* WRITER_NAME = "log-console";
+    static constexpr const char* WRITER_NAME = "log-console"; ///< name of the sink's thread
 
     ConsoleLogPolicy();
 

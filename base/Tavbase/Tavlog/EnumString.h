@@ -40,6 +40,7 @@ public:
         return dummy;
     }
 
+    /// Gives a value a name; a name that is there already changes its value.
     static void RegisterEnumerator(Enum value, const std::string& name) { GetMap()[name] = value; }
 
 private:

@@ -24,7 +24,7 @@ namespace Tavbase::Tavlog
 class TAVBASE_API FileLogPolicy
 {
 public:
-    static constexpr const char* WRITER_NAME = "log-file";
+    static constexpr const char* WRITER_NAME = "log-file"; ///< name of the sink's thread
 
     FileLogPolicy() = default;
     FileLogPolicy(const FileLogPolicy&) = delete;

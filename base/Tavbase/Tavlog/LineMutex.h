@@ -18,10 +18,10 @@ namespace Tavbase::Tavlog
 class TAVBASE_API LineMutex
 {
 public:
-    void lock(); ///< waits without a limit
-    bool try_lock();
-    void unlock(); ///< from any thread
-    bool TryLockFor(std::chrono::milliseconds limit);
+    void lock();     ///< waits without a limit
+    bool try_lock(); ///< does not wait @return true when it was free, and is taken now
+    void unlock();   ///< from any thread
+    bool TryLockFor(std::chrono::milliseconds limit); ///< as try_lock(), waiting so long at most
 
     bool HeldByThisThread() const; ///< true from lock() to HandOver() or unlock(), on the thread that locked
 

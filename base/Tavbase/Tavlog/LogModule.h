@@ -31,6 +31,7 @@ template <>
 class TAVBASE_API EnumString<LogModule> : public EnumStringBase<EnumString<LogModule>, LogModule>
 {
 public:
+    /// For EnumStringBase.
     static void RegisterEnumerators()
     {
         RegisterEnumerator(LogModule::Tavthread, "Tavthread");

@@ -35,21 +35,24 @@ namespace Tavbase::Tavlog
 class TAVBASE_API Logger
 {
 public:
+    /// For OpenFile().
     static constexpr std::uint64_t DEFAULT_MAX_BYTES = std::uint64_t{1024} * 1024;
-    static constexpr unsigned int DEFAULT_OLD_FILES = 3;
+    static constexpr unsigned int DEFAULT_OLD_FILES = 3; ///< likewise
 
-    static Logger& GetInstance();
+    static Logger& GetInstance(); ///< the only one; it lives as long as the process
 
     Logger(const Logger&) = delete;
     Logger& operator=(const Logger&) = delete;
 
-    Logger& operator<<(LogType type) ///< begins a line
+    /// Begins a line.
+    Logger& operator<<(LogType type)
     {
         file->WriteHeader(type);
         console->WriteHeader(type);
         return *this;
     }
 
+    /// Adds the tag of the module: "[#name]".
     Logger& operator<<(LogModule module)
     {
         *file << module;
@@ -58,26 +61,28 @@ public:
     }
 
     // Beside the template, which would be compiled anew for each length of a literal.
-    Logger& operator<<(const char* text) { return Add(text); }
+    Logger& operator<<(const char* text) { return Add(text); } ///< adds text; null loses the rest of the line
 
-    Logger& operator<<(const std::string& text) { return Add(text); }
+    Logger& operator<<(const std::string& text) { return Add(text); } ///< adds text
 
+    /// Adds whatever an output stream takes.
     template <class Piece>
-    Logger& operator<<(const Piece& piece) ///< whatever an output stream takes
+    Logger& operator<<(const Piece& piece)
     {
         return Add(piece);
     }
 
-    Logger& operator<<(std::ostream& (*manipulator)(std::ostream&)) ///< std::endl completes the line
+    /// std::endl completes the line.
+    Logger& operator<<(std::ostream& (*manipulator)(std::ostream&))
     {
         *file << manipulator;
         *console << manipulator;
         return *this;
     }
 
-    LoggerBase<FileLogPolicy>& File() { return *file; }
+    LoggerBase<FileLogPolicy>& File() { return *file; } ///< the sink alone
 
-    LoggerBase<ConsoleLogPolicy>& Console() { return *console; }
+    LoggerBase<ConsoleLogPolicy>& Console() { return *console; } ///< likewise
 
     /**
      * Switches the file on.
@@ -91,7 +96,7 @@ public:
 
     void CloseFile(); ///< outputs what is complete, then switches the file off and closes it
 
-    void EnableConsole(bool on) { console->Enable(on); }
+    void EnableConsole(bool on) { console->Enable(on); } ///< it is on at first
 
     /// Waits until every line completed so far is out, for example before the power goes. It waits for a
     /// line that another thread has open.

@@ -60,14 +60,14 @@ template <class Policy>
 class LoggerBase
 {
 public:
-    explicit LoggerBase(bool enabledAtFirst);
+    explicit LoggerBase(bool enabledAtFirst); ///< starts no thread
     LoggerBase(const LoggerBase&) = delete;
     LoggerBase& operator=(const LoggerBase&) = delete;
     ~LoggerBase(); ///< no thread may be using the sink any more
 
-    void Enable(bool on) { enabled.store(on); }
+    void Enable(bool on) { enabled.store(on); } ///< switches the sink on or off
 
-    bool IsEnabled() const { return enabled.load(); }
+    bool IsEnabled() const { return enabled.load(); } ///< as Enable() was told
 
     /// Begins a line: date and time, temperature, tag of the type. It leaves errno as it was, so that the
     /// line can go on with std::strerror(errno).
@@ -75,24 +75,27 @@ public:
 
     void CheckEndOfStream(); ///< hands the line over when its text ends in a new line
 
+    /// As WriteHeader().
     LoggerBase& operator<<(LogType type)
     {
         WriteHeader(type);
         return *this;
     }
 
-    LoggerBase& operator<<(LogModule module) ///< the tag of the module: "[#name]"
+    /// Adds the tag of the module: "[#name]".
+    LoggerBase& operator<<(LogModule module)
     {
         return *this << "[#" << EnumString<LogModule>::From(module) << "]";
     }
 
-    LoggerBase& operator<<(std::ostream& (*manipulator)(std::ostream&));
+    LoggerBase& operator<<(std::ostream& (*manipulator)(std::ostream&)); ///< std::endl completes the line
 
     // Beside the template, which would be compiled anew for each length of a literal.
     LoggerBase& operator<<(const char* text) { return Add(text); } ///< null sets the stream's bad bit
 
-    LoggerBase& operator<<(const std::string& text) { return Add(text); }
+    LoggerBase& operator<<(const std::string& text) { return Add(text); } ///< adds text
 
+    /// Adds whatever an output stream takes.
     template <class Piece>
     LoggerBase& operator<<(const Piece& piece)
     {

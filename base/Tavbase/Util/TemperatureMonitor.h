@@ -22,7 +22,7 @@ namespace Tavbase::Util
 class TAVBASE_API TemperatureMonitor
 {
 public:
-    static TemperatureMonitor& GetInstance() noexcept;
+    static TemperatureMonitor& GetInstance() noexcept; ///< reads the zone when that is due
 
     TemperatureMonitor(const TemperatureMonitor&) = delete;
     TemperatureMonitor& operator=(const TemperatureMonitor&) = delete;

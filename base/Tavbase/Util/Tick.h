@@ -20,7 +20,7 @@ namespace Tavbase::Util
 class TAVBASE_API Tick
 {
 public:
-    static Tick& GetInstance() noexcept;
+    static Tick& GetInstance() noexcept; ///< the only one
 
     Tick(const Tick&) = delete;
     Tick& operator=(const Tick&) = delete;

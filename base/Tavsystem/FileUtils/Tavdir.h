@@ -19,8 +19,8 @@ class TAVSYSTEM_API Tavdir
 public:
     /// @param name its path: absolute, or relative to the working directory at the time of Create()
     explicit Tavdir(const std::string& name);
-    Tavdir(const Tavdir&) = default;
-    Tavdir& operator=(const Tavdir&) = default;
+    Tavdir(const Tavdir&) = default;            ///< names the same directory
+    Tavdir& operator=(const Tavdir&) = default; ///< likewise
     ~Tavdir();
 
     /**

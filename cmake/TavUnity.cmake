@@ -43,7 +43,8 @@ foreach(source IN ITEMS
     virtual-unit/peripherals/KeyReader.cpp
     virtual-unit/run/Supervisor.cpp
     virtual-unit/script/Step.cpp
-    virtual-unit/unit/Unit.cpp)
+    virtual-unit/unit/Unit.cpp
+    virtual-unit/unit/UnitOptions.cpp)
     string(REGEX MATCH "^[^/]+" room ${source})
     if(NOT "${PROJECT_SOURCE_DIR}/${room}" IN_LIST rooms)
         continue() # it is not built

@@ -11,7 +11,7 @@ namespace VirtualUnit
 namespace
 {
 
-std::string Trimmed(const std::string& text)
+std::string Unquoted(const std::string& text)
 {
     constexpr const char* AROUND = " \t\r\"";
     const std::size_t begin = text.find_first_not_of(AROUND);
@@ -25,7 +25,7 @@ std::vector<std::string> Split(const std::string& line)
     std::istringstream stream(line);
     for (std::string value; std::getline(stream, value, ',');)
     {
-        values.push_back(Trimmed(value));
+        values.push_back(Unquoted(value));
     }
     return values;
 }
@@ -41,7 +41,7 @@ CsvTable::CsvTable(std::istream& text, const std::vector<std::string>& needed,
     for (std::string line; std::getline(text, line);)
     {
         ++number;
-        if (Trimmed(line).empty() || line.starts_with('#'))
+        if (Unquoted(line).empty() || line.starts_with('#'))
         {
             continue;
         }

@@ -34,14 +34,38 @@ check()
     fi
 }
 
-# Every script says in its first line what it is run with, "# run: PROGRAM ARGUMENT...", and in the second, if it is
-# not 0, with what status that ends: "# status: 1".
+# Every script says in its head what it is run with, "# run: PROGRAM ARGUMENT...", with what status that ends if it is
+# not 0, "# status: 1", and how often a line is printed, if that matters, "# prints: 200 event 77".
 for script in /board/scripts/*.script; do
-    status=$(sed -n '2s/^# status: //p' "$script")
+    name=$(basename "$script" .script)
+    status=$(sed -n 's/^# status: //p' "$script")
     # shellcheck disable=SC2046 # words
-    check "$(basename "$script" .script)" "${status:-0}" board-unit --script "$script" \
-        $(sed -n '1s/^# run: //p' "$script")
+    check "$name" "${status:-0}" board-unit --script "$script" $(sed -n 's/^# run: //p' "$script")
+    times=$(sed -n 's/^# prints: \([0-9]*\) .*/\1/p' "$script")
+    if [ -n "$times" ]; then
+        line=$(sed -n 's/^# prints: [0-9]* //p' "$script")
+        printed=$(grep -cxF "$line" out)
+        if [ "$printed" -eq "$times" ]; then
+            ok "$name: $times times \"$line\""
+        else
+            not_ok "$name: $times times \"$line\"" "$printed times" out
+        fi
+    fi
 done
+
+# The devices belong to the packages' group, so that an application needs not be root.
+for device in /dev/ttymxc0 /dev/ttymxc2 /dev/tav_event; do
+    check "$device is for the group alone" 0 test "$(board-unit stat -c '%G %a' $device)" = "tavdevice 660"
+done
+check "an ordinary user of the group sounds the alerts" 0 \
+    board-unit --script /board/scripts/alert.script su driver -c /usr/bin/alert
+check "an ordinary user of the group talks to the module" 0 \
+    board-unit --script /board/scripts/modem-identity.script su driver -c /usr/bin/modem-info
+
+# Times are longer than 32 bits.
+check "a receiver in the year 2040" 0 board-unit --date 2214000000 --script /board/scripts/gps-fix.script \
+    gps-monitor --log /tmp/log
+check "the log in the year 2040" 0 grep -q 2040 /tmp/log
 
 echo "board: $passed passed, $failed failed"
 [ "$failed" -eq 0 ]

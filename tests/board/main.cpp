@@ -1,6 +1,8 @@
 // Runs a program on this machine's own drivers, with the peripherals of the virtual unit at their far ends,
 // and carries out a script meanwhile: what virtual-unit run does, but with the kernel of a unit in the
-// middle. As root, on an emulated board. usage: board-unit [--script FILE] [--log FILE] PROGRAM [ARGUMENT...]
+// middle. As root, on an emulated board.
+// usage: board-unit [--script FILE] [--log FILE] [--date SECONDS] PROGRAM [ARGUMENT...]
+// The clock of the machine is set to a date, in seconds since 1970, before anything begins.
 // Exit status: that of PROGRAM, 128+N when signal N ended it, 0 when the power was cut; 2 for a wrong script
 // or command line, 3 when a far end cannot be set up; when PROGRAM ended with 0: 5 when the script expects
 // what did not come.
@@ -23,6 +25,7 @@
 #include <stdexcept>
 #include <string>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 #include <vector>
 
@@ -50,6 +53,7 @@ struct CommandLine
 {
     std::string script;
     std::string log;
+    std::string date;
     std::vector<char*> program; ///< ends with a null
 
     static CommandLine Parse(char** arguments)
@@ -59,11 +63,16 @@ struct CommandLine
         for (; *arguments != nullptr && std::string(*arguments).starts_with("--"); arguments += 2)
         {
             const std::string option = *arguments;
-            if (arguments[1] == nullptr || (option != "--script" && option != "--log"))
+            std::string* const value = option == "--script" ? &line.script
+                                       : option == "--log"  ? &line.log
+                                       : option == "--date" ? &line.date
+                                                            : nullptr;
+            if (arguments[1] == nullptr || value == nullptr)
             {
-                throw Wrong("usage: board-unit [--script FILE] [--log FILE] PROGRAM [ARGUMENT...]");
+                throw Wrong("usage: board-unit [--script FILE] [--log FILE] [--date SECONDS] PROGRAM "
+                            "[ARGUMENT...]");
             }
-            (option == "--log" ? line.log : line.script) = arguments[1];
+            *value = arguments[1];
         }
         for (; *arguments != nullptr; ++arguments)
         {
@@ -149,8 +158,21 @@ int AwaitEnd(Program& program, Unit& unit, RunLog& log)
     return cut ? 0 : program.ExitStatus();
 }
 
+void SetClock(const std::string& date)
+{
+    const timespec time = {std::stoll(date), 0};
+    if (clock_settime(CLOCK_REALTIME, &time) != 0)
+    {
+        throw std::system_error(errno, std::generic_category(), "the clock");
+    }
+}
+
 int Run(const CommandLine& line)
 {
+    if (!line.date.empty())
+    {
+        SetClock(line.date);
+    }
     UnitOptions options;
     const Script script = line.script.empty() ? Script() : Script::Read(line.script, options);
     RunLog log(RunLog::File(line.log.empty() ? nullptr : std::fopen(line.log.c_str(), "we"), std::fclose));

@@ -31,6 +31,8 @@ protected:
     static inline Outcome check;
 };
 
+inline constexpr int NOT_EXECUTABLE = 126; ///< the status of a run whose program cannot be executed
+
 inline std::string ReadFile(const std::string& path) ///< empty when it cannot be read
 {
     std::ifstream file(path, std::ios::binary);

@@ -21,8 +21,6 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-constexpr int NOT_EXECUTABLE = 126;
-
 /// A file that anybody may execute.
 std::string Executable(const std::string& name, const std::string& content)
 {

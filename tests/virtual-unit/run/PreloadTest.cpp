@@ -34,7 +34,6 @@ using namespace VirtualUnit::Preload;
 
 constexpr const char* CANNOT =
     "static programs, and system calls that a program makes by itself, do not reach the unit";
-constexpr int NOT_EXECUTABLE = 126;
 
 /// As on a machine whose kernel or container answers so.
 RunningUnit::Options Denied(int error)

@@ -131,10 +131,23 @@ FarEnds::FarEnds(const VirtualUnit::DeviceTable& devices, const std::vector<Wire
     }
     Settle();
     thread = std::thread(&FarEnds::Carry, this);
-    AwaitNodes();
+    try
+    {
+        AwaitNodes();
+    }
+    catch (...)
+    {
+        EndThread();
+        throw;
+    }
 }
 
 FarEnds::~FarEnds()
+{
+    EndThread();
+}
+
+void FarEnds::EndThread()
 {
     eventfd_write(ending.Get(), 1);
     thread.join();

@@ -62,6 +62,7 @@ private:
     VirtualUnit::ServedDevice& Served(const std::string& path) const;
     bool Open(Line& line) const;
     void AwaitNodes() const;
+    void EndThread();
     void Carry();
     void CarryUart(Line& line);
     void CarryUsb(UsbPorts& usb);

@@ -2,7 +2,7 @@
 // and carries out a script meanwhile: what virtual-unit run does, but with the kernel of a unit in the
 // middle. As root, on an emulated board.
 // usage: board-unit [--script FILE] [--log FILE] [--date SECONDS] PROGRAM [ARGUMENT...]
-// The clock of the machine is set to a date, in seconds since 1970, before anything begins.
+// The clock of the machine is set to a date, in seconds since 1970, before the program begins.
 // Exit status: that of PROGRAM, 128+N when signal N ended it, 0 when the power was cut; 2 for a wrong script
 // or command line, 3 when a far end cannot be set up; when PROGRAM ended with 0: 5 when the script expects
 // what did not come.
@@ -169,10 +169,6 @@ void SetClock(const std::string& date)
 
 int Run(const CommandLine& line)
 {
-    if (!line.date.empty())
-    {
-        SetClock(line.date);
-    }
     UnitOptions options;
     const Script script = line.script.empty() ? Script() : Script::Read(line.script, options);
     RunLog log(RunLog::File(line.log.empty() ? nullptr : std::fopen(line.log.c_str(), "we"), std::fclose));
@@ -196,6 +192,11 @@ int Run(const CommandLine& line)
         if (PortObserver* const listener = director.ProgramListener())
         {
             output.emplace(*listener);
+        }
+        if (!line.date
+                 .empty()) // behind the kernel's work with the devices: other programs may not bear the date
+        {
+            SetClock(line.date);
         }
         Program program(line.program);
         if (output)

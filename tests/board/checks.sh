@@ -1,7 +1,7 @@
 #!/bin/sh
 # On the board: runs the examples against the peripherals behind the kernel's drivers, and says what came of it, a
 # line each: "ok - NAME" or "not ok - NAME: WHY".
-cd /tmp
+cd /tmp || exit
 
 passed=0
 failed=0
@@ -34,22 +34,37 @@ check()
     fi
 }
 
+# same NAME WANTED FOUND: passes when two texts are equal.
+same()
+{
+    echo "$2" >wanted
+    echo "$3" >found
+    if diff wanted found >differences; then
+        ok "$1"
+    else
+        not_ok "$1" "wanted < and found >" differences
+    fi
+}
+
 # Every script says in its head what it is run with, "# run: PROGRAM ARGUMENT...", with what status that ends if it is
-# not 0, "# status: 1", and how often a line is printed, if that matters, "# prints: 200 event 77".
+# not 0, "# status: 1", how often a line is printed, if that matters, "# prints: 200 event 77", and what the first
+# requests are that reach a device, "# requests of i2c-1:", a line each behind "#   ".
 for script in /board/scripts/*.script; do
     name=$(basename "$script" .script)
     status=$(sed -n 's/^# status: //p' "$script")
+    rm -rf recording
     # shellcheck disable=SC2046 # words
-    check "$name" "${status:-0}" board-unit --script "$script" $(sed -n 's/^# run: //p' "$script")
+    check "$name" "${status:-0}" board-unit --script "$script" --record recording $(sed -n 's/^# run: //p' "$script")
     times=$(sed -n 's/^# prints: \([0-9]*\) .*/\1/p' "$script")
     if [ -n "$times" ]; then
         line=$(sed -n 's/^# prints: [0-9]* //p' "$script")
-        printed=$(grep -cxF "$line" out)
-        if [ "$printed" -eq "$times" ]; then
-            ok "$name: $times times \"$line\""
-        else
-            not_ok "$name: $times times \"$line\"" "$printed times" out
-        fi
+        same "$name: $times times \"$line\"" "$times" "$(grep -cxF "$line" out)"
+    fi
+    port=$(sed -n 's/^# requests of \(.*\):$/\1/p' "$script")
+    if [ -n "$port" ]; then
+        wanted=$(sed -n 's/^#   //p' "$script")
+        same "$name: the requests of $port" "$wanted" \
+            "$(sed -n 's/^ *[0-9.]* ? "\([^"]*\)".*/\1/p' "recording/$port.port" | head -n "$(echo "$wanted" | wc -l)")"
     fi
 done
 

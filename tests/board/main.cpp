@@ -1,13 +1,15 @@
 // Runs a program on this machine's own drivers, with the peripherals of the virtual unit at their far ends,
 // and carries out a script meanwhile: what virtual-unit run does, but with the kernel of a unit in the
 // middle. As root, on an emulated board.
-// usage: board-unit [--script FILE] [--log FILE] [--date SECONDS] PROGRAM [ARGUMENT...]
-// The clock of the machine is set to a date, in seconds since 1970, before the program begins.
+// usage: board-unit [--script FILE] [--log FILE] [--record DIR] [--date SECONDS] PROGRAM [ARGUMENT...]
+// The clock of the machine is set to a date, in seconds since 1970, before the program begins. A recording is
+// what virtual-unit run --record makes, of what reaches the peripherals through the drivers.
 // Exit status: that of PROGRAM, 128+N when signal N ended it, 0 when the power was cut; 2 for a wrong script
 // or command line, 3 when a far end cannot be set up; when PROGRAM ended with 0: 5 when the script expects
 // what did not come.
 
 #include "tests/board/FarEnds.h"
+#include "virtual-unit/recording/Recorder.h"
 #include "virtual-unit/run/ProgramOutput.h"
 #include "virtual-unit/run/RunLog.h"
 #include "virtual-unit/script/Director.h"
@@ -53,6 +55,7 @@ struct CommandLine
 {
     std::string script;
     std::string log;
+    std::string record;
     std::string date;
     std::vector<char*> program; ///< ends with a null
 
@@ -63,14 +66,15 @@ struct CommandLine
         for (; *arguments != nullptr && std::string(*arguments).starts_with("--"); arguments += 2)
         {
             const std::string option = *arguments;
-            std::string* const value = option == "--script" ? &line.script
-                                       : option == "--log"  ? &line.log
-                                       : option == "--date" ? &line.date
-                                                            : nullptr;
+            std::string* const value = option == "--script"   ? &line.script
+                                       : option == "--log"    ? &line.log
+                                       : option == "--record" ? &line.record
+                                       : option == "--date"   ? &line.date
+                                                              : nullptr;
             if (arguments[1] == nullptr || value == nullptr)
             {
-                throw Wrong("usage: board-unit [--script FILE] [--log FILE] [--date SECONDS] PROGRAM "
-                            "[ARGUMENT...]");
+                throw Wrong("usage: board-unit [--script FILE] [--log FILE] [--record DIR] [--date SECONDS] "
+                            "PROGRAM [ARGUMENT...]");
             }
             *value = arguments[1];
         }
@@ -173,6 +177,15 @@ int Run(const CommandLine& line)
     const Script script = line.script.empty() ? Script() : Script::Read(line.script, options);
     RunLog log(RunLog::File(line.log.empty() ? nullptr : std::fopen(line.log.c_str(), "we"), std::fclose));
     Unit unit(options);
+    std::optional<Recorder> recorder;
+    if (!line.record.empty())
+    {
+        recorder.emplace(line.record, unit.Begin());
+        for (const Unit::Port& port : Unit::Ports(options))
+        {
+            unit.Traffic(port.path).Tell(recorder->Port(port.path));
+        }
+    }
     unit.BeginService();
     bool unexpected = false;
     const auto judge = [&](const Verdict& verdict) {
@@ -209,6 +222,10 @@ int Run(const CommandLine& line)
         director.Stop();
     }
     unit.EndService();
+    if (recorder)
+    {
+        recorder->Finish();
+    }
     for (const Verdict& verdict : director.NotReached())
     {
         if (verdict.words.starts_with("expect "))

@@ -1,6 +1,7 @@
 // What is tried on an emulated board, on the drivers of a kernel, comes out the same on the virtual unit: the
 // scripts of tests/board say what they are run with, and what is to come of it.
 
+#include "tests/kit/TempDir.h"
 #include "tests/virtual-unit/RunningUnit.h"
 #include "tests/virtual-unit/VirtualUnitTest.h"
 
@@ -29,6 +30,23 @@ std::vector<std::string> BoardScripts()
     return names;
 }
 
+constexpr std::string_view REQUEST = "#   ";
+
+/// The requests of a recorded port, as they came.
+std::vector<std::string> Requests(const fs::path& port)
+{
+    std::vector<std::string> requests;
+    for (const std::string& line : Lines(ReadFile(port)))
+    {
+        if (const auto begin = line.find(" ? \""); begin != std::string::npos)
+        {
+            const auto text = begin + 4;
+            requests.push_back(line.substr(text, line.find('"', text) - text));
+        }
+    }
+    return requests;
+}
+
 /// What the head of a script says.
 struct Head
 {
@@ -36,6 +54,8 @@ struct Head
     int status = 0;
     std::size_t times = 0; ///< that `line` is printed; any number when it is empty
     std::string line;
+    std::string port;                  ///< "i2c-1"
+    std::vector<std::string> requests; ///< that reach it first
 
     static Head Of(const fs::path& script)
     {
@@ -52,6 +72,15 @@ struct Head
                 {
                     head.command.push_back(word);
                 }
+            }
+            else if (key == "requests")
+            {
+                words >> key >> head.port;
+                head.port.pop_back(); // the colon
+            }
+            else if (text.starts_with(REQUEST))
+            {
+                head.requests.push_back(text.substr(REQUEST.size()));
             }
             else if (key == "status:")
             {
@@ -79,7 +108,8 @@ TEST_P(BoardScriptTest, ComesOutTheSameOnTheVirtualUnit)
     const std::string example = head.command.front();
     head.command.front() = fs::path(EXAMPLES) / example / example;
 
-    std::vector<std::string> arguments = {"run", "--fast", "--script", script, "--"};
+    const fs::path recording = fs::path(Kit::TempDir::Path()) / GetParam();
+    std::vector<std::string> arguments = {"run", "--fast", "--script", script, "--record", recording, "--"};
     arguments.insert(arguments.end(), head.command.begin(), head.command.end());
     const Outcome outcome = RunUnit(arguments);
 
@@ -88,6 +118,12 @@ TEST_P(BoardScriptTest, ComesOutTheSameOnTheVirtualUnit)
     {
         EXPECT_EQ(std::ranges::count(Lines(outcome.output), head.line),
                   static_cast<std::ptrdiff_t>(head.times));
+    }
+    if (!head.port.empty())
+    {
+        std::vector<std::string> requests = Requests(recording / (head.port + ".port"));
+        requests.resize(std::min(requests.size(), head.requests.size()));
+        EXPECT_EQ(requests, head.requests);
     }
 }
 

@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <string_view>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <system_error>
 #include <termios.h>
@@ -83,6 +84,18 @@ std::string AnswerBuzzerChip(const std::array<std::uint8_t, 8>& setup, std::size
         return std::string(length, '\0');
     }
 }
+
+/// Of a caller whose ioctl has no argument.
+class NoMemory : public VirtualUnit::CallerMemory
+{
+public:
+    int Read(std::uint64_t /*address*/, void* /*data*/, std::size_t /*size*/) override { return EFAULT; }
+
+    int Write(std::uint64_t /*address*/, const void* /*data*/, std::size_t /*size*/) override
+    {
+        return EFAULT;
+    }
+};
 
 std::string Read(int fd)
 {
@@ -191,6 +204,14 @@ bool FarEnds::Open(Line& line) const
     return line.port.Get() >= 0;
 }
 
+/// Whether the device has taken what was written to its port: otherwise the port would wait, and so does the
+/// host.
+bool FarEnds::TakesOutput(const Line& line) const
+{
+    NoMemory memory;
+    return !Served(line.path).Ioctl(TCSBRK, 1, memory);
+}
+
 void FarEnds::Plug(UsbPorts& ports)
 {
     for (Line& line : ports.lines)
@@ -202,10 +223,17 @@ void FarEnds::Plug(UsbPorts& ports)
     }
     ports.device = std::make_unique<UsbDevice>(
         ports.identity, ports.socket, ports.control,
-        [&ports](unsigned int interface, std::string_view bytes) {
+        [this, &ports](unsigned int interface, std::string_view bytes, bool again) {
             const auto line = std::ranges::find(ports.lines, interface, &Line::interface);
-            return line == ports.lines.end() || // nobody listens there
-                   write(line->port.Get(), bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+            if (line == ports.lines.end())
+            {
+                return true; // nobody listens there
+            }
+            if (!again)
+            {
+                [[maybe_unused]] const ssize_t count = write(line->port.Get(), bytes.data(), bytes.size());
+            }
+            return TakesOutput(*line);
         });
 }
 

@@ -61,6 +61,7 @@ private:
 
     VirtualUnit::ServedDevice& Served(const std::string& path) const;
     bool Open(Line& line) const;
+    bool TakesOutput(const Line& line) const;
     void AwaitNodes() const;
     void EndThread();
     void Carry();

@@ -296,7 +296,8 @@ void UsbDevice::AnswerInput(unsigned int interface)
 void UsbDevice::AnswerOutput(unsigned int interface)
 {
     std::deque<Request>& requests = outputs[interface];
-    while (!requests.empty() && receive(interface, requests.front().data))
+    while (!requests.empty() &&
+           receive(interface, requests.front().data, std::exchange(requests.front().handedOver, true)))
     {
         Reply(requests.front(), 0, {}, requests.front().length);
         requests.pop_front();

@@ -41,8 +41,10 @@ public:
     /// Answers a vendor's control request. @return what is read from the device, at most `length` bytes
     using Control = std::function<std::string(const std::array<std::uint8_t, 8>& setup, std::size_t length)>;
 
-    /// Takes what the host has sent to an interface. @return false: the line is stuck, and the host waits
-    using Receive = std::function<bool(unsigned int interface, std::string_view bytes)>;
+    /// Takes what the host has sent to an interface.
+    /// @param again these bytes have been handed over before, and were not taken
+    /// @return false: the line takes no output, and the host waits
+    using Receive = std::function<bool(unsigned int interface, std::string_view bytes, bool again)>;
 
     /**
      * Plugs it in.
@@ -56,7 +58,7 @@ public:
 
     void Send(unsigned int interface, std::string_view bytes); ///< to the host
 
-    void Retry(); ///< hands over once more what Receive has refused
+    void Retry(); ///< hands over once more what has not been taken
 
 private:
     struct Request
@@ -68,6 +70,7 @@ private:
         std::uint32_t length = 0;
         std::array<std::uint8_t, 8> setup{};
         std::string data;
+        bool handedOver = false;
     };
 
     void Serve();

@@ -1,11 +1,11 @@
 #include "tests/board/FarEnds.h"
 
+#include "virtual-unit/common/DescriptorsOfOthers.h"
 #include "virtual-unit/ports/ServedDevice.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <dirent.h>
 #include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
@@ -42,31 +42,13 @@ void MakeRaw(int fd)
 /// Whether another process has a file open: a line's far end that speaks to nobody is lost, not kept.
 bool IsOpen(const std::string& path)
 {
-    namespace fs = std::filesystem;
-    std::error_code error;
-    for (fs::directory_iterator process("/proc", error), end; !error && process != end;
-         process.increment(error))
-    {
-        const std::string name = process->path().filename();
-        if (name.find_first_not_of("0123456789") != std::string::npos || name == std::to_string(getpid()))
-        {
-            continue;
-        }
-        std::error_code gone;
-        for (fs::directory_iterator open(process->path() / "fd", gone); !gone && open != end;
-             open.increment(gone))
-        {
-            // The C++ library would look at the link's times, too, which overflow in 2040.
-            std::array<char, 64> target;
-            const ssize_t length = readlink(open->path().c_str(), target.data(), target.size());
-            if (std::string_view(target.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))) ==
-                path)
-            {
-                return true;
-            }
-        }
-    }
-    return false;
+    return VirtualUnit::IsAmongDescriptorsOfOthers([&path](const std::string& descriptor) {
+        // The C++ library would look at the link's times, too, which overflow in 2040.
+        std::array<char, 64> target;
+        const ssize_t length = readlink(descriptor.c_str(), target.data(), target.size());
+        return std::string_view(target.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))) ==
+               path;
+    });
 }
 
 /// The control requests of a CH340 as the kernel's driver makes them.

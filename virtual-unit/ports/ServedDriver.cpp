@@ -1,6 +1,7 @@
 #include "virtual-unit/ports/ServedDriver.h"
 
 #include "virtual-unit/common/Deadline.h"
+#include "virtual-unit/common/DescriptorsOfOthers.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +9,6 @@
 #include <chrono>
 #include <cstdint>
 #include <fcntl.h>
-#include <filesystem>
 #include <poll.h>
 #include <set>
 #include <string>
@@ -46,28 +46,15 @@ ino_t SocketOf(const Descriptor& descriptor)
 /// The sockets that other processes have open, as far as this one may see that.
 std::set<ino_t> SocketsOfOthers()
 {
-    namespace fs = std::filesystem;
     std::set<ino_t> sockets;
-    std::error_code error;
-    for (fs::directory_iterator process("/proc", error), end; !error && process != end;
-         process.increment(error))
-    {
-        const std::string name = process->path().filename();
-        if (name.find_first_not_of("0123456789") != std::string::npos || name == std::to_string(getpid()))
+    IsAmongDescriptorsOfOthers([&sockets](const std::string& path) {
+        struct stat status = {};
+        if (stat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode))
         {
-            continue;
+            sockets.insert(status.st_ino);
         }
-        std::error_code gone;
-        for (fs::directory_iterator open(process->path() / "fd", gone); !gone && open != end;
-             open.increment(gone))
-        {
-            struct stat status = {};
-            if (stat(open->path().c_str(), &status) == 0 && S_ISSOCK(status.st_mode))
-            {
-                sockets.insert(status.st_ino);
-            }
-        }
-    }
+        return false; // all of them
+    });
     return sockets;
 }
 

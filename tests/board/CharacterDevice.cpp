@@ -177,9 +177,14 @@ void CharacterDevice::Serve()
     fuse_buf buffer = {};
     while (poll(files.data(), files.size(), -1) >= 0 && files[1].revents == 0)
     {
-        if (fuse_session_receive_buf(session, &buffer) > 0)
+        const int received = fuse_session_receive_buf(session, &buffer);
+        if (received > 0)
         {
             fuse_session_process_buf(session, &buffer);
+        }
+        else if (received != -EINTR && received != -EAGAIN)
+        {
+            break; // the kernel has ended the connection
         }
     }
     std::free(buffer.mem); // NOLINT(cppcoreguidelines-no-malloc): the library's

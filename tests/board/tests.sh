@@ -1,12 +1,27 @@
 #!/bin/sh
-# On the board, in place of checks.sh: the libraries' own test programs, two at a time, a line each. A processor that is
-# emulated takes some twenty times as long as the host: the tests that are long because they do a thing a great many
-# times are left out.
+# On the board, in place of checks.sh: the scripts on the virtual unit, which runs here as on a developer's ARM board,
+# and the libraries' own test programs, two at a time, a line each. A processor that is emulated takes some twenty times
+# as long as the host: the tests that are long because they do a thing a great many times are left out.
 cd /tmp
 export LC_ALL=C.UTF-8
 export GTEST_FILTER='-*LoadTest.*:*.AThousandExchanges*:*.TenMegabytes*:*.AMegabyte*:*EveryCharacterOfUnicode*'
 
 if [ $# -eq 0 ]; then
+    for script in /board/scripts/*.script; do
+        name="$(basename "$script" .script) on the virtual unit"
+        wanted=$(sed -n 's/^# status: //p' "$script")
+        # shellcheck disable=SC2046 # words
+        timeout 300 virtual-unit run --fast --script "$script" -- $(sed -n 's/^# run: //p' "$script") >script.out 2>&1
+        status=$?
+        if [ "$status" -eq "${wanted:-0}" ]; then
+            echo "ok - $name"
+            echo 1 0 0 >"$name.counts"
+        else
+            echo "not ok - $name: status $status"
+            sed 's/^/    /' script.out
+            echo 0 1 0 >"$name.counts"
+        fi
+    done
     ls /board/tests | xargs -n 1 -P 2 "$0"
     cat ./*.counts | awk '{ good += $1; bad += $2; off += $3 }
         END { printf "board: %d passed, %d failed, %d skipped\n", good, bad, off; exit bad != 0 }'

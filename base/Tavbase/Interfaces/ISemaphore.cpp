@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <sched.h>
-#include <unistd.h>
 
 namespace Tavbase::Interfaces
 {
@@ -17,9 +16,14 @@ namespace
 constexpr int LOOKS_BEFORE_YIELD = 4;
 constexpr int YIELDS_BEFORE_SLEEP = 200;
 
+/// Not by sysconf(), which opens a file: where the application has closed a standard stream, that file has
+/// its number, and whatever another thread opens meanwhile may get it next.
 bool ManyProcessors()
 {
-    static const bool many = sysconf(_SC_NPROCESSORS_ONLN) > 1;
+    static const bool many = [] {
+        cpu_set_t own;
+        return sched_getaffinity(0, sizeof(own), &own) != 0 || CPU_COUNT(&own) > 1;
+    }();
     return many;
 }
 

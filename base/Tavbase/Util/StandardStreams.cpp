@@ -1,7 +1,12 @@
 #include "base/Tavbase/Util/StandardStreams.h"
 
+#include <array>
 #include <cerrno>
 #include <fcntl.h>
+#include <memory>
+#include <mutex>
+#include <pthread.h>
+#include <utility>
 
 namespace Tavbase::Util
 {
@@ -11,53 +16,85 @@ namespace
 
 constexpr int ABOVE = STDERR_FILENO + 1;
 
-bool AreOpen(int lowest)
+/// Of all that live, in whichever threads: a number that one of them holds looks open to another one, and
+/// would be given back under it.
+struct Holding
 {
-    for (int stream = lowest; stream < ABOVE; ++stream)
+    std::mutex lock;
+    int lives = 0;
+    std::array<bool, ABOVE> held{}; // by its number
+};
+
+Holding holding;
+
+bool IsOpen(int fd)
+{
+    return fcntl(fd, F_GETFD) >= 0;
+}
+
+/// Takes the number of a stream that is closed.
+void Hold(int stream)
+{
+    int holder = open("/", O_PATH | O_CLOEXEC);
+    if (holder >= 0 && holder != stream)
     {
-        if (fcntl(stream, F_GETFD) < 0)
+        const int other = holder;
+        holder = fcntl(other, F_DUPFD_CLOEXEC, stream);
+        close(other);
+    }
+    if (holder == stream)
+    {
+        holding.held[stream] = true;
+    }
+    else if (holder >= 0)
+    {
+        close(holder); // another thread has the number by now
+    }
+}
+
+void GiveBack()
+{
+    for (int stream = 0; stream < ABOVE; ++stream)
+    {
+        if (std::exchange(holding.held[stream], false))
         {
-            return false;
+            close(stream);
         }
     }
-    return true;
 }
+
+/// The threads that held them are the parent's, and one of them may have been at it.
+void RenewInForkedChild()
+{
+    std::destroy_at(&holding.lock);
+    std::construct_at(&holding.lock);
+    holding.lives = 0;
+    GiveBack();
+}
+
+[[maybe_unused]] const int registered = pthread_atfork(nullptr, nullptr, RenewInForkedChild);
 
 }
 
 StandardStreamsHeld::StandardStreamsHeld(int lowest)
 {
-    held.fill(-1);
-    if (AreOpen(lowest))
+    const std::lock_guard guard(holding.lock);
+    ++holding.lives;
+    for (int stream = lowest; stream < ABOVE; ++stream)
     {
-        return;
-    }
-    int holder = open("/", O_PATH | O_CLOEXEC);
-    if (holder >= 0 && holder < lowest)
-    {
-        const int low = holder;
-        holder = fcntl(low, F_DUPFD_CLOEXEC, lowest);
-        close(low);
-    }
-    for (int& one : held)
-    {
-        one = holder;
-        if (holder < 0 || holder >= ABOVE)
+        if (!IsOpen(stream))
         {
-            break; // each lower number is taken
+            Hold(stream);
         }
-        holder = fcntl(holder, F_DUPFD_CLOEXEC, lowest);
     }
 }
 
 StandardStreamsHeld::~StandardStreamsHeld()
 {
-    for (const int one : held)
+    const std::lock_guard guard(holding.lock);
+    if (holding.lives > 0 && --holding.lives == 0)
     {
-        if (one >= 0)
-        {
-            close(one);
-        }
+        GiveBack();
     }
 }
 

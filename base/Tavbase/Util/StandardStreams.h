@@ -3,7 +3,6 @@
 
 #include "base/Export.h"
 
-#include <array>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@ namespace Tavbase::Util
  * Where the application has closed a standard stream, the next file that is opened gets its number, and what
  * any thread prints goes into that file or out on that line. While one of these lives the numbers are held,
  * by what refuses every write as a closed stream does. Moving a file up once it is open would be too late.
+ * Several may live at once, in any threads: the numbers are given back with the last one.
  */
 class TAVBASE_API StandardStreamsHeld
 {
@@ -23,9 +23,6 @@ public:
     StandardStreamsHeld(const StandardStreamsHeld&) = delete;
     StandardStreamsHeld& operator=(const StandardStreamsHeld&) = delete;
     ~StandardStreamsHeld();
-
-private:
-    std::array<int, STDERR_FILENO + 2> held; ///< the last is the first number above them
 };
 
 /// open(), whose descriptor is neither standard output nor standard error.

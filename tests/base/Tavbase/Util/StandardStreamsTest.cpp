@@ -10,7 +10,9 @@
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <memory>
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -84,6 +86,37 @@ TEST(StandardStreamsTest, WhileAllAreHeldAFileGetsNoneOfTheirNumbers)
         const bool right = fd > STDERR_FILENO;
         close(fd);
         return right && AreAsBefore(closed);
+    });
+}
+
+TEST(StandardStreamsTest, TheyAreHeldAsLongAsOneOfSeveralLives)
+{
+    WithEachSetClosed([](int closed) {
+        auto first = std::make_unique<StandardStreamsHeld>(STDIN_FILENO);
+        auto second = std::make_unique<StandardStreamsHeld>();
+        first.reset();
+        const bool held = IsOpen(STDIN_FILENO) && IsOpen(STDOUT_FILENO) && IsOpen(STDERR_FILENO);
+        second.reset();
+        return held && AreAsBefore(closed);
+    });
+}
+
+TEST(StandardStreamsTest, AForkedChildHoldsNoneForTheThreadsItHasNot)
+{
+    WithEachSetClosed([](int closed) {
+        const StandardStreamsHeld streams(STDIN_FILENO);
+        const pid_t child = fork();
+        if (child == 0)
+        {
+            bool right = AreAsBefore(closed);
+            {
+                const StandardStreamsHeld again;
+                right = right && IsOpen(STDOUT_FILENO) && IsOpen(STDERR_FILENO);
+            }
+            _exit(right && AreAsBefore(closed) ? 0 : 1);
+        }
+        int status = -1;
+        return waitpid(child, &status, 0) == child && status == 0 && IsOpen(STDOUT_FILENO);
     });
 }
 

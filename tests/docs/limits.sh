@@ -12,12 +12,13 @@ complain()
     failures=$((failures + 1))
 }
 
-# "program.Instance/Suite.Test/parameter  # GetParam() = ..." is Suite.Test for a reader.
+# What the test programs list: "Instance/Suite." and below it "  Test/parameter  # GetParam() = ..." are Suite.Test for a
+# reader.
 declare -A tests
 while read -r name; do
     tests[$name]=1
-done < <("$CTEST" --test-dir "$BUILD" --show-only |
-    sed -nE 's/^ *Test +#[0-9]+: //p' | sed -E 's/^[^.]*\.//; s|^[^./]*/||; s|[/ ].*||')
+done < <(find "$BUILD/tests" -name '*_test' -type f -executable -exec {} --gtest_list_tests ';' |
+    awk '/^[^ ]/ { sub(/^.*\//, "", $1); suite = $1 } /^  / { sub(/\/.*/, "", $1); print suite $1 }' | sort -u)
 
 # Each code span of an entry, behind the entry's title; and a line with the title alone.
 spans()

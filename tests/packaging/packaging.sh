@@ -33,7 +33,8 @@ dynamic() # LIBRARY TAG: the values of that tag in the dynamic section
 check_release()
 {
     (cd "$SOURCE" && "$CMAKE" --preset release -B "$release" -DCMAKE_CXX_COMPILER="$CXX" \
-        -DTAVDEVICE_WARNINGS_AS_ERRORS=ON -DTAVDEVICE_BUILD_TESTS=OFF -DTAVDEVICE_BUILD_BENCHMARKS=OFF \
+        -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=12 -DTAVDEVICE_WARNINGS_AS_ERRORS=ON \
+        -DTAVDEVICE_BUILD_TESTS=OFF -DTAVDEVICE_BUILD_BENCHMARKS=OFF \
         -DTAVDEVICE_BUILD_EXAMPLES=OFF -DTAVDEVICE_BUILD_VIRTUAL_UNIT=OFF)
     "$CMAKE" --build "$release" --target Tavbase Tavsystem Tavdevice
 }

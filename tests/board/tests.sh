@@ -7,6 +7,8 @@ export LC_ALL=C.UTF-8
 export GTEST_FILTER='-*LoadTest.*:*.AThousandExchanges*:*.TenMegabytes*:*.AMegabyte*:*EveryCharacterOfUnicode*'
 
 if [ $# -eq 0 ]; then
+    date -s '2026-03-01 08:00:00' >/dev/null # there is no battery behind the clock
+    cp -r /board/programs/. / # where the tests that run them look for them
     for script in /board/scripts/*.script; do
         name="$(basename "$script" .script) on the virtual unit"
         wanted=$(sed -n 's/^# status: //p' "$script")

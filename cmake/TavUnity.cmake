@@ -11,33 +11,15 @@ foreach(source IN ITEMS
     examples/unit-monitor/GpsWatch.cpp
     examples/unit-monitor/KeyWatch.cpp
     examples/unit-monitor/Monitor.cpp
-    tests/DriverId/DriverIdInitTest.cpp
     tests/Gpio/GpioOutputTest.cpp
-    tests/GpsDevice/GpsReceiverTest.cpp
-    tests/Modem/Module3GCommandTest.cpp
-    tests/Modem/Module3GModuleTest.cpp
-    tests/Modem/Module3GPortTest.cpp
-    tests/Modem/Module3GSelectionTest.cpp
     tests/Modem/RepliesTest.cpp
-    tests/Sensors/BuzzerSerialTest.cpp
-    tests/SerialProtocol/ISerialCommTest.cpp
-    tests/base/Tavbase/Interfaces/IThreadTest.cpp
-    tests/base/Tavbase/Json/RoundTripTest.cpp
     tests/base/Tavbase/Util/NewDateTest.cpp
     tests/base/Tavbase/Util/TemperatureMonitorTest.cpp
     tests/base/Tavbase/Util/TickTest.cpp
     tests/base/Tavsystem/FileUtils/TavdirTest.cpp
     tests/base/Tavsystem/SysUtil/ExecSystemCmdThroughPipeTest.cpp
     tests/base/Tavsystem/System/UnmountAllTest.cpp
-    tests/virtual-unit/peripherals/CellularModuleTest.cpp
-    tests/virtual-unit/peripherals/GpsReceiverTest.cpp
     tests/virtual-unit/peripherals/KeyReaderTest.cpp
-    tests/virtual-unit/peripherals/MotionTest.cpp
-    tests/virtual-unit/peripherals/VehicleTest.cpp
-    tests/virtual-unit/recording/MaskedPiecesTest.cpp
-    tests/virtual-unit/recording/RequestRunsTest.cpp
-    tests/virtual-unit/script/ExpectTest.cpp
-    tests/virtual-unit/script/ScriptTest.cpp
     virtual-unit/peripherals/CellularModule.cpp
     virtual-unit/peripherals/CellularState.cpp
     virtual-unit/peripherals/KeyReader.cpp

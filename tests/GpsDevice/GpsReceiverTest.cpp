@@ -66,7 +66,7 @@ protected:
     GpsDevice gps;
 };
 
-Texts Lines(const std::string& block)
+Texts Sentences(const std::string& block)
 {
     Texts lines;
     for (std::size_t at = 0; at < block.size();)
@@ -113,7 +113,7 @@ TEST_F(EmulatedReceiver, AnL26IsFoundConfiguredAndRead)
         EXPECT_THAT(blocks[i], HasSubstr("$GPGGA,"));
         EXPECT_THAT(blocks[i], HasSubstr("$GPGSA,"));
         EXPECT_THAT(blocks[i], HasSubstr("$GPGSV,"));
-        const Texts sentences = Lines(blocks[i]);
+        const Texts sentences = Sentences(blocks[i]);
         EXPECT_TRUE(std::all_of(sentences.begin(), sentences.end(), IsSound)) << blocks[i];
         EXPECT_EQ(blocks[i].substr(7, 6), sentences[2].substr(7, 6)) << "RMC and GGA of the same second";
     }
@@ -129,7 +129,7 @@ TEST_F(EmulatedReceiver, AnSkm53IsFoundAndRead)
     EXPECT_THAT(FileLines(), Contains("Found SKM53 GPS module"));
     for (const std::string& block : receiver.Blocks())
     {
-        const Texts sentences = Lines(block);
+        const Texts sentences = Sentences(block);
         EXPECT_THAT(sentences.back(), StartsWith("$GPRMC,"));
         EXPECT_TRUE(std::all_of(sentences.begin(), sentences.end(), IsSound)) << block;
     }
@@ -217,7 +217,7 @@ TEST_F(EmulatedReceiver, NoiseBetweenTheSentencesLosesNone)
     EXPECT_TRUE(Blocks(3)) << "the thread goes on";
     const Texts blocks = receiver.Blocks();
     EXPECT_THAT(blocks.back(), StartsWith("$GPRMC,"));
-    const Texts sentences = Lines(blocks.back());
+    const Texts sentences = Sentences(blocks.back());
     EXPECT_TRUE(std::all_of(sentences.begin(), sentences.end(), IsSound)) << blocks.back();
 }
 
@@ -232,7 +232,7 @@ TEST_F(EmulatedReceiver, SentencesInPiecesArriveWhole)
     EXPECT_EQ(gps.GetModule(), GpsDevice::Module::SKM53);
     for (const std::string& block : receiver.Blocks())
     {
-        const Texts sentences = Lines(block);
+        const Texts sentences = Sentences(block);
         EXPECT_THAT(sentences.back(), StartsWith("$GPRMC,"));
         EXPECT_TRUE(std::all_of(sentences.begin(), sentences.end(), IsSound)) << block;
     }
@@ -250,7 +250,7 @@ TEST_F(EmulatedReceiver, AtTheLinesOwnSpeedNothingIsLost)
     for (std::size_t i = 1; i < blocks.size(); ++i)
     {
         EXPECT_THAT(blocks[i], StartsWith("$GPRMC,"));
-        const Texts sentences = Lines(blocks[i]);
+        const Texts sentences = Sentences(blocks[i]);
         EXPECT_TRUE(std::all_of(sentences.begin(), sentences.end(), IsSound)) << blocks[i];
     }
 }

@@ -363,7 +363,7 @@ std::function<std::string()> Number(int (*query)())
     return [query] { return Outcome(query(), ""); };
 }
 
-std::vector<ReplyRow> Replies()
+std::vector<ReplyRow> ReplyRows()
 {
     return {
         {"Imei", "AT+CGSN\r\n", "861075021234567", Query(Module3G::QueryModuleIMEI, Module3G::m3gIMEI),
@@ -441,7 +441,7 @@ TEST_P(PiecesTest, GiveTheResultOfTheWholeInThreePieces)
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, PiecesTest, testing::ValuesIn(Replies()),
+INSTANTIATE_TEST_SUITE_P(All, PiecesTest, testing::ValuesIn(ReplyRows()),
                          [](const testing::TestParamInfo<ReplyRow>& row) { return row.param.name; });
 
 }

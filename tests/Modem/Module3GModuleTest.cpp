@@ -27,7 +27,7 @@ using VirtualUnit::CellularModule;
 using VirtualUnit::CellularState;
 using Faults = CellularModule::Faults;
 using Port = CellularModule::Port;
-using Registration = CellularState::Registration;
+using Registered = CellularState::Registration;
 
 constexpr std::chrono::milliseconds FIRST_WAIT = CYCLE;
 
@@ -185,7 +185,7 @@ TEST_F(EmulatedModuleTest, EachRegistrationStateIsRead)
         for (int value = 0; value <= 5; ++value)
         {
             Change([](CellularState& state) { state.registrationReports = 0; }); // none in between
-            Change([&](CellularState& state) { state.registration = static_cast<Registration>(value); });
+            Change([&](CellularState& state) { state.registration = static_cast<Registered>(value); });
             Change([&](CellularState& state) { state.registrationReports = reports; });
             EXPECT_EQ(Module3G::GetRegistrationStatus(), value) << reports;
             EXPECT_EQ(Module3G::IsRegistered(), value == 1 || value == 5);
@@ -205,7 +205,7 @@ TEST_F(EmulatedModuleTest, ReportsAreSwitchedOn)
 TEST_F(EmulatedModuleTest, AReportBetweenTwoExchangesIsReadWithTheNext)
 {
     Module3G::EnableNetworkRegistration();
-    Change([](CellularState& state) { state.registration = Registration::Searching; });
+    Change([](CellularState& state) { state.registration = Registered::Searching; });
     EXPECT_EQ(Module3G::CheckSignal(), 0);
     EXPECT_THAT(Gathered(), StartsWith("\r\n+CREG: 2\r\n\r\n+CGREG: 2\r\nAT+CSQ\r"));
 }
@@ -258,7 +258,7 @@ TEST_F(EmulatedModuleTest, ThePreferredOperatorThatIsOfferedIsSelected)
 TEST_F(EmulatedModuleTest, TheModuleChoosesItsHomeNetwork)
 {
     Change([](CellularState& state) {
-        state.registration = Registration::NotSearching;
+        state.registration = Registered::NotSearching;
         state.registrationTime = 1950ms;
     });
     Module3G::PreferredOperatorList.push_back(Preferred(99902));
@@ -447,7 +447,7 @@ TEST_F(EmulatedModuleTest, AReportWithLocationInFrontOfTheAnswerIsReadAsTheAnswe
 TEST_F(EmulatedModuleTest, TheSameForAReportBetweenTwoExchanges)
 {
     Module3G::EnableNetworkRegistration();
-    Change([](CellularState& state) { state.registration = Registration::Roaming; });
+    Change([](CellularState& state) { state.registration = Registered::Roaming; });
     EXPECT_THROW(Module3G::GetRegistrationStatus(), std::invalid_argument);
     EXPECT_EQ(Module3G::GetRegistrationStatus(), 5) << "the next time";
 }

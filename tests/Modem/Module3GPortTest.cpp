@@ -26,7 +26,7 @@ namespace ModemTests
 namespace
 {
 
-constexpr const char* COMMAND = "AT+CSQ\r\n";
+constexpr const char* QUESTION = "AT+CSQ\r\n";
 constexpr const char* REFUSED = "[Module3G] Error, Input/output error\n";
 
 int OpenPort(std::string path)
@@ -201,7 +201,7 @@ TEST_F(ModemStateTest, AMissingModuleIsFourFailedWrites)
 {
     std::memset(Module3G::bufferAtCommands, 'x', 10);
     testing::internal::CaptureStdout();
-    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), -3);
+    EXPECT_EQ(Exchange(QUESTION, SHORT_CYCLES), -3);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(Clock::Elapsed(), 400ms);
     EXPECT_THAT(Kit::System::Sleeps(), ElementsAre(100ms, 100ms, 100ms, 100ms));
@@ -216,12 +216,12 @@ class OpenError : public ModemTest, public testing::WithParamInterface<int>
 
 TEST_P(OpenError, IsAFailedWriteAndTheNextExchangeWorks)
 {
-    module.Accept(COMMAND);
+    module.Accept(QUESTION);
     Kit::System::Fail("open", GetParam());
-    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), -3);
+    EXPECT_EQ(Exchange(QUESTION, SHORT_CYCLES), -3);
     EXPECT_EQ(Clock::Elapsed(), 400ms);
     EXPECT_EQ(Count("tcsetattr") + Count("close"), 0u);
-    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), 0);
+    EXPECT_EQ(Exchange(QUESTION, SHORT_CYCLES), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Errors, OpenError, testing::Values(ENOENT, EACCES, EBUSY, EMFILE, ENODEV));
@@ -246,27 +246,27 @@ class FailedWrite : public ModemTest, public testing::WithParamInterface<WriteRo
 
 TEST_P(FailedWrite, IsTriedFourTimesWithTheWholeCommand)
 {
-    module.Accept(COMMAND);
+    module.Accept(QUESTION);
     for (int failed = 1; failed <= 4; ++failed)
     {
         Kit::System::ForgetCalls();
         module.ForgetReceived();
         const auto before = Clock::Elapsed();
         Kit::System::Fail("write", GetParam().error, 1, failed, GetParam().result);
-        EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), failed < 4 ? 0 : -3) << failed;
+        EXPECT_EQ(Exchange(QUESTION, SHORT_CYCLES), failed < 4 ? 0 : -3) << failed;
         EXPECT_EQ(Clock::Elapsed() - before, failed * 100ms + (failed < 4 ? 100ms : 0ms)) << failed;
         EXPECT_EQ(Count("write"), static_cast<std::size_t>(failed < 4 ? failed + 1 : 4)) << failed;
         for (const Kit::System::Call& call : Kit::System::CallsOf("write"))
         {
             EXPECT_EQ(call.argument, 8);
         }
-        EXPECT_EQ(module.Received(), failed < 4 ? COMMAND : "") << failed;
+        EXPECT_EQ(module.Received(), failed < 4 ? QUESTION : "") << failed;
         EXPECT_EQ(Count("read"), failed < 4 ? 1u : 0u);
         EXPECT_EQ(Count("close"), 1u);
         EXPECT_TRUE(LockIsFree());
     }
-    EXPECT_EQ(Gathered(), Reply(COMMAND)) << "an exchange that was not written leaves the reply before";
-    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), 0);
+    EXPECT_EQ(Gathered(), Reply(QUESTION)) << "an exchange that was not written leaves the reply before";
+    EXPECT_EQ(Exchange(QUESTION, SHORT_CYCLES), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, FailedWrite,
@@ -323,14 +323,14 @@ TEST_F(PortTest, TheSystemsReasonIsToldWhicheverItIs)
 
 TEST_F(PortTest, AnExchangeWithRefusedSettingsThrowsAnewAndLeavesTheLock)
 {
-    module.Accept(COMMAND);
+    module.Accept(QUESTION);
     Kit::System::Fail("tcsetattr", EIO);
     testing::internal::CaptureStdout();
     std::string text;
     int code = 0;
     try
     {
-        Exchange(COMMAND, SHORT_CYCLES);
+        Exchange(QUESTION, SHORT_CYCLES);
     }
     catch (const IException& e)
     {
@@ -344,8 +344,8 @@ TEST_F(PortTest, AnExchangeWithRefusedSettingsThrowsAnewAndLeavesTheLock)
     EXPECT_EQ(Count("write") + Count("close"), 0u);
     EXPECT_THAT(Logged(), IsEmpty());
     EXPECT_TRUE(LockIsFree());
-    EXPECT_EQ(Exchange(COMMAND, SHORT_CYCLES), 0);
-    EXPECT_EQ(module.Received(), COMMAND) << "of the second exchange";
+    EXPECT_EQ(Exchange(QUESTION, SHORT_CYCLES), 0);
+    EXPECT_EQ(module.Received(), QUESTION) << "of the second exchange";
     AllowDescriptors(1);
 }
 
@@ -460,8 +460,8 @@ KIT_PROGRAM(ModemWithoutStreams)
     KIT_REQUIRE((fcntl(fd, F_GETFL) & O_NONBLOCK) != 0);
     Kit::ClosedStreams::Print();
     KIT_REQUIRE(line.Received().empty());
-    KIT_REQUIRE(write(fd, COMMAND, 8) == 8);
-    KIT_REQUIRE(line.Received() == COMMAND);
+    KIT_REQUIRE(write(fd, QUESTION, 8) == 8);
+    KIT_REQUIRE(line.Received() == QUESTION);
     close(fd);
     KIT_REQUIRE(Kit::ClosedStreams::WereKept());
     return 0;

@@ -17,7 +17,7 @@ namespace
 
 using Tavdevice::Modem::NR_OF_TRIES;
 
-constexpr const char* SCAN = "AT+COPS=?\r\n";
+constexpr const char* SCAN_OPERATORS = "AT+COPS=?\r\n";
 constexpr const char* AUTOMATIC = "AT+COPS=0\r\n";
 constexpr const char* SELECT_ONE = "AT+COPS=1,2,\"26201\",2\r\n";
 constexpr const char* SELECT_TWO = "AT+COPS=1,2,\"26202\",2\r\n";
@@ -238,16 +238,16 @@ TEST_F(SelectionTest, ASelectedRowIsUsedAgainWithoutAScan)
 TEST_F(SelectionTest, TheFirstPreferredOperatorOnOfferIsSelected)
 {
     Preferred() = {{"none", 26203, 0, false}, {"one", 26201, 0, false}, {"two", 26202, 0, false}};
-    module.Accept(SCAN, "+COPS: (1,\"Two\",\"T\",\"26202\",2),(1,\"One\",\"O\",\"26201\",0)");
+    module.Accept(SCAN_OPERATORS, "+COPS: (1,\"Two\",\"T\",\"26202\",2),(1,\"One\",\"O\",\"26201\",0)");
     module.Accept(SELECT_ONE);
     EXPECT_EQ(Module3G::SelectNetwork(), 1);
-    EXPECT_EQ(module.Received(), std::string(SCAN) + SELECT_ONE) << "the application's order wins";
+    EXPECT_EQ(module.Received(), std::string(SCAN_OPERATORS) + SELECT_ONE) << "the application's order wins";
     EXPECT_THAT(Marks(), ElementsAre(false, true, false));
     EXPECT_THAT(Logged(), ElementsAre("Operator: [Two, T, 26202, 2, 1]", "Operator: [One, O, 26201, 0, 1]"));
     EXPECT_FALSE(Module3G::autoCarrierSelection);
 
     EXPECT_EQ(Module3G::SelectNetwork(), 1);
-    EXPECT_EQ(module.Received(), std::string(SCAN) + SELECT_ONE) << "neither a scan nor a command";
+    EXPECT_EQ(module.Received(), std::string(SCAN_OPERATORS) + SELECT_ONE) << "neither a scan nor a command";
 }
 
 struct OfferRow
@@ -270,10 +270,11 @@ class Offer : public SelectionTest, public testing::WithParamInterface<OfferRow>
 TEST_P(Offer, IsJudgedByNumberAndStatus)
 {
     Preferred() = {{"one", 26201, 0, false}};
-    module.Accept(SCAN, "+COPS: (" + GetParam().status + ",\"One\",\"O\",\"" + GetParam().numeric + "\",2)");
+    module.Accept(SCAN_OPERATORS,
+                  "+COPS: (" + GetParam().status + ",\"One\",\"O\",\"" + GetParam().numeric + "\",2)");
     module.Accept(SELECT_ONE);
     EXPECT_EQ(Module3G::SelectNetwork(), 1);
-    EXPECT_EQ(module.Received(), std::string(SCAN) + (GetParam().offered ? SELECT_ONE : ""));
+    EXPECT_EQ(module.Received(), std::string(SCAN_OPERATORS) + (GetParam().offered ? SELECT_ONE : ""));
     EXPECT_THAT(Marks(), ElementsAre(GetParam().offered));
     EXPECT_EQ(NR_OF_TRIES, GetParam().offered ? 1 : 2);
     EXPECT_FALSE(Module3G::autoCarrierSelection);
@@ -293,16 +294,16 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(SelectionTest, AnOperatorOfferedSeveralTimesIsTakenWhereItIsAvailable)
 {
     Preferred() = {{"one", 26201, 0, false}};
-    module.Accept(SCAN, "+COPS: (3,\"One\",\"O\",\"26201\",2),(1,\"One\",\"O\",\"26201\",0)");
+    module.Accept(SCAN_OPERATORS, "+COPS: (3,\"One\",\"O\",\"26201\",2),(1,\"One\",\"O\",\"26201\",0)");
     module.Accept(SELECT_ONE);
     EXPECT_EQ(Module3G::SelectNetwork(), 1);
-    EXPECT_EQ(module.Received(), std::string(SCAN) + SELECT_ONE);
+    EXPECT_EQ(module.Received(), std::string(SCAN_OPERATORS) + SELECT_ONE);
 }
 
 TEST_F(SelectionTest, OnlyTheFirstOfEqualRowsIsMarked)
 {
     Preferred() = {{"one", 26201, 0, false}, {"one again", 26201, 0, false}};
-    module.Accept(SCAN, "+COPS: (1,\"One\",\"O\",\"26201\",2)");
+    module.Accept(SCAN_OPERATORS, "+COPS: (1,\"One\",\"O\",\"26201\",2)");
     module.Refuse(SELECT_ONE);
     EXPECT_EQ(Module3G::SelectNetwork(), 1);
     EXPECT_THAT(Marks(), ElementsAre(true, false)) << "marked whether the command succeeds or not";
@@ -311,11 +312,11 @@ TEST_F(SelectionTest, OnlyTheFirstOfEqualRowsIsMarked)
 TEST_F(SelectionTest, AScanThatFailsOrFindsNothingIsZero)
 {
     Preferred() = {{"one", 26201, 0, false}};
-    module.Refuse(SCAN);
+    module.Refuse(SCAN_OPERATORS);
     EXPECT_EQ(Module3G::SelectNetwork(), 0);
-    module.Accept(SCAN);
+    module.Accept(SCAN_OPERATORS);
     EXPECT_EQ(Module3G::SelectNetwork(), 0) << "no +COPS:";
-    module.Accept(SCAN, "+COPS: ");
+    module.Accept(SCAN_OPERATORS, "+COPS: ");
     EXPECT_EQ(Module3G::SelectNetwork(), 0) << "no operator";
     EXPECT_THAT(Marks(), ElementsAre(false));
     EXPECT_THAT(Logged(), IsEmpty());
@@ -326,18 +327,18 @@ TEST_F(SelectionTest, WithoutAnyTriesTheRowIsMarkedAllTheSame)
 {
     NR_OF_TRIES = 0;
     Preferred() = {{"one", 26201, 0, false}};
-    module.Accept(SCAN, "+COPS: (1,\"One\",\"O\",\"26201\",2)");
+    module.Accept(SCAN_OPERATORS, "+COPS: (1,\"One\",\"O\",\"26201\",2)");
     EXPECT_EQ(Module3G::SelectNetwork(), 1);
-    EXPECT_EQ(module.Received(), SCAN);
+    EXPECT_EQ(module.Received(), SCAN_OPERATORS);
     EXPECT_THAT(Marks(), ElementsAre(true));
 }
 
 TEST_F(SelectionTest, ExceptionsOfTheScanPass)
 {
     Preferred() = {{"one", 26201, 0, false}};
-    module.Accept(SCAN, "+COPS: (x,\"One\",\"O\",\"26201\",2)");
+    module.Accept(SCAN_OPERATORS, "+COPS: (x,\"One\",\"O\",\"26201\",2)");
     EXPECT_THROW(Module3G::SelectNetwork(), std::invalid_argument);
-    module.Accept(SCAN, "+COPS: (99999999999,\"One\",\"O\",\"26201\",2)");
+    module.Accept(SCAN_OPERATORS, "+COPS: (99999999999,\"One\",\"O\",\"26201\",2)");
     EXPECT_THROW(Module3G::SelectNetwork(), std::out_of_range);
     Kit::System::Fail("tcsetattr", EIO);
     testing::internal::CaptureStdout();

@@ -338,18 +338,18 @@ TEST_F(BuzzerTest, TheResetSequenceIsElevenWritesAndAPause)
 
 // Alerts -------------------------------------------------------------------------------------------------
 
-struct Level
+struct LevelRow
 {
     int level;
     int duration;
 };
 
-void PrintTo(const Level& level, std::ostream* out)
+void PrintTo(const LevelRow& level, std::ostream* out)
 {
     *out << level.level;
 }
 
-class BuzzerLevel : public BuzzerTest, public testing::WithParamInterface<Level>
+class BuzzerLevel : public BuzzerTest, public testing::WithParamInterface<LevelRow>
 {
 };
 
@@ -365,8 +365,9 @@ TEST_P(BuzzerLevel, HasItsDuration)
 }
 
 INSTANTIATE_TEST_SUITE_P(Levels, BuzzerLevel,
-                         testing::Values(Level{-1, 1000}, Level{0, 1000}, Level{1, 500}, Level{2, 1000},
-                                         Level{3, 2000}, Level{4, 1000}, Level{5, 1000}, Level{1000, 1000}));
+                         testing::Values(LevelRow{-1, 1000}, LevelRow{0, 1000}, LevelRow{1, 500},
+                                         LevelRow{2, 1000}, LevelRow{3, 2000}, LevelRow{4, 1000},
+                                         LevelRow{5, 1000}, LevelRow{1000, 1000}));
 
 TEST_F(BuzzerTest, CountAndDurationAreSentInDecimal)
 {

@@ -127,7 +127,7 @@ TEST(ISerialCommSendTest, TheResultIsThatOfTheLine)
 constexpr int ACKNOWLEDGED = 0;
 constexpr int STATUS = 1;
 constexpr int NO_IDENTIFIER = 2;
-constexpr int IDENTIFIER = 3;
+constexpr int SENSOR = 3;
 constexpr int UNKNOWN = 5;
 constexpr int FAILED = -1;
 
@@ -195,7 +195,7 @@ TEST_F(ISerialCommParseTest, AStatusIsOneAndItsByteIsKept)
 TEST_F(ISerialCommParseTest, AnIdentifierIsThreeAndGivenTheLastByteFirst)
 {
     ASSERT_NO_FATAL_FAILURE(Receive(Frames::Long(0x05, "\x10\x20\x30\x40\x50\x60")));
-    EXPECT_EQ(peripheral.ParseRcvMsg(out.data()), IDENTIFIER);
+    EXPECT_EQ(peripheral.ParseRcvMsg(out.data()), SENSOR);
     EXPECT_THAT(out, ElementsAre(0x60, 0x50, 0x40, 0x30, 0x20, 0x10));
     EXPECT_FALSE(BuffersKept());
     EXPECT_EQ(peripheral.ParseRcvMsg(out.data()), UNKNOWN);
@@ -208,7 +208,7 @@ TEST_F(ISerialCommParseTest, OneOfTheFirstFourBytesMakesAnIdentifier)
         std::string identifier(6, '\0');
         identifier[i] = '\x01';
         ASSERT_NO_FATAL_FAILURE(Receive(Frames::Long(0x05, identifier)));
-        EXPECT_EQ(peripheral.ParseRcvMsg(out.data()), IDENTIFIER) << i;
+        EXPECT_EQ(peripheral.ParseRcvMsg(out.data()), SENSOR) << i;
         EXPECT_EQ(out[5 - i], 1) << i;
     }
 }
@@ -231,7 +231,7 @@ TEST_F(ISerialCommParseTest, AnIdentifierThatNobodyWantsFailsAndIsKept)
     EXPECT_EQ(peripheral.ParseRcvMsg(nullptr), FAILED);
     EXPECT_TRUE(BuffersKept());
     EXPECT_EQ(peripheral.ParseRcvMsg(nullptr), FAILED);
-    EXPECT_EQ(peripheral.ParseRcvMsg(out.data()), IDENTIFIER);
+    EXPECT_EQ(peripheral.ParseRcvMsg(out.data()), SENSOR);
     EXPECT_THAT(out, ElementsAre(0x60, 0x50, 0x40, 0x30, 0x20, 0x10));
 }
 

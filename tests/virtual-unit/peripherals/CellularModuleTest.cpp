@@ -22,7 +22,6 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 using testing::StartsWith;
-using Bench = CellularBench;
 using Faults = CellularModule::Faults;
 using Port = CellularModule::Port;
 using Registration = CellularState::Registration;
@@ -37,7 +36,7 @@ const std::string POWERED_DOWN = "\r\nPOWERED DOWN\r\n";
 
 TEST(CellularModuleTest, ACommandEndsWithACarriageReturnAndLineFeedsArePassedOver)
 {
-    Bench bench;
+    CellularBench bench;
     EXPECT_EQ(bench.Ask("AT+CSQ"), "");
     EXPECT_EQ(bench.Ask("\n"), "");
     EXPECT_EQ(bench.Ask("\r"), REPLY);
@@ -59,17 +58,17 @@ TEST(CellularModuleTest, ACommandMayComeInAnyPieces)
         "ATE0\r\n",         "AT+NOSUCH\r\n"};
     for (const std::string& command : commands)
     {
-        Bench whole;
+        CellularBench whole;
         std::string expected = whole.Ask(command);
         expected += whole.WaitForText(10s);
         for (std::size_t cut = 1; cut < command.size(); ++cut)
         {
-            Bench bench;
+            CellularBench bench;
             std::string reply = bench.Ask(command.substr(0, cut));
             reply += bench.Ask(command.substr(cut));
             EXPECT_EQ(reply + bench.WaitForText(10s), expected) << command << cut;
         }
-        Bench bytewise;
+        CellularBench bytewise;
         std::string reply;
         for (const char c : command)
         {
@@ -81,21 +80,21 @@ TEST(CellularModuleTest, ACommandMayComeInAnyPieces)
 
 TEST(CellularModuleTest, ALineThatIsNoCommandIsOnlyEchoed)
 {
-    Bench bench;
+    CellularBench bench;
     EXPECT_EQ(bench.Ask("+++\r\nA\r\n"), "+++\rA\r");
     EXPECT_EQ(bench.Ask(ASK_SIGNAL), REPLY);
 }
 
 TEST(CellularModuleTest, ALineWithoutEndIsForgotten)
 {
-    Bench bench;
+    CellularBench bench;
     EXPECT_EQ(bench.Ask(std::string(3000, 'x')), "");
     EXPECT_EQ(bench.Ask(ASK_SIGNAL), REPLY);
 }
 
 TEST(CellularModuleTest, TheEchoIsSwitchedOffAndOnForEachInterface)
 {
-    Bench bench;
+    CellularBench bench;
     EXPECT_EQ(bench.Ask("ATE0\r\n"), "ATE0\r" + RESULT);
     EXPECT_EQ(bench.Ask(ASK_SIGNAL), SIGNAL + RESULT);
     EXPECT_EQ(bench.Ask("+++\r\n"), "");
@@ -114,7 +113,7 @@ TEST(CellularModuleTest, NothingComesBeforeItIsSpokenTo)
 
 TEST(CellularModuleTest, BothInterfacesHaveOneState)
 {
-    Bench bench;
+    CellularBench bench;
     bench.Ask("AT+CREG=2\r\n");
     EXPECT_THAT(bench.Ask("AT+CREG?\r\n", Port::Alternate), HasSubstr("+CREG: 2,1,\"D509\""));
     bench.module.Change([](CellularState& state) { state.rssi = 3; });
@@ -124,7 +123,7 @@ TEST(CellularModuleTest, BothInterfacesHaveOneState)
 
 TEST(CellularModuleTest, OneInterfaceAnswersWhileTheOtherIsBusy)
 {
-    Bench bench;
+    CellularBench bench;
     EXPECT_EQ(bench.Ask("AT+COPS=?\r\n"), "AT+COPS=?\r");
     EXPECT_EQ(bench.Ask(ASK_SIGNAL, Port::Alternate), REPLY);
     EXPECT_EQ(bench.Ask(ASK_SIGNAL), "") << "it waits";
@@ -133,7 +132,7 @@ TEST(CellularModuleTest, OneInterfaceAnswersWhileTheOtherIsBusy)
 
 TEST(CellularModuleTest, AReportComesOnBothInterfacesBehindAResult)
 {
-    Bench bench;
+    CellularBench bench;
     bench.module.Change([](CellularState& state) { state.registration = Registration::Searching; });
     bench.Ask("AT+CREG=1\r\nAT+COPS=0\r\n");
     EXPECT_EQ(bench.WaitForText(2s), RESULT + "\r\n+CREG: 1\r\n");
@@ -142,7 +141,7 @@ TEST(CellularModuleTest, AReportComesOnBothInterfacesBehindAResult)
 
 TEST(CellularModuleTest, AnAnswerMayComeLate)
 {
-    Bench bench;
+    CellularBench bench;
     bench.module.Spoil([](Faults& faults) { faults.delay = 700ms; });
     EXPECT_EQ(bench.Ask(ASK_SIGNAL), ECHO);
     EXPECT_EQ(bench.module.At(Port::Main).NextDeadline(), bench.now + 700ms);
@@ -160,7 +159,7 @@ TEST(CellularModuleTest, AnAnswerMayComeLate)
 
 TEST(CellularModuleTest, ADelayIsAddedToWhatACommandTakes)
 {
-    Bench bench;
+    CellularBench bench;
     bench.module.Spoil([](Faults& faults) { faults.delay = 700ms; });
     bench.Ask("AT+COPS=?\r\n");
     EXPECT_EQ(bench.module.At(Port::Main).NextDeadline(), bench.now + 5700ms);
@@ -170,7 +169,7 @@ TEST(CellularModuleTest, RepliesComeInPiecesOfAnySize)
 {
     for (std::size_t bytes = 1; bytes <= REPLY.size(); ++bytes)
     {
-        Bench bench;
+        CellularBench bench;
         Transmitter::Options line;
         line.pieceBytes = bytes;
         line.pieceGap = 10ms;
@@ -184,14 +183,14 @@ TEST(CellularModuleTest, RepliesComeInPiecesOfAnySize)
 
 TEST(CellularModuleTest, TheEchoMayBeMissing)
 {
-    Bench bench;
+    CellularBench bench;
     bench.module.Spoil([](Faults& faults) { faults.noEcho = true; });
     EXPECT_EQ(bench.Ask(ASK_SIGNAL), SIGNAL + RESULT);
 }
 
 TEST(CellularModuleTest, TheNextCommandsOrAllMayFailUnobeyed)
 {
-    Bench bench;
+    CellularBench bench;
     bench.module.Spoil([](Faults& faults) { faults.errors = 2; });
     EXPECT_EQ(bench.Ask("AT+CREG=2\r\n"), "AT+CREG=2\r" + ERROR);
     EXPECT_EQ(bench.module.State().registrationReports, 0);
@@ -209,7 +208,7 @@ TEST(CellularModuleTest, TheNextCommandsOrAllMayFailUnobeyed)
 
 TEST(CellularModuleTest, AnythingMayStandAnywhereInAReply)
 {
-    Bench bench;
+    CellularBench bench;
     const auto ask = [&](std::string Faults::*place) {
         bench.module.Spoil([&](Faults& faults) {
             faults = {};
@@ -225,7 +224,7 @@ TEST(CellularModuleTest, AnythingMayStandAnywhereInAReply)
 
 TEST(CellularModuleTest, AFloodOfTextHasNoResult)
 {
-    Bench bench;
+    CellularBench bench;
     bench.module.Spoil([](Faults& faults) { faults.flood = 4096; });
     const std::string text = bench.Ask(ASK_SIGNAL);
     EXPECT_THAT(text, SizeIs(ECHO.size() + 4096));
@@ -236,7 +235,7 @@ TEST(CellularModuleTest, AFloodOfTextHasNoResult)
 
 TEST(CellularModuleTest, ASilentModuleObeys)
 {
-    Bench bench;
+    CellularBench bench;
     bench.module.Spoil([](Faults& faults) { faults.silent = true; });
     EXPECT_EQ(bench.Ask("AT+QSCLK=1\r\n"), "");
     EXPECT_EQ(bench.module.State().slowClock, 1);
@@ -247,7 +246,7 @@ TEST(CellularModuleTest, ASilentModuleObeys)
 
 TEST(CellularModuleTest, AFaultThatIsSwitchedOnUnderWayHoldsForWhatIsNotOut)
 {
-    Bench bench;
+    CellularBench bench;
     Transmitter::Options line;
     line.pieceBytes = 8;
     line.pieceGap = 10ms;
@@ -260,7 +259,7 @@ TEST(CellularModuleTest, AFaultThatIsSwitchedOnUnderWayHoldsForWhatIsNotOut)
 
 TEST(CellularModuleTest, PowerDownIsAnsweredThenToldThenDone)
 {
-    Bench bench;
+    CellularBench bench;
     EXPECT_EQ(bench.Ask("AT+QPOWD=1\r\n"), "AT+QPOWD=1\r" + RESULT);
     EXPECT_EQ(bench.module.At(Port::Main).NextDeadline(), bench.now + 1s);
     EXPECT_EQ(bench.WaitForText(999ms), "");
@@ -280,7 +279,7 @@ TEST(CellularModuleTest, PowerDownIsAnsweredThenToldThenDone)
 
 TEST(CellularModuleTest, WhatItSentBeforeItLeftIsNotLost)
 {
-    Bench bench;
+    CellularBench bench;
     bench.Ask("AT+QPOWD=1\r\n");
     EXPECT_EQ(bench.WaitForText(10s), POWERED_DOWN);
     EXPECT_EQ(bench.WaitForText(0s, Port::Alternate), POWERED_DOWN);
@@ -288,7 +287,7 @@ TEST(CellularModuleTest, WhatItSentBeforeItLeftIsNotLost)
 
 TEST(CellularModuleTest, UnpluggedItLosesWhatIsUnderWay)
 {
-    Bench bench;
+    CellularBench bench;
     bench.Ask("AT+COPS=?\r\n");
     bench.Ask("AT+CS", Port::Alternate);
     bench.module.Unplug();
@@ -301,7 +300,7 @@ TEST(CellularModuleTest, UnpluggedItLosesWhatIsUnderWay)
 
 TEST(CellularModuleTest, PluggedInAgainItBeginsAnew)
 {
-    Bench bench;
+    CellularBench bench;
     bench.Ask("ATE0\r\nAT+CREG=2\r\nAT+CGREG=2\r\nAT+COPS=3,2\r\nAT+QCFG=\"band\",7,1\r\n");
     bench.module.Unplug();
     bench.module.PlugIn();
@@ -315,7 +314,7 @@ TEST(CellularModuleTest, PluggedInAgainItBeginsAnew)
 
 TEST(CellularModuleTest, ItMayBeUnpluggedAtATime)
 {
-    Bench bench;
+    CellularBench bench;
     Transmitter::Options line;
     line.pieceBytes = 8;
     line.pieceGap = 10ms;
@@ -329,7 +328,7 @@ TEST(CellularModuleTest, ItMayBeUnpluggedAtATime)
 
 TEST(CellularModuleTest, AnInterfaceThatHadAHostNeedsANewOne)
 {
-    Bench bench;
+    CellularBench bench;
     CellularModule::Interface& interface = bench.module.At(Port::Main);
     int woken = 0;
     interface.Attach([&] { ++woken; });
@@ -348,7 +347,7 @@ TEST(CellularModuleTest, AnInterfaceThatHadAHostNeedsANewOne)
 
 TEST(CellularModuleTest, TheOtherInterfacesHostIsWokenForAReport)
 {
-    Bench bench;
+    CellularBench bench;
     bench.Ask("AT+CREG=1\r\n");
     int woken = 0;
     bench.module.At(Port::Alternate).Attach([&] { ++woken; });
@@ -364,7 +363,7 @@ TEST(CellularModuleTest, TheOtherInterfacesHostIsWokenForAReport)
 
 TEST(CellularModuleTest, PresenceIsToldAtOnceAndAtEachChange)
 {
-    Bench bench;
+    CellularBench bench;
     std::vector<bool> told;
     bench.module.TellPresence(&told, [&](bool onBus) { told.push_back(onBus); });
     bench.module.PlugIn(); // it is
@@ -380,7 +379,7 @@ TEST(CellularModuleTest, PresenceIsToldAtOnceAndAtEachChange)
 
 TEST(CellularModuleTest, ManyThreadsMayUseItAtOnce)
 {
-    Bench bench;
+    CellularBench bench;
     std::atomic<int> replies{0};
     const auto host = [&](Port port) {
         CellularModule::Interface& interface = bench.module.At(port);

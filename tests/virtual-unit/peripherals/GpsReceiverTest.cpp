@@ -30,10 +30,10 @@ constexpr std::string_view GPS_AND_GLONASS = "$PMTK353,1,1,0,0,0*2B\r\n";
 const std::string ACKNOWLEDGEMENT = Nmea::Sentence("PMTK001,353,3");
 
 /// A receiver, switched on at `now`, and the time.
-class Bench
+class ReceiverBench
 {
 public:
-    explicit Bench(GpsReceiver::Options options = {}) : receiver(std::move(options))
+    explicit ReceiverBench(GpsReceiver::Options options = {}) : receiver(std::move(options))
     {
         receiver.Advance(now);
     }
@@ -94,7 +94,7 @@ TEST(GpsReceiverTest, AnL26SendsRmcFirst)
 {
     GpsReceiver::Options options = L26();
     options.glonassAtStart = false;
-    Bench bench(options);
+    ReceiverBench bench(options);
     bench.Wait(3s); // with its start texts
     EXPECT_THAT(Addresses(bench.NextSecond()),
                 ElementsAre("GPRMC", "GPVTG", "GPGGA", "GPGSA", "GPGSV", "GPGSV"));
@@ -102,14 +102,14 @@ TEST(GpsReceiverTest, AnL26SendsRmcFirst)
 
 TEST(GpsReceiverTest, AnSkm53SendsRmcLast)
 {
-    Bench bench(Skm53());
+    ReceiverBench bench(Skm53());
     EXPECT_THAT(Addresses(bench.NextSecond()),
                 ElementsAre("GPGGA", "GPGSA", "GPGSV", "GPGSV", "GPVTG", "GPRMC"));
 }
 
 TEST(GpsReceiverTest, AnL26SendsTextSentencesInItsFirstSeconds)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     for (int second = 1; second <= 3; ++second)
     {
         EXPECT_THAT(bench.NextSecond(), Contains(StartsWith("$GPTXT"))) << second;
@@ -119,7 +119,7 @@ TEST(GpsReceiverTest, AnL26SendsTextSentencesInItsFirstSeconds)
 
 TEST(GpsReceiverTest, AnSkm53NeverSendsTextSentences)
 {
-    Bench bench(Skm53());
+    ReceiverBench bench(Skm53());
     EXPECT_THAT(bench.NextSecond(), Each(Not(StartsWith("$GPTXT"))));
 }
 
@@ -127,7 +127,7 @@ TEST(GpsReceiverTest, EverySentenceHasItsCheckSum)
 {
     for (const GpsReceiver::Options& options : {L26(), Skm53()})
     {
-        Bench bench(options);
+        ReceiverBench bench(options);
         const std::vector<std::string> sentences = bench.Wait(60s);
         EXPECT_GE(sentences.size(), 360U);
         for (const std::string& sentence : sentences)
@@ -146,7 +146,7 @@ TEST(GpsReceiverTest, NothingComesBeforeItIsSwitchedOn)
 
 TEST(GpsReceiverTest, TheFirstSentencesComeAfterOneSecond)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     EXPECT_EQ(bench.receiver.NextDeadline(), bench.now + 1s);
     EXPECT_THAT(bench.Wait(999ms), IsEmpty());
     EXPECT_THAT(bench.Wait(1ms), Not(IsEmpty()));
@@ -157,7 +157,7 @@ TEST(GpsReceiverTest, TheSentencesOfASecondAreApart)
 {
     GpsReceiver::Options options = Skm53();
     options.sentenceGap = 5ms;
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_THAT(bench.Wait(1s), SizeIs(1));
     EXPECT_EQ(bench.receiver.NextDeadline(), bench.now + 5ms);
     EXPECT_THAT(bench.Wait(5ms), SizeIs(1));
@@ -170,7 +170,7 @@ TEST(GpsReceiverTest, TimeAndDateGoOnOverMidnight)
     using namespace std::chrono;
     GpsReceiver::Options options = Skm53();
     options.start = sys_days(2027y / December / 31) + 23h + 59min + 58s;
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_THAT(bench.WaitForText(1s), AllOf(HasSubstr("$GPRMC,235959.000,A,"), HasSubstr(",311227,,,A*")));
     EXPECT_THAT(bench.WaitForText(1s), AllOf(HasSubstr("$GPRMC,000000.000,A,"), HasSubstr(",010128,,,A*")));
 }
@@ -179,7 +179,7 @@ TEST(GpsReceiverTest, ThePositionIsThatOfTheTrack)
 {
     GpsReceiver::Options options = Skm53();
     options.track = Track({{-1.0, -2.0, 18.52}, {-1.0 - 1.0 / 60.0, -2.0, 18.52}}); // south, 10 knots
-    Bench bench(options);
+    ReceiverBench bench(options);
     bench.Wait(35s);
     const std::string text = bench.WaitForText(1s); // a tenth of a mile
     EXPECT_THAT(text, HasSubstr("$GPRMC,081536.000,A,0100.1000,S,00200.0000,W,10.00,180.00,010326,,,A*"));
@@ -191,7 +191,7 @@ TEST(GpsReceiverTest, WithoutAFixNoPositionIsSent)
 {
     GpsReceiver::Options options = Skm53();
     options.fixAfter = 2s;
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_THAT(bench.WaitForText(1s),
                 AllOf(HasSubstr("$GPRMC,081501.000,V,,,,,0.00,0.00,010326,,,N*"),
                       HasSubstr("$GPGGA,081501.000,,,,,0,00,"), HasSubstr("$GPGSA,A,1,,,,,,,,,,,,,99.99")));
@@ -201,7 +201,7 @@ TEST(GpsReceiverTest, WithoutAFixNoPositionIsSent)
 
 TEST(GpsReceiverTest, SatellitesAreLostAndFound)
 {
-    Bench bench(Skm53());
+    ReceiverBench bench(Skm53());
     EXPECT_THAT(bench.WaitForText(1s), HasSubstr(",A,48"));
     bench.receiver.faults.noSatellites = true;
     EXPECT_THAT(bench.WaitForText(1s), HasSubstr(",V,,,,,"));
@@ -211,7 +211,7 @@ TEST(GpsReceiverTest, SatellitesAreLostAndFound)
 
 TEST(GpsReceiverTest, AnL26TellsItsRelease)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     const std::string reply = bench.Ask(QUERY_RELEASE);
     EXPECT_THAT(reply, AllOf(StartsWith("$PMTK705,"), HasSubstr("Quectel-L26"), EndsWith("\r\n")));
     EXPECT_NE(Nmea::Body(reply), "");
@@ -219,7 +219,7 @@ TEST(GpsReceiverTest, AnL26TellsItsRelease)
 
 TEST(GpsReceiverTest, AnL26SwitchesGlonassOffAndOn)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     EXPECT_TRUE(bench.receiver.GlonassOn());
     EXPECT_THAT(Addresses(bench.NextSecond()),
                 AllOf(Contains("GNRMC"), Contains("GNGGA"), Contains("GLGSV")));
@@ -235,7 +235,7 @@ TEST(GpsReceiverTest, AnL26SwitchesGlonassOffAndOn)
 
 TEST(GpsReceiverTest, AnSkm53AnswersNothing)
 {
-    Bench bench(Skm53());
+    ReceiverBench bench(Skm53());
     EXPECT_EQ(bench.Ask(QUERY_RELEASE), "");
     EXPECT_EQ(bench.Ask(GPS_ONLY), "");
     EXPECT_EQ(bench.Ask("$PMTK000*32\r\n"), "");
@@ -244,14 +244,14 @@ TEST(GpsReceiverTest, AnSkm53AnswersNothing)
 
 TEST(GpsReceiverTest, OtherCommandsAreAnswered)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     EXPECT_EQ(bench.Ask("$PMTK000*32\r\n"), Nmea::Sentence("PMTK001,0,3"));
     EXPECT_EQ(bench.Ask("$PMTK220,1000*1F\r\n"), Nmea::Sentence("PMTK001,220,1"));
 }
 
 TEST(GpsReceiverTest, WhatIsNoCommandIsPassedOver)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     for (const std::string_view text :
          {"$PMTK605*32\r\n", "$PMTK605\r\n", "PMTK605*31\r\n", "\r\n\r\n", "$GPGGA*56\r\n", "$*00\r\n"})
     {
@@ -265,7 +265,7 @@ TEST(GpsReceiverTest, ACommandMayComeInPieces)
 {
     for (std::size_t cut = 0; cut <= QUERY_RELEASE.size(); ++cut)
     {
-        Bench bench(L26());
+        ReceiverBench bench(L26());
         std::string reply = bench.Ask(QUERY_RELEASE.substr(0, cut));
         reply += bench.Ask(QUERY_RELEASE.substr(cut));
         EXPECT_THAT(reply, HasSubstr("Quectel-L26")) << cut;
@@ -274,7 +274,7 @@ TEST(GpsReceiverTest, ACommandMayComeInPieces)
 
 TEST(GpsReceiverTest, AMissingReplyIsAFaultOfItsOwn)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     bench.receiver.faults.noReleaseReply = true;
     EXPECT_EQ(bench.Ask(QUERY_RELEASE), "");
     EXPECT_EQ(bench.Ask(GPS_ONLY), ACKNOWLEDGEMENT);
@@ -282,7 +282,7 @@ TEST(GpsReceiverTest, AMissingReplyIsAFaultOfItsOwn)
 
 TEST(GpsReceiverTest, AMissingAcknowledgementDoesNotMeanDisobedience)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     bench.receiver.faults.noAcknowledgement = true;
     EXPECT_EQ(bench.Ask(GPS_ONLY), "");
     EXPECT_FALSE(bench.receiver.GlonassOn());
@@ -291,7 +291,7 @@ TEST(GpsReceiverTest, AMissingAcknowledgementDoesNotMeanDisobedience)
 
 TEST(GpsReceiverTest, ASilentReceiverSendsNothingButObeys)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     bench.receiver.faults.silent = true;
     EXPECT_EQ(bench.WaitForText(5s), "");
     EXPECT_EQ(bench.Ask(GPS_ONLY), "");
@@ -303,8 +303,8 @@ TEST(GpsReceiverTest, ASilentReceiverSendsNothingButObeys)
 TEST(GpsReceiverTest, NoiseStandsBeforeTheSentencesAndIsTheSameEachRun)
 {
     GpsReceiver::Options options = Skm53();
-    Bench first(options);
-    Bench second(options);
+    ReceiverBench first(options);
+    ReceiverBench second(options);
     first.receiver.faults.noiseBytes = 50;
     second.receiver.faults.noiseBytes = 50;
     const std::vector<std::string> output = first.NextSecond();
@@ -317,7 +317,7 @@ TEST(GpsReceiverTest, NoiseStandsBeforeTheSentencesAndIsTheSameEachRun)
 
 TEST(GpsReceiverTest, CheckSumsCanBeWrong)
 {
-    Bench bench(L26());
+    ReceiverBench bench(L26());
     bench.receiver.faults.wrongCheckSums = true;
     for (const std::string& sentence : bench.Wait(20s))
     {
@@ -330,7 +330,7 @@ TEST(GpsReceiverTest, ARestartBringsTheBannerAndTheFirstSettings)
 {
     GpsReceiver::Options options = L26();
     options.fixAfter = 2s;
-    Bench bench(options);
+    ReceiverBench bench(options);
     bench.Ask(GPS_ONLY);
     bench.Wait(10500ms);
 
@@ -344,7 +344,7 @@ TEST(GpsReceiverTest, ARestartLosesWhatWasUnderWay)
 {
     GpsReceiver::Options options = L26();
     options.line.bytesPerSecond = 960;
-    Bench bench(options);
+    ReceiverBench bench(options);
     bench.receiver.Receive(QUERY_RELEASE, bench.now);
     bench.receiver.Restart(bench.now);
     EXPECT_EQ(bench.WaitForText(500ms), GpsReceiver::RESTART_BANNER);
@@ -353,9 +353,9 @@ TEST(GpsReceiverTest, ARestartLosesWhatWasUnderWay)
 TEST(GpsReceiverTest, OutputCanBeCutIntoPieces)
 {
     GpsReceiver::Options options = Skm53();
-    Bench whole(options);
+    ReceiverBench whole(options);
     options.line.pieceBytes = 7;
-    Bench cut(options);
+    ReceiverBench cut(options);
     const std::string expected = whole.WaitForText(1s);
     const std::vector<std::string> pieces = cut.NextSecond();
     EXPECT_GT(pieces.size(), expected.size() / 7);
@@ -364,7 +364,7 @@ TEST(GpsReceiverTest, OutputCanBeCutIntoPieces)
 
 TEST(GpsReceiverTest, TheLineMayBeChangedUnderWay)
 {
-    Bench bench(Skm53());
+    ReceiverBench bench(Skm53());
     bench.receiver.SetLine({.pieceBytes = 1});
     EXPECT_THAT(bench.NextSecond(), Each(SizeIs(1)));
 }
@@ -373,7 +373,7 @@ TEST(GpsReceiverTest, ARecordingIsPlayedAgainAndAgain)
 {
     GpsReceiver::Options options = L26();
     options.recording = {{"$GPRMC,1\r\n", "$GPGGA,1\r\n"}, {"$GPRMC,2\r\n"}};
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_THAT(bench.NextSecond(), ElementsAre("$GPRMC,1\r\n", "$GPGGA,1\r\n"));
     EXPECT_THAT(bench.NextSecond(), ElementsAre("$GPRMC,2\r\n"));
     EXPECT_THAT(bench.NextSecond(), ElementsAre("$GPRMC,1\r\n", "$GPGGA,1\r\n"));
@@ -392,7 +392,7 @@ TEST(GpsReceiverTest, ARecordingThatIsPlayedAgainNeverGoesBackInTime)
 {
     GpsReceiver::Options options = L26();
     options.recording = Recording();
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_EQ(bench.NextSecond(), options.recording[0]);
     EXPECT_EQ(bench.NextSecond(), options.recording[1]);
     EXPECT_THAT(bench.NextSecond(),
@@ -407,7 +407,7 @@ TEST(GpsReceiverTest, ARecordingMayBeMovedToThePresent)
     GpsReceiver::Options options = L26();
     options.recording = Recording();
     options.recordingInPresent = true; // it is switched on on 2026-03-01 at 08:15:00
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_THAT(bench.WaitForText(1s),
                 HasSubstr(Nmea::Sentence("GPRMC,081501.000,A,4800.0,N,01600.0,E,10.0,90.0,010326,,,A")));
     EXPECT_THAT(bench.WaitForText(1s), HasSubstr("GPRMC,081502.000,A,4800.1,"));
@@ -419,7 +419,7 @@ TEST(GpsReceiverTest, ARecordingHasNoFixWhereTheReceiverHasNone)
     GpsReceiver::Options options = L26();
     options.recording = Recording();
     options.fixAfter = 2s;
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_THAT(bench.NextSecond(), ElementsAre(Nmea::Sentence("GPRMC,235958.000,V,,,,,0.00,0.00,311225,,,N"),
                                                 Nmea::Sentence("GPGGA,235958.000,,,,,0,00,99.99,,M,,M,,")));
     EXPECT_THAT(bench.WaitForText(1s), HasSubstr(",A,4800.1,N,"));
@@ -433,7 +433,7 @@ TEST(GpsReceiverTest, ItsSecondsAreThoseOfItsClock)
 {
     GpsReceiver::Options options = Skm53();
     options.clockStart = SerialPeripheral::TimePoint(1h) - 10700ms; // before it is switched on
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_EQ(bench.receiver.NextDeadline(), SerialPeripheral::TimePoint(1h) + 300ms);
     EXPECT_THAT(bench.WaitForText(400ms), HasSubstr("$GPRMC,081511.000,A,"));
 }
@@ -443,7 +443,7 @@ TEST(GpsReceiverTest, ARecordingMayEnd)
     GpsReceiver::Options options = L26();
     options.recording = {{"$GPRMC,1\r\n"}};
     options.repeatRecording = false;
-    Bench bench(options);
+    ReceiverBench bench(options);
     EXPECT_THAT(bench.NextSecond(), SizeIs(1));
     EXPECT_THAT(bench.Wait(10s), IsEmpty());
 }

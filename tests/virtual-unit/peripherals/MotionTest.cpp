@@ -11,14 +11,14 @@ using namespace std::chrono_literals;
 using VirtualUnit::Motion;
 
 constexpr Motion::TimePoint BEGIN{1h};
-constexpr double TOLERANCE = 1e-9;
+constexpr double TOLERANCE_G = 1e-9;
 
 void ExpectAt(const Motion& motion, Motion::TimePoint time, double x, double y, double z)
 {
     const Motion::Acceleration felt = motion.At(time);
-    EXPECT_NEAR(felt.x, x, TOLERANCE);
-    EXPECT_NEAR(felt.y, y, TOLERANCE);
-    EXPECT_NEAR(felt.z, z, TOLERANCE);
+    EXPECT_NEAR(felt.x, x, TOLERANCE_G);
+    EXPECT_NEAR(felt.y, y, TOLERANCE_G);
+    EXPECT_NEAR(felt.z, z, TOLERANCE_G);
 }
 
 TEST(MotionTest, AtRestGravityIsFelt)

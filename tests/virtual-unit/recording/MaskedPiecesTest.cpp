@@ -19,7 +19,7 @@ using testing::IsEmpty;
 
 const std::string TEXT = "\r\n262011234567890\r\n\r\nOK\r\n";
 const std::string MASKED = "\r\n000000000000000\r\n\r\nOK\r\n";
-const Mask MASK({"262011234567890"});
+const Mask SUBSCRIBER({"262011234567890"});
 
 std::vector<Piece> All(const Mask& mask, const std::vector<Piece>& pieces)
 {
@@ -41,9 +41,9 @@ TEST(MaskedPiecesTest, ASecretMayBeSplitAnywhere)
     {
         for (std::size_t second = first; second <= TEXT.size(); ++second)
         {
-            EXPECT_THAT(All(MASK, {{1ms, TEXT.substr(0, first)},
-                                   {2ms, TEXT.substr(first, second - first)},
-                                   {3ms, TEXT.substr(second)}}),
+            EXPECT_THAT(All(SUBSCRIBER, {{1ms, TEXT.substr(0, first)},
+                                         {2ms, TEXT.substr(first, second - first)},
+                                         {3ms, TEXT.substr(second)}}),
                         ElementsAre(Piece{1ms, MASKED.substr(0, first)},
                                     Piece{2ms, MASKED.substr(first, second - first)},
                                     Piece{3ms, MASKED.substr(second)}))
@@ -61,7 +61,7 @@ TEST(MaskedPiecesTest, ASecretMayComeByteByByte)
         pieces.push_back({1ms * i, TEXT.substr(i, 1)});
         expected.push_back({1ms * i, MASKED.substr(i, 1)});
     }
-    EXPECT_THAT(All(MASK, pieces), ElementsAreArray(expected));
+    EXPECT_THAT(All(SUBSCRIBER, pieces), ElementsAreArray(expected));
 }
 
 TEST(MaskedPiecesTest, SecretsMayOverlapAcrossPieces)
@@ -72,7 +72,7 @@ TEST(MaskedPiecesTest, SecretsMayOverlapAcrossPieces)
 
 TEST(MaskedPiecesTest, OnlyPiecesInWhichASecretMayBeginAreKept)
 {
-    MaskedPieces pieces(MASK);
+    MaskedPieces pieces(SUBSCRIBER);
     EXPECT_THAT(pieces.Add({1ms, "AT+CIMI\r"}), ElementsAre(Piece{1ms, "AT+CIMI\r"}));
     EXPECT_THAT(pieces.Add({2ms, "\r\n2620"}), IsEmpty());
     EXPECT_THAT(pieces.Add({3ms, "1123"}), IsEmpty());
@@ -85,22 +85,22 @@ TEST(MaskedPiecesTest, OnlyPiecesInWhichASecretMayBeginAreKept)
 
 TEST(MaskedPiecesTest, ASecretMayBeInterleavedWithTheOtherWay)
 {
-    EXPECT_THAT(All(MASK, {{1ms, "\r\n2620"},
-                           {2ms, "AT\r", true},
-                           {3ms, "11234"},
-                           {4ms, "26", true},
-                           {5ms, "567890"},
-                           {6ms, "2011234567890", true}}),
+    EXPECT_THAT(All(SUBSCRIBER, {{1ms, "\r\n2620"},
+                                 {2ms, "AT\r", true},
+                                 {3ms, "11234"},
+                                 {4ms, "26", true},
+                                 {5ms, "567890"},
+                                 {6ms, "2011234567890", true}}),
                 ElementsAre(Piece{1ms, "\r\n0000"}, Piece{2ms, "AT\r", true}, Piece{3ms, "00000"},
                             Piece{4ms, "00", true}, Piece{5ms, "000000"}, Piece{6ms, "0000000000000", true}));
-    EXPECT_THAT(All(MASK, {{1ms, "2620112"}, {2ms, "34567890", true}}),
+    EXPECT_THAT(All(SUBSCRIBER, {{1ms, "2620112"}, {2ms, "34567890", true}}),
                 ElementsAre(Piece{1ms, "2620112"}, Piece{2ms, "34567890", true}))
         << "half of it each way is none";
 }
 
 TEST(MaskedPiecesTest, WhatIsLeftOpenDoesNotKeepTheOtherWayForEver)
 {
-    MaskedPieces pieces(MASK);
+    MaskedPieces pieces(SUBSCRIBER);
     EXPECT_THAT(pieces.Add({1ms, "2"}), IsEmpty());
     std::size_t count = 0;
     for (int i = 0; i < 5000; ++i)

@@ -30,7 +30,7 @@ std::string Text(const PortEntry& entry)
     return text + ", " + milliseconds(entry.at) + "-" + milliseconds(entry.until);
 }
 
-std::vector<std::string> Texts(const std::vector<PortEntry>& entries)
+std::vector<std::string> TextsOf(const std::vector<PortEntry>& entries)
 {
     std::vector<std::string> texts;
     std::ranges::transform(entries, std::back_inserter(texts), Text);
@@ -43,7 +43,7 @@ protected:
     std::vector<std::string> Add(char request, const std::string& answer = "0")
     {
         const auto at = 10ms * ++requests;
-        return Texts(runs.Add({std::string(1, request), answer}, at));
+        return TextsOf(runs.Add({std::string(1, request), answer}, at));
     }
 
     /// All entries of the requests, one each 10 ms.
@@ -59,7 +59,7 @@ protected:
         }
         const std::vector<PortEntry> rest = runs.Flush();
         all.insert(all.end(), rest.begin(), rest.end());
-        return Texts(all);
+        return TextsOf(all);
     }
 
     RequestRuns runs;
@@ -112,7 +112,7 @@ TEST_F(RequestRunsTest, AnotherAnswerIsAnotherRequest)
     EXPECT_THAT(Add('A', "1"), IsEmpty());
     EXPECT_THAT(Add('A', "2"), IsEmpty());
     EXPECT_THAT(Add('A', "2"), ElementsAre("A, 10-10", "A, 20-20"));
-    EXPECT_THAT(Texts(runs.Flush()), ElementsAre("A x 2, 30-40"));
+    EXPECT_THAT(TextsOf(runs.Flush()), ElementsAre("A x 2, 30-40"));
 }
 
 TEST_F(RequestRunsTest, AnEntryIsGivenOutAsSoonAsItIsCertain)
@@ -125,7 +125,7 @@ TEST_F(RequestRunsTest, AnEntryIsGivenOutAsSoonAsItIsCertain)
     EXPECT_THAT(Add('H'), testing::SizeIs(6));
     EXPECT_THAT(Add('H'), IsEmpty());
     EXPECT_THAT(Add('I'), ElementsAre("H x 3, 80-100"));
-    EXPECT_THAT(Texts(runs.Flush()), ElementsAre("I, 110-110"));
+    EXPECT_THAT(TextsOf(runs.Flush()), ElementsAre("I, 110-110"));
     EXPECT_THAT(runs.Flush(), IsEmpty());
 }
 

@@ -26,13 +26,13 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string MODEM = "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0";
+const std::string MODEM_LINE = "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0";
 constexpr int FAILED = 5;
 
 /// A command line of the shell that sends a command to the module.
 std::string Send(const std::string& command)
 {
-    return "exec 3<>" + MODEM + "; stty raw -echo <&3; printf '" + command + "\\r\\n' >&3; ";
+    return "exec 3<>" + MODEM_LINE + "; stty raw -echo <&3; printf '" + command + "\\r\\n' >&3; ";
 }
 
 class ExpectTest : public VirtualUnitTest
@@ -255,8 +255,8 @@ std::string DocumentedScript()
 TEST_F(ExpectTest, TheTestOfTheDocumentCannotPassWhenTheApplicationAborts)
 {
     const std::string application = Send("AT+CSQ") +
-                                    "cat <&3 > /dev/null; echo the module is gone; while ! test -e " + MODEM +
-                                    "; do sleep 0.5; done; ";
+                                    "cat <&3 > /dev/null; echo the module is gone; while ! test -e " +
+                                    MODEM_LINE + "; do sleep 0.5; done; ";
     const std::string text = DocumentedScript();
     const std::string obedient = "trap 'exit 0' TERM; ";
     const std::string wait = "while :; do sleep 0.5; done";

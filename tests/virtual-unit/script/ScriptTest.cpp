@@ -28,7 +28,7 @@ using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 
-const std::string MODEM = "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0";
+const std::string MODEM_PORT = "/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0";
 const std::string BUZZER = "/dev/serial/by-id/usb-1a86_USB2.0-Serial-if00-port0";
 
 class ScriptTest : public VirtualUnitTest
@@ -208,7 +208,7 @@ TEST_F(ScriptTest, ItWaitsForWhatTheProgramSendsAndGets)
                                "when modem hears AT+CSQ\n+0 gps well\n"
                                "when events hears pin 103 = 1\n+0.1 ignition on\n";
     const std::string ask =
-        "exec 3<>" + MODEM + "; stty raw -echo <&3; printf 'AT+CSQ\\r\\n' >&3; head -c 28 <&3; ";
+        "exec 3<>" + MODEM_PORT + "; stty raw -echo <&3; printf 'AT+CSQ\\r\\n' >&3; head -c 28 <&3; ";
     const Outcome once = Shell(ask + "sleep 0.1", script);
     EXPECT_EQ(once.status, 0) << once.errors;
     EXPECT_THAT(Log(), ElementsAre("script: gps lost", "script: gps found", "script: gps silent",
@@ -325,7 +325,7 @@ TEST_F(ScriptTest, ThePortsTellHowTheyAre)
         Lines(output),
         AllOf(testing::Contains("/dev/ttymxc0           GPS receiver L26, no satellites"),
               testing::Contains("/dev/ttymxc2           driver-ID reader, key 00A1B2C3D4E5"),
-              testing::Contains(MODEM + " cellular module UC15, registration roaming, signal 20"),
+              testing::Contains(MODEM_PORT + " cellular module UC15, registration roaming, signal 20"),
               testing::Contains(BUZZER + " buzzer board, unplugged"),
               testing::Contains("/dev/i2c-1             I2C adapter, accelerometer MMA8451Q at 0x1C, dead"),
               testing::Contains(
@@ -344,7 +344,7 @@ TEST_F(ScriptTest, ThePortsTellHowTheyAre)
 
 TEST_F(ScriptTest, WhatIsPulledOutHangsUpAndComesBackAsANewFile)
 {
-    for (const auto& [name, port] : {std::pair("modem", MODEM), std::pair("buzzer", BUZZER)})
+    for (const auto& [name, port] : {std::pair("modem", MODEM_PORT), std::pair("buzzer", BUZZER)})
     {
         const std::string step = std::string("step ") + name;
         const Outcome outcome = Shell("exec 3<>" + port + "; " + step + " unplug; cat <&3; test -e " + port +
@@ -358,8 +358,8 @@ TEST_F(ScriptTest, WhatIsPulledOutHangsUpAndComesBackAsANewFile)
 TEST_F(ScriptTest, TheModuleAnswersOnItsNewPorts)
 {
     const std::string ask = "stty raw -echo <&3; printf 'AT+CSQ\\r\\n' >&3; head -c 28 <&3; ";
-    const Outcome outcome = Shell("exec 3<>" + MODEM + "; " + ask +
-                                  "step modem unplug; step modem plug; exec 3<>" + MODEM + "; " + ask);
+    const Outcome outcome = Shell("exec 3<>" + MODEM_PORT + "; " + ask +
+                                  "step modem unplug; step modem plug; exec 3<>" + MODEM_PORT + "; " + ask);
     EXPECT_EQ(outcome.status, 0) << outcome.errors;
     const std::string reply = "AT+CSQ\r\r\n+CSQ: 20,99\r\n\r\nOK\r\n";
     EXPECT_EQ(outcome.output, reply + reply);
@@ -392,7 +392,7 @@ TEST_F(ScriptTest, AWriteToABridgeThatIsGoneFailsAsTheKernelHasIt)
 
 TEST_F(ScriptTest, ALineThatIsStuckTakesNoOutputUntilItIsWell)
 {
-    for (const auto& [name, port] : {std::pair("modem", MODEM), std::pair("buzzer", BUZZER)})
+    for (const auto& [name, port] : {std::pair("modem", MODEM_PORT), std::pair("buzzer", BUZZER)})
     {
         const Outcome outcome = RunProgram(
             DRIVER_PROBE, {"stuck", port},

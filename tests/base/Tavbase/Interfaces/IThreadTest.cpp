@@ -49,15 +49,15 @@ static_assert(std::has_virtual_destructor_v<IThread::IThreadDelegate>);
 constexpr milliseconds POLL{1000}; // the second duration, as all callers pass it
 
 /// A thread whose operations are set by the test; what it runs is kept in order.
-class Probe : public IThread
+class ThreadProbe : public IThread
 {
 public:
-    explicit Probe(const std::string& threadName = "PROBE") { name = threadName; }
+    explicit ThreadProbe(const std::string& threadName = "PROBE") { name = threadName; }
 
-    Probe(const Probe&) = delete;
-    Probe& operator=(const Probe&) = delete;
+    ThreadProbe(const ThreadProbe&) = delete;
+    ThreadProbe& operator=(const ThreadProbe&) = delete;
 
-    ~Probe() override { Stop(); }
+    ~ThreadProbe() override { Stop(); }
 
     int RunBefore() override
     {
@@ -133,7 +133,7 @@ protected:
 
 TEST_F(IThreadTest, IsIdleUntilItIsStarted)
 {
-    const Probe probe;
+    const ThreadProbe probe;
     LetOthersRun();
     EXPECT_FALSE(probe.IsRunning());
     EXPECT_THAT(probe.Events(), IsEmpty());
@@ -142,7 +142,7 @@ TEST_F(IThreadTest, IsIdleUntilItIsStarted)
 
 TEST_F(IThreadTest, RunsBeforeThenTheStepsThenAfter)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] { probe.ThreadSleep(10ms, POLL); };
     EXPECT_TRUE(probe.Start());
     EXPECT_TRUE(probe.IsRunning());
@@ -156,7 +156,7 @@ TEST_F(IThreadTest, RunsBeforeThenTheStepsThenAfter)
 
 TEST_F(IThreadTest, RunsOnAThreadOfItsOwnAndAllThreeOnTheSame)
 {
-    Probe probe;
+    ThreadProbe probe;
     std::vector<std::thread::id> ids;
     const auto note = [&ids] { ids.push_back(std::this_thread::get_id()); };
     probe.before = [&] {
@@ -178,7 +178,7 @@ TEST_F(IThreadTest, RunsOnAThreadOfItsOwnAndAllThreeOnTheSame)
 
 TEST_F(IThreadTest, ZeroFromRunBeforeEndsItAfterRunAfterWithoutARun)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.before = [] { return 0; };
     EXPECT_TRUE(probe.Start());
     EXPECT_TRUE(probe.HasEnded());
@@ -190,7 +190,7 @@ TEST_F(IThreadTest, AnyOtherValueFromRunBeforeGoesOn)
 {
     for (const int value : {1, 2, -1})
     {
-        Probe probe;
+        ThreadProbe probe;
         probe.before = [value] { return value; };
         probe.Start();
         EXPECT_TRUE(probe.HasEnded());
@@ -217,7 +217,7 @@ TEST_F(IThreadTest, TheVirtualOperationsStandInTheStatedSlotsAfterTheDestructor)
     EXPECT_EQ(Tests::VirtualSlot(&IThread::Stopping), 5);
     EXPECT_EQ(Tests::VirtualSlot(&IThread::Cancel), -1);
     // The table pointer is the first word of the object.
-    const Probe probe;
+    const ThreadProbe probe;
     EXPECT_EQ(static_cast<const void*>(&probe),
               static_cast<const void*>(static_cast<const IThread*>(&probe)));
 }
@@ -226,7 +226,7 @@ TEST_F(IThreadTest, TheVirtualOperationsStandInTheStatedSlotsAfterTheDestructor)
 
 TEST_F(IThreadTest, StopEndsASleepAtOnce)
 {
-    Probe probe;
+    ThreadProbe probe;
     bool slept = true;
     probe.step = [&] { slept = probe.ThreadSleep(1h, POLL); };
     probe.Start();
@@ -239,7 +239,7 @@ TEST_F(IThreadTest, StopEndsASleepAtOnce)
 
 TEST_F(IThreadTest, ThreadSleepLastsItsFirstDurationWhateverTheSecond)
 {
-    Probe probe;
+    ThreadProbe probe;
     std::vector<std::chrono::nanoseconds> ends;
     probe.step = [&] {
         for (const milliseconds poll : {milliseconds(1), POLL, milliseconds(1h)})
@@ -259,7 +259,7 @@ TEST_F(IThreadTest, ThreadSleepLastsItsFirstDurationWhateverTheSecond)
 
 TEST_F(IThreadTest, TheLongestAndTheShortestDurationDoNotOverflow)
 {
-    Probe probe;
+    ThreadProbe probe;
     bool shortest = false;
     probe.step = [&] {
         shortest = probe.ThreadSleep(milliseconds::min(), POLL);
@@ -275,7 +275,7 @@ TEST_F(IThreadTest, TheLongestAndTheShortestDurationDoNotOverflow)
 
 TEST_F(IThreadTest, ThreadSleepDoesNotBeginAfterTheRequest)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] {
         probe.Cancel();
         EXPECT_FALSE(probe.ThreadSleep(1h, POLL));
@@ -288,7 +288,7 @@ TEST_F(IThreadTest, ThreadSleepDoesNotBeginAfterTheRequest)
 
 TEST_F(IThreadTest, StoppingIsCalledAsTheStopBeginsOnTheThreadThatStops)
 {
-    Probe probe;
+    ThreadProbe probe;
     ISemaphore wake;
     std::thread::id stopper;
     int steps = 0;
@@ -317,7 +317,7 @@ TEST_F(IThreadTest, StoppingIsCalledAsTheStopBeginsOnTheThreadThatStops)
 
 TEST_F(IThreadTest, StopWaitsUntilRunAfterHasReturned)
 {
-    Probe probe;
+    ThreadProbe probe;
     std::atomic<bool> returned{false};
     probe.step = [&] { probe.ThreadSleep(1h, POLL); };
     probe.after = [&] {
@@ -333,7 +333,7 @@ TEST_F(IThreadTest, StopWaitsUntilRunAfterHasReturned)
 
 TEST_F(IThreadTest, StopOfAThreadThatDoesNotRunDoesNothing)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.Stop();
     EXPECT_THAT(probe.Events(), IsEmpty());
     probe.Start();
@@ -345,7 +345,7 @@ TEST_F(IThreadTest, StopOfAThreadThatDoesNotRunDoesNothing)
 
 TEST_F(IThreadTest, StopFromTheThreadItselfEndsItWithoutWaiting)
 {
-    Probe probe;
+    ThreadProbe probe;
     bool wentOn = false;
     probe.step = [&] {
         probe.Stop();
@@ -359,7 +359,7 @@ TEST_F(IThreadTest, StopFromTheThreadItselfEndsItWithoutWaiting)
 
 TEST_F(IThreadTest, TwoThreadsMayStopItAtOnce)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] { probe.ThreadSleep(1h, POLL); };
     probe.after = [&] { std::this_thread::sleep_for(50ms); };
     probe.Start();
@@ -387,7 +387,7 @@ TEST_F(IThreadTest, AStopThatComesBeforeTheThreadHasBegunStillGetsItsBeforeAndAf
 {
     for (int i = 0; i < 50; ++i)
     {
-        Probe probe;
+        ThreadProbe probe;
         probe.step = [&] { probe.ThreadSleep(1h, POLL); };
         probe.Start();
         probe.Stop();
@@ -403,7 +403,7 @@ TEST_F(IThreadTest, AStopThatComesBeforeTheThreadHasBegunStillGetsItsBeforeAndAf
 
 TEST_F(IThreadTest, CancelFromWithinRunMakesTheStepTheLastOne)
 {
-    Probe probe;
+    ThreadProbe probe;
     int steps = 0;
     probe.step = [&] {
         if (++steps == 3)
@@ -418,7 +418,7 @@ TEST_F(IThreadTest, CancelFromWithinRunMakesTheStepTheLastOne)
 
 TEST_F(IThreadTest, CancelFromWithinRunBeforeMeansNoRun)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.before = [&] {
         probe.Cancel();
         return 1;
@@ -430,7 +430,7 @@ TEST_F(IThreadTest, CancelFromWithinRunBeforeMeansNoRun)
 
 TEST_F(IThreadTest, CancelFromOutsideDoesNotWaitForTheLoop)
 {
-    Probe probe;
+    ThreadProbe probe;
     ISemaphore wake;
     probe.step = [&] { wake.Wait(); };
     probe.Start();
@@ -446,7 +446,7 @@ TEST_F(IThreadTest, CancelFromOutsideDoesNotWaitForTheLoop)
 
 TEST_F(IThreadTest, CancelEndsASleepAtOnceWithoutStopping)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] { probe.ThreadSleep(1h, POLL); };
     probe.Start();
     LetOthersRun();
@@ -459,7 +459,7 @@ TEST_F(IThreadTest, CancelEndsASleepAtOnceWithoutStopping)
 
 TEST_F(IThreadTest, TheThreadItselfSeesThatItsEndIsRequestedAndNoOtherThreadDoes)
 {
-    Probe probe;
+    ThreadProbe probe;
     std::vector<bool> seen;
     ISemaphore wake;
     probe.step = [&] {
@@ -484,7 +484,7 @@ TEST_F(IThreadTest, TheThreadItselfSeesThatItsEndIsRequestedAndNoOtherThreadDoes
 
 TEST_F(IThreadTest, CancelOfAThreadThatDoesNotRunDoesNothing)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.Cancel();
     EXPECT_TRUE(probe.Start());
     EXPECT_TRUE(probe.HasEnded());
@@ -495,7 +495,7 @@ TEST_F(IThreadTest, CancelOfAThreadThatDoesNotRunDoesNothing)
 
 TEST_F(IThreadTest, StartGivesFalseWhileItRuns)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] { probe.ThreadSleep(1h, POLL); };
     EXPECT_TRUE(probe.Start());
     EXPECT_FALSE(probe.Start());
@@ -507,7 +507,7 @@ TEST_F(IThreadTest, StartGivesFalseWhileItRuns)
 
 TEST_F(IThreadTest, StartGivesFalseOnTheThreadItselfAndWhileACancelledStepStillRuns)
 {
-    Probe probe;
+    ThreadProbe probe;
     ISemaphore wake;
     std::atomic<bool> fromWithin{true};
     probe.step = [&] {
@@ -525,7 +525,7 @@ TEST_F(IThreadTest, StartGivesFalseOnTheThreadItselfAndWhileACancelledStepStillR
 
 TEST_F(IThreadTest, CanBeStartedAgainAfterAStop)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] { probe.ThreadSleep(1s, POLL); };
     for (int round = 1; round <= 3; ++round)
     {
@@ -540,7 +540,7 @@ TEST_F(IThreadTest, CanBeStartedAgainAfterAStop)
 
 TEST_F(IThreadTest, CanBeStartedAgainAfterItEndedByItself)
 {
-    Probe probe; // its step cancels
+    ThreadProbe probe; // its step cancels
     for (int round = 1; round <= 3; ++round)
     {
         EXPECT_TRUE(probe.Start());
@@ -551,7 +551,7 @@ TEST_F(IThreadTest, CanBeStartedAgainAfterItEndedByItself)
 
 TEST_F(IThreadTest, CanBeStartedAgainAfterAnException)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [] { throw std::runtime_error("boom"); };
     probe.Start();
     EXPECT_TRUE(probe.HasEnded());
@@ -564,7 +564,7 @@ TEST_F(IThreadTest, CanBeStartedAgainAfterAnException)
 
 TEST_F(IThreadTest, CanBeStartedAgainAfterRunBeforeEndedIt)
 {
-    Probe probe;
+    ThreadProbe probe;
     int results = 0;
     probe.before = [&] { return results++; };
     probe.Start();
@@ -576,7 +576,7 @@ TEST_F(IThreadTest, CanBeStartedAgainAfterRunBeforeEndedIt)
 
 TEST_F(IThreadTest, AThousandRoundsOfStartAndStop)
 {
-    Probe probe;
+    ThreadProbe probe;
     int balance = 0;
     probe.before = [&] {
         ++balance;
@@ -596,7 +596,7 @@ TEST_F(IThreadTest, AThousandRoundsOfStartAndStop)
 
 TEST_F(IThreadTest, StopDoesNotWaitForAThreadThatWasStartedAfterItsRequest)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] { probe.ThreadSleep(1h, POLL); };
     bool startedAgain = false;
     probe.stopping = [&] {
@@ -615,7 +615,7 @@ TEST_F(IThreadTest, StopDoesNotWaitForAThreadThatWasStartedAfterItsRequest)
 
 TEST_F(IThreadTest, StartsAndStopsOfManyThreadsAtOnceNeitherBlockNorMix)
 {
-    Probe probe;
+    ThreadProbe probe;
     std::atomic<int> inside{0};
     probe.before = [&] {
         EXPECT_EQ(++inside, 1) << "never two threads of one object";
@@ -679,7 +679,7 @@ private:
 
 TEST_F(IThreadTest, AThreadThatCannotBeCreatedIsLoggedAndStartGivesFalse)
 {
-    Probe probe;
+    ThreadProbe probe;
     {
         const NoThreads none;
         EXPECT_FALSE(probe.Start());
@@ -697,7 +697,7 @@ TEST_F(IThreadTest, AThreadThatCannotBeCreatedIsLoggedAndStartGivesFalse)
 
 TEST_F(IThreadTest, AnExceptionThatLeavesRunIsLoggedAndEndsTheThread)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [] { throw std::runtime_error("boom"); };
     probe.Start();
     EXPECT_TRUE(probe.HasEnded());
@@ -708,7 +708,7 @@ TEST_F(IThreadTest, AnExceptionThatLeavesRunIsLoggedAndEndsTheThread)
 
 TEST_F(IThreadTest, AnExceptionThatLeavesRunBeforeMeansNoRun)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.before = []() -> int { throw Tavbase::IException("refused", -1); };
     probe.Start();
     EXPECT_TRUE(probe.HasEnded());
@@ -718,7 +718,7 @@ TEST_F(IThreadTest, AnExceptionThatLeavesRunBeforeMeansNoRun)
 
 TEST_F(IThreadTest, AnExceptionThatLeavesRunAfterIsLoggedToo)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [] { throw std::runtime_error("first"); };
     probe.after = [] { throw std::logic_error("second"); };
     probe.Start();
@@ -729,7 +729,7 @@ TEST_F(IThreadTest, AnExceptionThatLeavesRunAfterIsLoggedToo)
 
 TEST_F(IThreadTest, AnExceptionOfNoStandardTypeIsLoggedWithoutAText)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [] { throw 42; };
     probe.Start();
     EXPECT_TRUE(probe.HasEnded());
@@ -746,7 +746,7 @@ TEST_F(IThreadTest, AnExceptionOfNoStandardTypeIsLoggedWithoutAText)
 
 TEST_F(IThreadTest, AnExceptionInTheMiddleOfALogLineCompletesTheLine)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [] {
         Logger::GetInstance() << LogType::Warning << "half a line";
         throw std::runtime_error("boom");
@@ -766,7 +766,7 @@ TEST_F(IThreadTest, AnObjectMayBeDestroyedRightAfterStart)
     std::atomic<int> ended{0};
     for (int i = 0; i < 200; ++i)
     {
-        Probe probe;
+        ThreadProbe probe;
         probe.before = [&] {
             ++started;
             return 1;
@@ -781,10 +781,10 @@ TEST_F(IThreadTest, AnObjectMayBeDestroyedRightAfterStart)
 }
 
 /// Forgets to stop its thread, which sleeps when the object goes.
-class Forgetful : public IThread
+class ForgetfulThread : public IThread
 {
 public:
-    explicit Forgetful(std::atomic<int>& stepCount) : steps(stepCount) {}
+    explicit ForgetfulThread(std::atomic<int>& stepCount) : steps(stepCount) {}
 
     void Run() override
     {
@@ -800,7 +800,7 @@ TEST_F(IThreadTest, TheBaseEndsAThreadThatWasForgotten)
 {
     std::atomic<int> steps{0};
     {
-        Forgetful forgetful(steps);
+        ForgetfulThread forgetful(steps);
         forgetful.Start();
         LetOthersRun();
         EXPECT_TRUE(forgetful.IsRunning());
@@ -811,7 +811,7 @@ TEST_F(IThreadTest, TheBaseEndsAThreadThatWasForgotten)
 
 TEST_F(IThreadTest, AnObjectWhoseThreadEndedByItselfIsJustDestroyed)
 {
-    auto probe = std::make_unique<Probe>();
+    auto probe = std::make_unique<ThreadProbe>();
     probe->Start();
     EXPECT_TRUE(probe->HasEnded());
     probe.reset();
@@ -820,10 +820,10 @@ TEST_F(IThreadTest, AnObjectWhoseThreadEndedByItselfIsJustDestroyed)
 
 // Callbacks --------------------------------------------------------------------------------------------
 
-class Receiver : public IThread::IThreadDelegate
+class ReceivingThread : public IThread::IThreadDelegate
 {
 public:
-    explicit Receiver(std::function<void(void*)> action) : received(std::move(action)) {}
+    explicit ReceivingThread(std::function<void(void*)> action) : received(std::move(action)) {}
 
     void ThreadCallback(void* value) override { received(value); }
 
@@ -833,11 +833,11 @@ private:
 
 TEST_F(IThreadTest, CallsItsReceiversInTheOrderInWhichTheyWereAdded)
 {
-    Probe probe;
+    ThreadProbe probe;
     std::vector<std::string> calls;
     int value = 0;
-    Receiver first([&](void* given) { calls.emplace_back(given == &value ? "first" : "wrong"); });
-    Receiver second([&](void* given) { calls.emplace_back(given == &value ? "second" : "wrong"); });
+    ReceivingThread first([&](void* given) { calls.emplace_back(given == &value ? "first" : "wrong"); });
+    ReceivingThread second([&](void* given) { calls.emplace_back(given == &value ? "second" : "wrong"); });
     probe.AddCallback(&second);
     probe.AddCallback(nullptr);
     probe.AddCallback(&first);
@@ -848,10 +848,10 @@ TEST_F(IThreadTest, CallsItsReceiversInTheOrderInWhichTheyWereAdded)
 
 TEST_F(IThreadTest, CallsTheReceiversOnTheThreadThatDelivers)
 {
-    Probe probe;
+    ThreadProbe probe;
     std::thread::id id;
     std::thread::id stepId;
-    Receiver receiver([&](void*) { id = std::this_thread::get_id(); });
+    ReceivingThread receiver([&](void*) { id = std::this_thread::get_id(); });
     probe.AddCallback(&receiver);
     probe.DoCallback(nullptr);
     EXPECT_EQ(id, std::this_thread::get_id());
@@ -869,17 +869,17 @@ TEST_F(IThreadTest, CallsTheReceiversOnTheThreadThatDelivers)
 
 TEST_F(IThreadTest, ADeliveryWithoutReceiversDoesNothing)
 {
-    Probe probe;
+    ThreadProbe probe;
     probe.DoCallback(&probe);
     EXPECT_THAT(probe.Events(), IsEmpty());
 }
 
 TEST_F(IThreadTest, AReceiverThatIsAddedWithinADeliveryGetsTheNextOne)
 {
-    Probe probe;
+    ThreadProbe probe;
     int late = 0;
-    Receiver second([&](void*) { ++late; });
-    Receiver first([&](void*) { probe.AddCallback(&second); });
+    ReceivingThread second([&](void*) { ++late; });
+    ReceivingThread first([&](void*) { probe.AddCallback(&second); });
     probe.AddCallback(&first);
     probe.DoCallback(nullptr);
     EXPECT_EQ(late, 0);
@@ -889,8 +889,8 @@ TEST_F(IThreadTest, AReceiverThatIsAddedWithinADeliveryGetsTheNextOne)
 
 TEST_F(IThreadTest, AReceiverMayStopTheThread)
 {
-    Probe probe;
-    Receiver receiver([&](void*) { probe.Stop(); });
+    ThreadProbe probe;
+    ReceivingThread receiver([&](void*) { probe.Stop(); });
     probe.AddCallback(&receiver);
     probe.step = [&] { probe.DoCallback(nullptr); };
     probe.Start();
@@ -900,8 +900,8 @@ TEST_F(IThreadTest, AReceiverMayStopTheThread)
 
 TEST_F(IThreadTest, AnExceptionOfAReceiverIsOneOfTheStep)
 {
-    Probe probe;
-    Receiver receiver([](void*) { throw std::runtime_error("receiver"); });
+    ThreadProbe probe;
+    ReceivingThread receiver([](void*) { throw std::runtime_error("receiver"); });
     probe.AddCallback(&receiver);
     probe.step = [&] { probe.DoCallback(nullptr); };
     probe.Start();
@@ -911,9 +911,9 @@ TEST_F(IThreadTest, AnExceptionOfAReceiverIsOneOfTheStep)
 
 TEST_F(IThreadTest, ADeliveryAllocatesNothing)
 {
-    Probe probe;
+    ThreadProbe probe;
     int calls = 0;
-    Receiver receiver([&](void*) { ++calls; });
+    ReceivingThread receiver([&](void*) { ++calls; });
     probe.AddCallback(&receiver);
     probe.AddCallback(&receiver);
     const std::int64_t before = Kit::Leaks::AllocationsMade();
@@ -929,9 +929,9 @@ TEST_F(IThreadTest, ADeliveryAllocatesNothing)
 
 TEST_F(IThreadTest, CarriesItsNameForTheSystemsTools)
 {
-    Probe probe("GPS-DEVICE");
-    Probe longName("A-NAME-OF-22-CHARACTERS");
-    for (Probe* each : {&probe, &longName})
+    ThreadProbe probe("GPS-DEVICE");
+    ThreadProbe longName("A-NAME-OF-22-CHARACTERS");
+    for (ThreadProbe* each : {&probe, &longName})
     {
         each->step = [each] { each->ThreadSleep(1h, POLL); };
         each->Start();
@@ -946,7 +946,7 @@ TEST_F(IThreadTest, CarriesItsNameForTheSystemsTools)
 TEST_F(IThreadTest, TakesNoSignalMeantForTheApplication)
 {
     KIT_SKIP_EMULATED("it has not all of the real-time signals");
-    Probe probe;
+    ThreadProbe probe;
     sigset_t mask;
     sigset_t mine;
     sigset_t mineAfter;
@@ -979,7 +979,7 @@ TEST_F(IThreadTest, InAForkedChildItIsSaidToRunThoughTheThreadIsNotThere)
 {
     KIT_SKIP_EMULATED("it has a thread of its own");
     ISemaphore held;
-    Probe probe;
+    ThreadProbe probe;
     probe.step = [&] {
         held.Wait();
         probe.Cancel();

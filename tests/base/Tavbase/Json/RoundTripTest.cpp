@@ -9,39 +9,39 @@ using JsonTest::IsSame;
 namespace
 {
 
-constexpr std::uint64_t SEED = 20260301;
+constexpr std::uint64_t VALUES_SEED = 20260301;
 constexpr int DOCUMENTS = 3000;
 
 }
 
 TEST(JsonRoundTrip, WhatWasWrittenReadsAsTheSameDocument)
 {
-    Documents documents(SEED);
+    Documents documents(VALUES_SEED);
     for (int i = 0; i < DOCUMENTS; ++i)
     {
         const Value document = documents.Make(6);
         const std::string text = Serialize(document);
         const Value again = Deserialize(text);
-        ASSERT_TRUE(IsSame(document, again)) << "seed " << SEED << ", document " << i << ": " << text;
-        ASSERT_EQ(Serialize(again), text) << "seed " << SEED << ", document " << i;
+        ASSERT_TRUE(IsSame(document, again)) << "seed " << VALUES_SEED << ", document " << i << ": " << text;
+        ASSERT_EQ(Serialize(again), text) << "seed " << VALUES_SEED << ", document " << i;
     }
 }
 
 TEST(JsonRoundTrip, ACopyIsTheSameDocument)
 {
-    Documents documents(SEED + 1);
+    Documents documents(VALUES_SEED + 1);
     for (int i = 0; i < DOCUMENTS; ++i)
     {
         const Value document = documents.Make(6);
         const Value copy = document; // NOLINT(performance-unnecessary-copy-initialization): what is tested
         ASSERT_TRUE(IsSame(document, copy))
-            << "seed " << SEED + 1 << ", document " << i << ": " << Serialize(document);
+            << "seed " << VALUES_SEED + 1 << ", document " << i << ": " << Serialize(document);
     }
 }
 
 TEST(JsonRoundTrip, AGeneratedDocumentIsRefusedWhereverItIsCutShort)
 {
-    Documents documents(SEED + 2);
+    Documents documents(VALUES_SEED + 2);
     for (int i = 0; i < 200; ++i)
     {
         Array around; // so that no shorter text is a whole value
@@ -50,7 +50,7 @@ TEST(JsonRoundTrip, AGeneratedDocumentIsRefusedWhereverItIsCutShort)
         for (std::size_t length = 0; length < text.size(); ++length)
         {
             ASSERT_THROW(Deserialize(text.substr(0, length)), JsonException)
-                << "seed " << SEED + 2 << ", document " << i << ", " << length << " bytes of " << text;
+                << "seed " << VALUES_SEED + 2 << ", document " << i << ", " << length << " bytes of " << text;
         }
     }
 }

@@ -38,8 +38,11 @@ std::string Angle(double degrees, int degreeDigits, char positive, char negative
 class Fields
 {
 public:
-    explicit Fields(const std::string& sentence)
+    explicit Fields(const std::string& line)
     {
+        const std::size_t dollar = line.rfind('$');
+        head = line.substr(0, dollar == std::string::npos ? 0 : dollar);
+        const std::string sentence = line.substr(head.size());
         const std::size_t end = std::min(sentence.find('*'), sentence.find_last_not_of("\r\n") + 1);
         tail = sentence.substr(end);
         sumIsRight = !Body(sentence).empty();
@@ -86,10 +89,11 @@ public:
         {
             text += "," + fields[i];
         }
-        return sumIsRight ? Sentence(std::string_view(text).substr(1)) : text + tail;
+        return head + (sumIsRight ? Sentence(std::string_view(text).substr(1)) : text + tail);
     }
 
 private:
+    std::string head;                ///< a sentence that was cut off: the line goes on with another's '$'
     std::vector<std::string> fields; ///< the first one with its '$'
     std::string tail;                ///< behind the fields
     bool sumIsRight;

@@ -118,6 +118,15 @@ TEST(NmeaTest, AWrongOrMissingCheckSumStaysWhatItIs)
               "$GPRMC,081501,V,,,,,,,010326,,,N\r\n");
 }
 
+TEST(NmeaTest, WhatWasCutOffByTheNextSentenceStaysInFrontOfIt)
+{
+    const std::string cut = "$GNGNS,081500.00,4812.0*00,$GPG";
+    EXPECT_EQ(Nmea::Later(cut + Nmea::Sentence("GPRMC,081500,A,4800.0,N,01600.0,E,10.0,90.0,010326"), 1s),
+              cut + Nmea::Sentence("GPRMC,081501,A,4800.0,N,01600.0,E,10.0,90.0,010326"));
+    EXPECT_EQ(Nmea::WithoutFix(cut + Nmea::Sentence("GPGLL,4800.0,N,01600.0,E,081500,A,A")),
+              cut + Nmea::Sentence("GPGLL,,,,,081500,V,N"));
+}
+
 TEST(NmeaTest, TheTimeOfAnEpochIsThatOfItsRmc)
 {
     using namespace std::chrono;

@@ -234,7 +234,7 @@ std::optional<Outcome> DecodeName(TextCursor& cursor, std::size_t room)
         return std::nullopt;
     }
     name.pop_back();
-    if (name.size() > room)
+    if (name.size() > room || name.find('\0') != std::string::npos) // it would end there
     {
         return std::nullopt;
     }

@@ -162,7 +162,7 @@ TEST_F(RequestTextTest, TheNameEndsWithItsZero)
 
 TEST_F(RequestTextTest, WhatIsNoneIsNotDecoded)
 {
-    const std::pair<const char*, const char*> rows[] = {
+    const std::pair<const char*, std::string> rows[] = {
         {"", "0"},
         {"pin", "0"},
         {"pin 103", "0"},
@@ -185,6 +185,7 @@ TEST_F(RequestTextTest, WhatIsNoneIsNotDecoded)
         {"name 4", "'x"},
         {"name 4", "'"},
         {"name 4", "'12345'"},
+        {"name 4", "'1\0002'"s},
         {"info", "bus 0x0003"},
         {"info", "bus 0x0003, vendor 0x10000, product 0x0001"},
         {"select 1C", "0"},

@@ -2,6 +2,7 @@
 
 #include "tests/fuzz/Target.h"
 #include "tests/kit/LogCapture.h"
+#include "virtual-unit/ports/DeviceTable.h"
 
 #include <algorithm>
 #include <exception>
@@ -31,6 +32,8 @@ namespace fs = std::filesystem;
 class FuzzTest : public testing::TestWithParam<Fuzz::Targets::value_type>
 {
 protected:
+    static void SetUpTestSuite() { VirtualUnit::DeviceTable::UnitPaths(); } // made once, and nobody's leak
+
     Kit::LogCapture log; // keeps it off the terminal
 };
 

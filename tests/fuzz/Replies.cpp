@@ -49,7 +49,9 @@ FUZZ_TARGET(Replies)
 {
     const std::string reply(input);
     const auto part = [&reply](const std::string& text) { return reply.find(text) != std::string::npos; };
-    const auto fifteen = [](const std::string& text) { return text.size() == 15; };
+    const auto fifteen = [](const std::string& text) {
+        return text.size() == 15 && text.find_first_of("\r\n") == std::string::npos;
+    };
     const auto any = [](int) { return true; };
 
     TryReply([&] { return Replies::Imei(reply); }, RANGE, fifteen);
@@ -61,9 +63,9 @@ FUZZ_TARGET(Replies)
     TryReply([&] { return Replies::Voltage(reply); }, RANGE, any);
     TryReply([&] { return Replies::SignalQuality(reply); }, INVALID | RANGE, any);
     TryReply([&] { return Replies::RegistrationState(reply); }, INVALID,
-             [](int state) { return state >= -9 && state <= 9; });
+             [](int state) { return state >= 0 && state <= 9; });
     TryReply([&] { return Replies::CarrierName(reply); }, NOTHING,
-             [&reply](const std::string& text) { return text.size() <= reply.size(); });
+             [](const std::string& text) { return text.find('"') == std::string::npos; });
 
     std::list<Tavdevice::Modem::Operator> list(1);
     TryReply([&] { return Replies::Operators(reply, list); }, INVALID | RANGE,

@@ -43,7 +43,8 @@ unsigned int Number(const std::string& value, unsigned int least, unsigned int m
 double Real(const std::string& value, double least, double most, const std::string& what)
 {
     double number = 0;
-    const char* const begin = value.data() + (value.starts_with('+') ? 1 : 0);
+    const bool plus = value.starts_with('+') && !value.starts_with("+-");
+    const char* const begin = value.data() + (plus ? 1 : 0);
     const auto [end, error] = std::from_chars(begin, value.data() + value.size(), number);
     if (error != std::errc() || end != value.data() + value.size() || !(number >= least && number <= most))
     {
@@ -95,7 +96,8 @@ std::chrono::sys_time<std::chrono::milliseconds> Moment(const std::string& value
     }
     // NOLINTEND(cert-err34-c)
     const year_month_day date = std::chrono::year(year) / std::chrono::month(month) / std::chrono::day(day);
-    if (*rest != '\0' || !date.ok() || hour > 23 || minute > 59 || !(second >= 0 && second < 60))
+    if (rest != value.c_str() + value.size() || !date.ok() || hour > 23 || minute > 59 ||
+        !(second >= 0 && second < 60) || zoneHours > 23 || zoneMinutes > 59)
     {
         Refuse(value, REASON);
     }

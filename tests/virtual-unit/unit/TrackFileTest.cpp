@@ -157,9 +157,21 @@ TEST(ValuesTest, MomentsAreThoseOfIso8601)
     EXPECT_EQ(Values::Moment("2040-02-29T00:00:00Z"), sys_days(2040y / February / 29));
     for (const char* const text :
          {"", "now", "2026-03", "2026-13-01", "2026-02-29", "2026-03-01T25:00", "2026-03-01T08:15:60Z",
-          "2026-03-01T08:15:00 CET", "2026-03-01T", "2026-03-01T08:15:", "2026-03-01T08:15Zulu"})
+          "2026-03-01T08:15:00 CET", "2026-03-01T", "2026-03-01T08:15:", "2026-03-01T08:15Zulu",
+          "2026-03-01T08:15:00+-5:00", "2026-03-01T08:15:00+01:-1", "2026-03-01T08:15:00+24:00"})
     {
         EXPECT_THROW(Values::Moment(text), Values::Wrong) << text;
+    }
+    EXPECT_THROW(Values::Moment(std::string("2026-03-01\0T08:15Z", 18)), Values::Wrong);
+}
+
+TEST(ValuesTest, ANumberHasOneSignAtMost)
+{
+    EXPECT_EQ(Values::Real("+1.5", -90, 90), 1.5);
+    EXPECT_EQ(Values::Real("-1.5", -90, 90), -1.5);
+    for (const char* const text : {"+-1.5", "-+1.5", "++1.5", "--1.5", "+", "-"})
+    {
+        EXPECT_THROW(Values::Real(text, -90, 90), Values::Wrong) << text;
     }
 }
 

@@ -44,6 +44,8 @@ FUZZ_TARGET(Values)
     TryValue([&] {
         const double number = Values::Real(text, -90, 90);
         FUZZ_REQUIRE(number >= -90 && number <= 90);
+        FUZZ_REQUIRE(text.find_first_of("+-", 1) == std::string::npos ||
+                     text.find_first_of("eE") != std::string::npos);
     });
     TryValue([&] {
         const auto moment = Values::Moment(text);

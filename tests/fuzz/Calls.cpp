@@ -69,7 +69,7 @@ public:
         {
             return EFAULT;
         }
-        const std::size_t begin = address - MEMORY;
+        const auto begin = static_cast<std::size_t>(address - MEMORY);
         const std::size_t end = memory.find('\0', begin);
         path = memory.substr(begin, end - begin);
         return path.size() >= PATH_MAX ? ENAMETOOLONG : end == std::string::npos ? EFAULT : 0;

@@ -77,12 +77,13 @@ TEST_P(FuzzTest, WhatIsKeptIsTaken)
 INSTANTIATE_TEST_SUITE_P(Each, FuzzTest, testing::ValuesIn(Fuzz::All()),
                          [](const auto& target) { return target.param.first; });
 
-/// A folder that belongs to no target is never read.
+/// A folder that belongs to no target is never read. (Not every build has every target.)
 TEST(FuzzCorpusTest, EachFolderBelongsToATarget)
 {
     for (const auto& entry : fs::directory_iterator(FUZZ_CORPUS))
     {
-        EXPECT_EQ(Fuzz::All().count(entry.path().filename().string()), 1U) << entry.path();
+        const std::string name = entry.path().filename();
+        EXPECT_TRUE(fs::exists(fs::path(FUZZ_CORPUS).parent_path() / (name + ".cpp"))) << name;
     }
 }
 

@@ -136,7 +136,11 @@ bool GpioCore::Pool(int& trigger)
         Print("Event module driver could not be open.");
         return false;
     }
-    pollfd device = fds[0]; // its own: several threads may wait
+    const auto opened = [] {
+        const std::scoped_lock lock(mGpio);
+        return fds[0];
+    };
+    pollfd device = opened(); // its own: several threads may wait
     const int ready = wait.During([&device] { return poll(&device, 1, WITHOUT_LIMIT); });
     if (ready < 1)
     {

@@ -3,6 +3,7 @@
 
 #include "base/Export.h"
 #include "base/Tavbase/Interfaces/IError.h"
+#include "base/ThreadSafety.h"
 
 #include <array>
 #include <mutex>
@@ -83,8 +84,8 @@ public:
 
 private:
     static std::mutex mGpio; ///< held around opening, closing and each pin write, never across a wait
-    static bool initialized;
-    static std::array<pollfd, 2> fds; ///< the first is the device
+    static bool initialized TAV_GUARDED_BY(mGpio);
+    static std::array<pollfd, 2> fds TAV_GUARDED_BY(mGpio); ///< the first is the device
 };
 
 }

@@ -5,6 +5,7 @@
 #include "Modem/Operator.h"
 #include "Modem/PreferredOperator.h"
 #include "base/Export.h"
+#include "base/ThreadSafety.h"
 
 #include <atomic>
 #include <chrono>
@@ -265,7 +266,7 @@ public:
     static Module3GSignalStatus signal_status; ///< by CheckSignal()
 
     /// The reply of the latest exchange, at most 4096 bytes and a zero byte. It lives as long as the process.
-    static char* bufferAtCommands;
+    static char* bufferAtCommands TAV_POINTEE_GUARDED_BY(mutexATCommands);
 
     std::string label; ///< for the application
     int counter = 0;   ///< for the application

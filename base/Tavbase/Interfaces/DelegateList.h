@@ -1,6 +1,8 @@
 #ifndef BASE_TAVBASE_INTERFACES_DELEGATELIST_H
 #define BASE_TAVBASE_INTERFACES_DELEGATELIST_H
 
+#include "base/ThreadSafety.h"
+
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -53,7 +55,7 @@ private:
     }
 
     mutable std::mutex access;
-    std::shared_ptr<const List> delegates = std::make_shared<const List>();
+    std::shared_ptr<const List> delegates TAV_GUARDED_BY(access) = std::make_shared<const List>();
 };
 
 }

@@ -2,6 +2,7 @@
 #define BASE_TAVBASE_INTERFACES_IERROR_H
 
 #include "base/Export.h"
+#include "base/ThreadSafety.h"
 
 #include <exception>
 #include <mutex>
@@ -68,8 +69,8 @@ protected:
 
 private:
     mutable std::mutex access;
-    Record record;
-    bool recorded = false;
+    Record record TAV_GUARDED_BY(access);
+    bool recorded TAV_GUARDED_BY(access) = false;
 };
 
 }

@@ -129,7 +129,7 @@ void Worker::Interrupt()
                 // The thread is joined only under `lifecycle`, so that its handle is good here.
                 InterruptSignal::Send(thread.native_handle());
             }
-            changed.wait_for(state, INTERRUPT_INTERVAL, [this] { return !running; });
+            changed.wait_for(state, INTERRUPT_INTERVAL, [this]() TAV_REQUIRES(access) { return !running; });
         }
     }
     Join();
@@ -162,7 +162,7 @@ bool Worker::Sleep(std::chrono::milliseconds duration)
     const auto bounded =
         std::clamp<std::chrono::milliseconds>(duration, std::chrono::milliseconds::zero(), LONGEST_SLEEP);
     std::unique_lock state(access);
-    return !changed.wait_for(state, bounded, [this] { return stopRequested; });
+    return !changed.wait_for(state, bounded, [this]() TAV_REQUIRES(access) { return stopRequested; });
 }
 
 bool Worker::IsRunning() const

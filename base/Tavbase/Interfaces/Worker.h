@@ -1,6 +1,8 @@
 #ifndef BASE_TAVBASE_INTERFACES_WORKER_H
 #define BASE_TAVBASE_INTERFACES_WORKER_H
 
+#include "base/ThreadSafety.h"
+
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -84,13 +86,13 @@ private:
     void MarkEnded();
 
     std::mutex lifecycle; ///< one Start() or Join() at a time; never taken by the thread itself
-    std::thread thread;   ///< under `lifecycle`
+    std::thread thread TAV_GUARDED_BY(lifecycle);
 
     mutable std::mutex access;
     std::condition_variable changed;
-    bool stopRequested = false;
-    bool running = false;
-    std::thread::id self;
+    bool stopRequested TAV_GUARDED_BY(access) = false;
+    bool running TAV_GUARDED_BY(access) = false;
+    std::thread::id self TAV_GUARDED_BY(access);
 
     std::atomic<bool> accepts{false}; ///< system calls may be interrupted now
     bool progress = false;            ///< the thread's own

@@ -1,5 +1,7 @@
 #include "base/Tavbase/Util/StandardStreams.h"
 
+#include "base/ThreadSafety.h"
+
 #include <array>
 #include <cerrno>
 #include <fcntl.h>
@@ -21,8 +23,8 @@ constexpr int ABOVE = STDERR_FILENO + 1;
 struct Holding
 {
     std::mutex lock;
-    int lives = 0;
-    std::array<bool, ABOVE> held{}; // by its number
+    int lives TAV_GUARDED_BY(lock) = 0;
+    std::array<bool, ABOVE> held TAV_GUARDED_BY(lock){}; // by its number
 };
 
 Holding holding;
@@ -33,7 +35,7 @@ bool IsOpen(int fd)
 }
 
 /// Takes the number of a stream that is closed.
-void Hold(int stream)
+void Hold(int stream) TAV_REQUIRES(holding.lock)
 {
     int holder = open("/", O_PATH | O_CLOEXEC);
     if (holder >= 0 && holder != stream)
@@ -52,7 +54,7 @@ void Hold(int stream)
     }
 }
 
-void GiveBack()
+void GiveBack() TAV_REQUIRES(holding.lock)
 {
     for (int stream = 0; stream < ABOVE; ++stream)
     {
@@ -64,7 +66,7 @@ void GiveBack()
 }
 
 /// The threads that held them are the parent's, and one of them may have been at it.
-void RenewInForkedChild()
+void RenewInForkedChild() TAV_LOCKS_UNSEEN
 {
     std::destroy_at(&holding.lock);
     std::construct_at(&holding.lock);

@@ -2,6 +2,7 @@
 #define BASE_TAVBASE_UTIL_TICK_H
 
 #include "base/Export.h"
+#include "base/ThreadSafety.h"
 
 #include <cstdint>
 #include <mutex>
@@ -37,8 +38,8 @@ private:
     constexpr Tick() noexcept = default;
 
     mutable std::mutex access;
-    std::uint64_t count = 0; ///< the count at the time `since`
-    std::int64_t since = 0;  ///< nanoseconds of the monotonic clock
+    std::uint64_t count TAV_GUARDED_BY(access) = 0; ///< the count at the time `since`
+    std::int64_t since TAV_GUARDED_BY(access) = 0;  ///< nanoseconds of the monotonic clock
 
     static Tick instance;
 };

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # limits.sh: whether docs/limits.md names what there is. Each of its entries ("###") has a header, which names the page
-# in turn, and a test of this build. The environment says what CMakeLists.txt knows.
+# in turn, and a test of this build. And whether SECURITY.md does. The environment says what CMakeLists.txt knows.
 set -euo pipefail
 
 page=$SOURCE/docs/limits.md
@@ -55,5 +55,13 @@ for title in "${!headers[@]}"; do
     ((shown[$title])) || complain "$title: no test"
 done
 ((${#headers[@]} > 0)) || complain "no entry"
+
+# SECURITY.md names tests and fuzz targets.
+while read -r name; do
+    [[ -n ${tests[$name]:-} ]] || complain "SECURITY.md: there is no test $name"
+done < <(grep -oE '`[A-Z][A-Za-z0-9]*\.[A-Z][A-Za-z0-9]*[a-z]`' "$SOURCE/SECURITY.md" | grep -vE '\.(Test)`|SuiteName' | tr -d '`')
+while read -r name; do
+    [[ -f $SOURCE/tests/fuzz/$name.cpp ]] || complain "SECURITY.md: there is no fuzz target $name"
+done < <(grep -oE 'fuzz target [A-Za-z0-9]+' "$SOURCE/SECURITY.md" | sed 's/.* //')
 echo "${#headers[@]} entries, $failures complaints"
 ((failures == 0))

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <fcntl.h>
 #include <iostream>
+#include <new>
 #include <string>
 #include <sys/ioctl.h>
 #include <thread>
@@ -95,8 +96,15 @@ bool GpioCore::SetPin(unsigned int pin, unsigned int value)
 
 bool GpioCore::ShutDown()
 {
-    Tavsystem::System::UnmountAll();
-    Print("POWER OFF, Bye.");
+    try
+    {
+        Tavsystem::System::UnmountAll();
+        Print("POWER OFF, Bye.");
+    }
+    catch (const std::bad_alloc&)
+    {
+        // What could be unmounted without memory is; the unit goes off all the same.
+    }
     return SetPin(POWER_LINE, 0);
 }
 

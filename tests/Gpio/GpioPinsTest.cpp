@@ -422,6 +422,21 @@ TEST_F(GpioShutDownTest, UnmountsThenSaysSoThenCutsThePower)
     EXPECT_THAT(log.File(), IsEmpty());
 }
 
+TEST_F(GpioShutDownTest, WithoutMemoryThePowerIsCutAllTheSame)
+{
+    constexpr std::int64_t ALL = 1'000'000;
+    if (!Kit::Leaks::CanCount())
+    {
+        GTEST_SKIP() << "under a sanitizer memory cannot be refused here";
+    }
+    syncs.reserve(8);
+    Kit::Leaks::RefuseAllocations(1, ALL);
+    const bool done = GpioCore::ShutDown();
+    EXPECT_GT(Kit::Leaks::RefusalsDone(), 0);
+    EXPECT_TRUE(done);
+    EXPECT_THAT(driver.Writes(), ElementsAre(PinWrite{105, 0, 0ms}));
+}
+
 TEST_F(GpioShutDownTest, AVolumeThatStaysMountedAndADriverThatRefusesDoNotStopIt)
 {
     System::Fail("umount2", EBUSY, 1, 2);

@@ -6,12 +6,9 @@
 #include "tests/kit/Interruptions.h"
 #include "tests/kit/Leaks.h"
 #include "tests/kit/ThreadNames.h"
-#include "virtual-unit/time/Real.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdint>
-#include <pthread.h>
 #include <type_traits>
 
 using testing::Contains;
@@ -20,24 +17,6 @@ using testing::IsEmpty;
 using testing::IsSupersetOf;
 using testing::Not;
 using testing::SizeIs;
-
-namespace
-{
-
-/// The thread that cannot be created, counted from now; 0: all can.
-std::atomic<int> threadToRefuse{0};
-
-}
-
-extern "C" __attribute__((visibility("default"))) int
-pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*work)(void*), void* argument)
-{
-    if (threadToRefuse > 0 && --threadToRefuse == 0)
-    {
-        return EAGAIN;
-    }
-    return REAL_CALL(pthread_create)(thread, attributes, work, argument);
-}
 
 namespace GpioTests
 {
@@ -346,7 +325,7 @@ class LedsRefusedTest : public LedsTest, public testing::WithParamInterface<int>
 TEST_P(LedsRefusedTest, PassAnExceptionOnLeaveNothingAndLetItBeTriedAgain)
 {
     const std::size_t threads = ThreadNames().size();
-    threadToRefuse = GetParam();
+    System::RefuseThreads(GetParam());
     const std::string name = GetParam() == 1 ? "LED-LEFT" : "LED-RIGHT";
     try
     {

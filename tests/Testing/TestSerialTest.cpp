@@ -3,6 +3,7 @@
 #include "Testing/TestSerial.h"
 #include "tests/kit/Child.h"
 #include "tests/kit/ClosedStreams.h"
+#include "tests/kit/Emulator.h"
 #include "tests/kit/MessageDevice.h"
 #include "tests/kit/System.h"
 #include "tests/kit/Terminal.h"
@@ -174,6 +175,7 @@ TEST_F(TestSerialUartTest, SettingsThatAreRefusedAreTold)
 
 TEST_F(TestSerialTest, ATerminalOfAMainlineKernelRefusesTheRequests)
 {
+    KIT_SKIP_EMULATED("requests of terminals that it does not know");
     const Kit::Terminal uart(UART);
     EXPECT_EQ(Run(), 0);
     EXPECT_EQ(output, "");
@@ -262,6 +264,7 @@ bool ThisMachineHasTheUart()
 
 TEST(ExportedMainTest, AMainInAStaticLibraryBehindTheLibraryIsNotTaken)
 {
+    KIT_SKIP_EMULATED("other programs of the unit");
     if (ThisMachineHasTheUart())
     {
         GTEST_SKIP() << "this machine has such a UART, which is not to be touched";
@@ -273,6 +276,7 @@ TEST(ExportedMainTest, AMainInAStaticLibraryBehindTheLibraryIsNotTaken)
 
 TEST(ExportedMainTest, AMainInAStaticLibraryBeforeTheLibraryIsTaken)
 {
+    KIT_SKIP_EMULATED("other programs of the unit");
     const Kit::ChildResult result = RunAlone(MAIN_BEFORE);
     EXPECT_EQ(result.exitStatus, 7);
     EXPECT_EQ(result.output, "its own main\n");
@@ -280,6 +284,7 @@ TEST(ExportedMainTest, AMainInAStaticLibraryBeforeTheLibraryIsTaken)
 
 TEST(TavBenchTest, TheProgramWithoutASourceOfItsOwnRunsTheLibrarysMain)
 {
+    KIT_SKIP_EMULATED("other programs of the unit");
     if (ThisMachineHasTheUart())
     {
         GTEST_SKIP() << "this machine has such a UART, which is not to be touched";

@@ -1,6 +1,7 @@
 #include "tests/kit/Child.h"
 #include "tests/kit/Clock.h"
 #include "tests/kit/DeviceTest.h"
+#include "tests/kit/Leaks.h"
 #include "tests/kit/MessageDevice.h"
 #include "tests/kit/System.h"
 #include "tests/kit/TempDir.h"
@@ -10,11 +11,14 @@
 #include <condition_variable>
 #include <csignal>
 #include <fcntl.h>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/select.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -109,6 +113,52 @@ TEST_F(KitTest, AnOrderedFailureStrikesOnceAndIsCounted)
     EXPECT_EQ(Kit::System::FailuresDone(), 1);
     close(first);
     close(third);
+}
+
+TEST_F(KitTest, AWriteIsShortenedByOrderAndACloseFailsThatWasDone)
+{
+    Kit::Terminal line("/dev/ttymxc0");
+    const int fd = open("/dev/ttymxc0", O_RDWR | O_NOCTTY);
+    ASSERT_GT(fd, 0);
+    Kit::System::Shorten("write", 2);
+    EXPECT_EQ(write(fd, "abc", 3), 3);
+    EXPECT_EQ(write(fd, "def", 3), 1);
+    EXPECT_EQ(write(fd, "ghi", 3), 3);
+    EXPECT_EQ(line.Received(), "abcdghi");
+    Kit::System::FailWhenDone("close", EIO);
+    EXPECT_EQ(close(fd), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(fcntl(fd, F_GETFD), -1) << "it is closed";
+    EXPECT_EQ(Kit::System::FailuresDone(), 2);
+}
+
+TEST_F(KitTest, ThreadsAndMemoryAreRefusedByOrder)
+{
+    Kit::System::RefuseThreads(2);
+    std::thread([] {}).join();
+    EXPECT_THROW(std::thread([] {}), std::system_error);
+    std::thread([] {}).join();
+    if (!Kit::Leaks::CanCount())
+    {
+        return; // the sanitizer has the memory
+    }
+    Kit::Leaks::RefuseAllocations(2, 2);
+    auto first = std::make_unique<int>(1);
+    int refused = 0;
+    for (int i = 0; i < 2; ++i)
+    {
+        try
+        {
+            static_cast<void>(std::make_unique<int>(2));
+        }
+        catch (const std::bad_alloc&)
+        {
+            ++refused;
+        }
+    }
+    first = std::make_unique<int>(3);
+    EXPECT_EQ(refused, 2);
+    EXPECT_EQ(Kit::Leaks::RefusalsDone(), 2);
 }
 
 TEST_F(KitTest, ReportedSettingsAreFoundUntilOthersAreMade)

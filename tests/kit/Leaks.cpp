@@ -5,17 +5,10 @@
 #include "virtual-unit/time/Waits.h"
 
 #include <atomic>
-#include <cstdlib>
 #include <dirent.h>
 #include <gtest/gtest.h>
-#include <new>
 #include <unistd.h>
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define KIT_COUNTS_ALLOCATIONS 0
-#else
-#define KIT_COUNTS_ALLOCATIONS 1
-#endif
+#include <utility>
 
 namespace
 {
@@ -23,36 +16,11 @@ namespace
 std::atomic<std::int64_t> made{0};
 std::atomic<std::int64_t> freed{0};
 
+thread_local std::int64_t allocationsLeft = 0; // until one is refused
+thread_local std::int64_t refusalsLeft = 0;
+thread_local std::int64_t refusalsDone = 0;
+
 }
-
-#if KIT_COUNTS_ALLOCATIONS
-
-void* operator new(std::size_t size)
-{
-    void* const memory = std::malloc(size == 0 ? 1 : size);
-    if (memory == nullptr)
-    {
-        throw std::bad_alloc();
-    }
-    made.fetch_add(1, std::memory_order_relaxed);
-    return memory;
-}
-
-void operator delete(void* memory) noexcept
-{
-    if (memory != nullptr)
-    {
-        freed.fetch_add(1, std::memory_order_relaxed);
-        std::free(memory);
-    }
-}
-
-void operator delete(void* memory, std::size_t) noexcept
-{
-    operator delete(memory);
-}
-
-#endif
 
 namespace Kit
 {
@@ -61,6 +29,8 @@ namespace
 {
 
 Leaks::Holdings allowed;
+
+bool counting = false;
 
 int CountEntries(const char* path)
 {
@@ -136,9 +106,49 @@ std::int64_t Leaks::AllocationsMade()
     return made;
 }
 
+Leaks::NotRefused::NotRefused() : before(std::exchange(refusalsLeft, 0))
+{
+}
+
+Leaks::NotRefused::~NotRefused()
+{
+    refusalsLeft = before;
+}
+
+bool Leaks::TakeAllocation()
+{
+    counting = true;
+    if (refusalsLeft > 0 && --allocationsLeft <= 0)
+    {
+        --refusalsLeft;
+        ++refusalsDone;
+        return false;
+    }
+    made.fetch_add(1, std::memory_order_relaxed);
+    return true;
+}
+
+void Leaks::GiveAllocation()
+{
+    freed.fetch_add(1, std::memory_order_relaxed);
+}
+
+void Leaks::RefuseAllocations(std::int64_t nth, std::int64_t times)
+{
+    refusalsDone = 0;
+    allocationsLeft = nth;
+    refusalsLeft = times;
+}
+
+std::int64_t Leaks::RefusalsDone()
+{
+    refusalsLeft = 0;
+    return refusalsDone;
+}
+
 bool Leaks::CanCount()
 {
-    return KIT_COUNTS_ALLOCATIONS != 0;
+    return counting;
 }
 
 void Leaks::CheckEveryTest()

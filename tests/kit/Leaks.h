@@ -17,14 +17,37 @@ public:
     {
         int descriptors = 0;
         int threads = 0;
-        std::int64_t allocations = 0; ///< from operator new, still there; not counted under a sanitizer
+        std::int64_t allocations = 0; ///< from operator new, still there; see CanCount()
     };
 
     static Holdings Present();
 
-    /// Allocations by operator new so far, freed or not. Not counted under a sanitizer (CanCount()).
-    static std::int64_t AllocationsMade();
+    static std::int64_t AllocationsMade(); ///< by operator new so far, freed or not; see CanCount()
+
+    /// Under a sanitizer only where a program has tests/kit/Allocations.cpp: the sanitizer then does not see
+    /// what is freed in another way than it was allocated.
     static bool CanCount();
+
+    /// The calling thread's allocations by operator new fail from the nth on, counted from now, so many
+    /// times.
+    static void RefuseAllocations(std::int64_t nth, std::int64_t times);
+    static std::int64_t RefusalsDone(); ///< of the calling thread, since RefuseAllocations(), which it ends
+
+    /// While one lives the calling thread is refused nothing: what the kit needs is not the library's.
+    class NotRefused
+    {
+    public:
+        NotRefused();
+        ~NotRefused();
+        NotRefused(const NotRefused&) = delete;
+        NotRefused& operator=(const NotRefused&) = delete;
+
+    private:
+        std::int64_t before;
+    };
+
+    static bool TakeAllocation(); ///< for operator new: counts one @return false when it is refused
+    static void GiveAllocation(); ///< for operator delete
 
     /// Adds the check after each test; called by the kit's main.
     static void CheckEveryTest();

@@ -31,10 +31,11 @@ LogCapture::~LogCapture()
     unlink(path.c_str());
 }
 
-std::string LogCapture::RawFile() const
+std::string LogCapture::RawFile(std::size_t from) const
 {
     Logger::GetInstance().Flush();
     std::ifstream file(path, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(from));
     std::ostringstream text;
     text << file.rdbuf();
     return text.str();

@@ -3,6 +3,7 @@
 
 #include "tests/kit/Output.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -21,10 +22,10 @@ public:
     LogCapture(const LogCapture&) = delete;
     LogCapture& operator=(const LogCapture&) = delete;
 
-    std::vector<std::string> File() const;        ///< lines of the file sink so far
-    std::vector<std::string> Console() const;     ///< lines of the console sink so far
-    std::vector<std::string> ConsoleOnly() const; ///< lines that only the console got
-    std::string RawFile() const;
+    std::vector<std::string> File() const;           ///< lines of the file sink so far
+    std::vector<std::string> Console() const;        ///< lines of the console sink so far
+    std::vector<std::string> ConsoleOnly() const;    ///< lines that only the console got
+    std::string RawFile(std::size_t from = 0) const; ///< @param from so many bytes are left out in front
     std::string RawConsole() const;
 
 private:

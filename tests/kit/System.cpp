@@ -3,6 +3,7 @@
 
 #include "tests/kit/System.h"
 
+#include "tests/kit/Leaks.h"
 #include "tests/kit/MessageDevice.h"
 #include "tests/kit/Output.h"
 #include "tests/kit/OutputQueue.h"
@@ -80,6 +81,8 @@ struct Order
     int skip = 0;
     int times = 0;
     long result = -1;
+    bool whenDone = false;  ///< the call is made before it fails
+    bool shortened = false; ///< it does not fail, but concerns one byte alone
 };
 
 struct RawCall
@@ -105,6 +108,10 @@ int lastStatusFlags = -1;
 int failures = 0;
 bool unmountsAnswered = false;
 std::atomic<bool> reached{false};
+
+/// An order for any function is none for this one: it has no path, and no descriptor of the kit.
+constexpr const char* CREATION = "pthread_create";
+std::atomic<bool> threadsCounted{false};
 
 void Copy(PathText& to, const char* from)
 {
@@ -222,13 +229,13 @@ OutputQueue* QueueOf(int fd)
     return OutputQueue::Of(PathOf(fd).data());
 }
 
-/// True when a call of this function is to fail now; `result` is what it returns.
-bool FailsByOrder(const char* function, long& result)
+/// Takes the order for a call of this function, if there is one whose turn it is.
+bool TakeOrder(const char* function, bool shortened, Order& taken)
 {
     const Spin lock;
     for (Order& order : orders)
     {
-        if (order.times == 0 ||
+        if (order.times == 0 || order.shortened != shortened ||
             (order.function[0] != '*' && std::strcmp(order.function.data(), function) != 0))
         {
             continue;
@@ -240,14 +247,38 @@ bool FailsByOrder(const char* function, long& result)
         }
         --order.times;
         ++failures;
-        result = order.result;
-        if (order.error != 0)
-        {
-            errno = order.error;
-        }
+        taken = order;
         return true;
     }
     return false;
+}
+
+/// @return what the call returns, by order or as it is made
+template <class Call>
+long CallOrFail(const char* function, Call call)
+{
+    const Leaks::NotRefused ours;
+    Order order;
+    if (!TakeOrder(function, false, order))
+    {
+        return call();
+    }
+    if (order.whenDone)
+    {
+        static_cast<void>(call());
+    }
+    if (order.error != 0)
+    {
+        errno = order.error;
+    }
+    return order.result;
+}
+
+/// How many bytes a call concerns: all, or one by order.
+std::size_t BytesOf(const char* function, int fd, std::size_t count)
+{
+    Order order;
+    return count > 1 && IsKitDescriptor(fd) && TakeOrder(function, true, order) ? 1 : count;
 }
 
 /// A call that takes a path: fault, redirection, record. `call` makes the real call on a path.
@@ -266,18 +297,14 @@ long OnPath(const char* function, const char* path, long argument, Call call)
         return -1;
     }
     reached = true;
-    long result = -1;
-    if (!FailsByOrder(function, result))
-    {
+    const long result = CallOrFail(function, [&]() -> long {
         if (place == Place::Nowhere)
         {
             errno = ENOENT;
+            return -1;
         }
-        else
-        {
-            result = call(redirected.data());
-        }
-    }
+        return call(redirected.data());
+    });
     Record(function, path, -1, argument, result);
     return result;
 }
@@ -290,11 +317,7 @@ long OnDescriptor(const char* function, int fd, long argument, Call call)
     {
         return call();
     }
-    long result = -1;
-    if (!FailsByOrder(function, result))
-    {
-        result = call();
-    }
+    const long result = CallOrFail(function, [&]() -> long { return call(); });
     Record(function, nullptr, fd, argument, result);
     return result;
 }
@@ -331,8 +354,7 @@ int Unmount(const char* function, const char* path, int flags)
         }
     }
     reached = true;
-    long result = 0;
-    FailsByOrder(function, result);
+    const long result = CallOrFail(function, [] { return 0L; });
     Record(function, path, -1, flags, result);
     return static_cast<int>(result);
 }
@@ -392,22 +414,52 @@ void System::Unredirect(const std::string& from)
     }
 }
 
-void System::Fail(const char* function, int error, int nth, int times, long result)
+namespace
+{
+
+void Give(const char* function, Order wanted)
 {
     const Spin lock;
     for (Order& order : orders)
     {
         if (order.times == 0)
         {
+            order = wanted;
             std::snprintf(order.function.data(), order.function.size(), "%s", function);
-            order.error = error;
-            order.skip = nth - 1;
-            order.times = times;
-            order.result = result;
             return;
         }
     }
     std::abort();
+}
+
+}
+
+void System::Fail(const char* function, int error, int nth, int times, long result)
+{
+    Give(function, {.error = error, .skip = nth - 1, .times = times, .result = result});
+}
+
+void System::FailWhenDone(const char* function, int error, int nth, int times)
+{
+    Give(function, {.error = error, .skip = nth - 1, .times = times, .whenDone = true});
+}
+
+void System::RefuseThreads(int nth, int times)
+{
+    Give(CREATION, {.error = EAGAIN, .skip = nth - 1, .times = times});
+    threadsCounted = true;
+}
+
+void System::Shorten(const char* function, int nth, int times)
+{
+    Give(function, {.skip = nth - 1, .times = times, .shortened = true});
+}
+
+void System::ForgetOrders()
+{
+    const Spin lock;
+    orders = {};
+    threadsCounted = false;
 }
 
 int System::FailuresDone()
@@ -504,6 +556,7 @@ void System::Reset()
     failures = 0;
     unmountsAnswered = false;
     reached = false;
+    threadsCounted = false;
     lastSettings = {};
     lastStatusFlags = -1;
     settingsReported = false;
@@ -657,6 +710,19 @@ STAND_IN int reboot(int) noexcept
     std::abort();
 }
 
+// Threads ----------------------------------------------------------------------------------------------
+
+STAND_IN int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*routine)(void*),
+                            void* argument)
+{
+    Order order;
+    if (threadsCounted && TakeOrder(CREATION, false, order))
+    {
+        return order.error;
+    }
+    return REAL_CALL(pthread_create)(thread, attributes, routine, argument);
+}
+
 // Descriptors ------------------------------------------------------------------------------------------
 
 STAND_IN int close(int fd)
@@ -723,6 +789,7 @@ STAND_IN int fcntl64(int fd, int command, ...)
 
 STAND_IN ssize_t read(int fd, void* bytes, size_t count)
 {
+    count = BytesOf("read", fd, count);
     return ReadWith(fd, count, [&] { return REAL_CALL(read)(fd, bytes, count); });
 }
 
@@ -733,6 +800,7 @@ STAND_IN ssize_t __read_chk(int fd, void* bytes, size_t count, size_t room)
         std::fprintf(stderr, "kit: a read of %zu bytes into room for %zu\n", count, room);
         std::abort();
     }
+    count = BytesOf("read", fd, count);
     return ReadWith(fd, count, [&] { return REAL_CALL(read)(fd, bytes, count); });
 }
 
@@ -747,6 +815,7 @@ STAND_IN ssize_t write(int fd, const void* bytes, size_t count)
             return static_cast<ssize_t>(count);
         }
     }
+    count = BytesOf("write", fd, count);
     return OnDescriptor("write", fd, static_cast<long>(count), [&] {
         OutputQueue* const queue = QueueOf(fd);
         if (queue == nullptr)

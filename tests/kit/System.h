@@ -46,6 +46,12 @@ public:
      * @param result   what they return
      */
     static void Fail(const char* function, int error, int nth = 1, int times = 1, long result = -1);
+    static void FailWhenDone(const char* function, int error, int nth = 1,
+                             int times = 1); ///< the same, for calls that are made and yet fail: close()
+    static void Shorten(const char* function, int nth = 1,
+                        int times = 1); ///< "read" and "write" concern one byte, however many are asked for
+    static void RefuseThreads(int nth = 1, int times = 1); ///< the process gets no thread (EAGAIN)
+    static void ForgetOrders();                            ///< nothing fails any more
     static int FailuresDone(); ///< how many calls have failed by order since the last Reset()
 
     static std::vector<Call> Calls(); ///< all, oldest first

@@ -24,12 +24,29 @@ using Tavbase::Tavlog::LogType;
 
 constexpr const char* MOUNT_TABLE = "/proc/self/mounts";
 
+struct OpenedTable
+{
+    OpenedTable() = default;
+    OpenedTable(const OpenedTable&) = delete;
+    OpenedTable& operator=(const OpenedTable&) = delete;
+
+    ~OpenedTable()
+    {
+        if (fd >= 0)
+        {
+            close(fd);
+        }
+    }
+
+    int fd = open(MOUNT_TABLE, O_RDONLY | O_CLOEXEC);
+};
+
 /// As much of the mount table as can be read: each line is worth having.
 std::string ReadMountTable()
 {
     std::string table;
-    const int fd = open(MOUNT_TABLE, O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
+    const OpenedTable opened;
+    if (opened.fd < 0)
     {
         return table;
     }
@@ -37,13 +54,12 @@ std::string ReadMountTable()
     ssize_t length = 0;
     do
     {
-        length = read(fd, chunk.data(), chunk.size());
+        length = read(opened.fd, chunk.data(), chunk.size());
         if (length > 0)
         {
             table.append(chunk.data(), static_cast<std::size_t>(length));
         }
     } while (length > 0 || (length < 0 && errno == EINTR));
-    close(fd);
     return table;
 }
 

@@ -59,6 +59,7 @@ int main(int argc, char** argv)
 {
     setenv("TZ", "UTC", 1);
     tzset();
+    Kit::Emulator::TakeSignalsThatNeverCome();
     int status = 0;
     if (Kit::Program::RunByArguments(argc, argv, status))
     {
@@ -72,7 +73,6 @@ int main(int argc, char** argv)
     }
     if (!GTEST_FLAG_GET(list_tests))
     {
-        Kit::Emulator::TakeSignalsThatNeverCome();
         WarmUp();
         Kit::Leaks::CheckEveryTest();
     }

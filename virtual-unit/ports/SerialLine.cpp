@@ -25,6 +25,11 @@ namespace
 constexpr std::size_t MOST_RECEIVED = std::size_t{64} * 1024;
 constexpr std::size_t READ_BYTES = 4096;
 
+// Milliseconds until bytes that found no room are tried again. The kernel tells that there is room as soon as
+// the application reads, and wakes who waits for it only when hardly anything is left to read: virtual time
+// would wait for a thread that goes on sleeping.
+constexpr int BETWEEN_TRIES = 10;
+
 int Checked(int result, const char* what)
 {
     if (result < 0)
@@ -211,10 +216,13 @@ void SerialLine::Carry()
                 CloseIfOpen(master);
                 return;
             }
-            const int input = peripheral.TakesOutput() ? POLLIN : 0;
-            events = {{{master, static_cast<short>(waiting.empty() ? input : input | POLLOUT), 0},
-                       {wake, POLLIN, 0}}};
+            const short input = peripheral.TakesOutput() ? POLLIN : 0;
+            events = {{{master, input, 0}, {wake, POLLIN, 0}}};
             milliseconds = MillisecondsUntil(peripheral.NextDeadline());
+            if (!waiting.empty())
+            {
+                milliseconds = milliseconds < 0 ? BETWEEN_TRIES : std::min(milliseconds, BETWEEN_TRIES);
+            }
         }
         poll(events.data(), events.size(), milliseconds);
         std::uint64_t ignored = 0;

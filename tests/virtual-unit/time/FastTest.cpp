@@ -268,6 +268,20 @@ TEST_F(FastTest, ThePortsSpeakInTheSameTime)
     EXPECT_THAT(outcome.errors, testing::AnyOf("60\n", "61\n"));
 }
 
+TEST_F(FastTest, ALineOnWhichMoreWaitsThanIsReadHoldsNobodyUp)
+{
+    std::ofstream(File("noise")) << "0 modem noise 1024\n";
+    const Outcome outcome =
+        Shell("port=/dev/serial/by-id/usb-Quectel__Incorporated_UMTS_HSPA_Module-if03-port0\n"
+              "exec 3<>$port && stty -F $port raw -echo\n"
+              "for i in 1 2 3 4 5 6 7 8 9 10; do printf 'AT\\rAT\\rAT\\r' >&3; sleep 0.1; done\n"
+              "dd bs=1000 count=1 <&3 2>/dev/null | wc -c\n" // there is room, and still much to be read
+              "for i in 1 2 3 4 5 6 7 8 9 10; do sleep 0.1; done; echo done",
+              {"--script", File("noise")});
+    EXPECT_EQ(outcome.output, "1000\ndone\n");
+    EXPECT_EQ(outcome.status, 0) << outcome.errors;
+}
+
 TEST_F(FastTest, ARecordingIsReplayed)
 {
     const std::string command =

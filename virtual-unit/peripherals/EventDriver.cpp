@@ -7,6 +7,20 @@
 namespace VirtualUnit
 {
 
+namespace
+{
+
+void Keep(const EventDriver::PinWrite& write, std::deque<EventDriver::PinWrite>& writes, std::size_t most)
+{
+    writes.push_back(write);
+    if (writes.size() > most)
+    {
+        writes.pop_front();
+    }
+}
+
+}
+
 EventDriver::EventDriver(std::vector<Event> theScript)
 {
     std::ranges::stable_sort(theScript, {}, &Event::after);
@@ -65,12 +79,12 @@ int EventDriver::Answer(const Ioctl& call, TimePoint now)
     {
         return -fault->second;
     }
-    pins[pin] = value;
-    history.push_back({now, pin, value});
-    if (history.size() > LONGEST_HISTORY)
+    Keep({now, pin, value}, history, LONGEST_HISTORY);
+    if (Pin(pin) != value)
     {
-        history.pop_front();
+        Keep({now, pin, value}, changes, MOST_CHANGES);
     }
+    pins[pin] = value;
     if (driven)
     {
         driven({now, pin, value});

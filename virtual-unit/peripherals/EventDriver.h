@@ -32,6 +32,7 @@ public:
     static constexpr unsigned int LAST_PIN = 106;
     static constexpr std::size_t MESSAGE_BYTES = 5;
     static constexpr std::size_t LONGEST_HISTORY = 10'000;
+    static constexpr std::size_t MOST_CHANGES = 1'000'000; ///< five days of an LED that blinks
 
     /// A trigger of the script. Any code is sent, also 0 and those above 5, which are no events.
     struct Event
@@ -80,6 +81,10 @@ public:
     /// All writes that were carried out, oldest first; the latest LONGEST_HISTORY of them.
     std::vector<PinWrite> History() const { return {history.begin(), history.end()}; }
 
+    /// The first write of each pin, and those by which it changed, oldest first; the latest MOST_CHANGES of
+    /// them.
+    std::vector<PinWrite> Changes() const { return {changes.begin(), changes.end()}; }
+
     int Receive(std::string_view message, TimePoint now) override; ///< there is nothing to write: EINVAL
     int Answer(const Ioctl& call, TimePoint now) override;
     std::optional<TimePoint> NextDeadline() const override;
@@ -98,6 +103,7 @@ private:
     std::optional<TimePoint> switchedOn;
     bool connected = true;
     std::deque<PinWrite> history;
+    std::deque<PinWrite> changes;
     std::map<unsigned int, unsigned int> pins;
     std::vector<std::string> output;
     std::function<void()> wake;

@@ -3,23 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <map>
-#include <utility>
 
 namespace VirtualUnit
 {
 
 void Journal::Add(EventDriver& driver)
 {
-    std::map<unsigned int, unsigned int> values;
-    for (const EventDriver::PinWrite& write : driver.History())
+    for (const EventDriver::PinWrite& write : driver.Changes())
     {
-        // An LED's steady mode writes its pins again and again.
-        const auto [known, first] = values.try_emplace(write.pin, write.value);
-        if (!first && std::exchange(known->second, write.value) == write.value)
-        {
-            continue;
-        }
         entries.push_back({write.at, "pin " + std::to_string(write.pin) + " = " +
                                          std::to_string(write.value) + " (" +
                                          std::string(EventDriver::NameOf(write.pin)) + ")"});

@@ -96,6 +96,19 @@ TEST_F(EventDriverTest, TheLatestWritesAreRemembered)
     EXPECT_EQ(driver.Pin(100), 1U);
 }
 
+TEST_F(EventDriverTest, ChangesAreRememberedForLongerThanWritesThatChangeNothing)
+{
+    Set(100, 1);
+    for (std::size_t i = 0; i < EventDriver::LONGEST_HISTORY; ++i)
+    {
+        Set(101, 0);
+    }
+    Set(100, 0);
+    EXPECT_THAT(driver.Changes(),
+                ElementsAre(EventDriver::PinWrite{now, 100, 1}, EventDriver::PinWrite{now, 101, 0},
+                            EventDriver::PinWrite{now, 100, 0}));
+}
+
 TEST_F(EventDriverTest, ATriggerIsFiveBytes)
 {
     driver.rest = {1, 2, 3, 4};

@@ -24,9 +24,7 @@ public:
 
     static std::int64_t AllocationsMade(); ///< by operator new so far, freed or not; see CanCount()
 
-    /// Under a sanitizer only where a program has tests/kit/Allocations.cpp: the sanitizer then does not see
-    /// what is freed in another way than it was allocated.
-    static bool CanCount();
+    static bool CanCount(); ///< not under a sanitizer, which has the memory itself
 
     /// The calling thread's allocations by operator new fail from the nth on, counted from now, so many
     /// times.

@@ -401,6 +401,9 @@ TEST_P(SweepTest, EachFailureIsSurvivedAndHasItsResult)
     }
 }
 
+// A sanitizer has the memory itself.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
 /// Memory: which allocation is which depends on the C++ library. All the more must hold for each.
 TEST_P(SweepTest, EachRefusalOfMemoryIsSurvived)
 {
@@ -428,6 +431,8 @@ TEST_P(SweepTest, EachRefusalOfMemoryIsSurvived)
     }
     EXPECT_EQ(Run({}), clean) << "as before";
 }
+
+#endif
 
 std::vector<std::string> Names()
 {

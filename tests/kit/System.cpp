@@ -728,14 +728,17 @@ STAND_IN int pthread_create(pthread_t* thread, const pthread_attr_t* attributes,
 STAND_IN int close(int fd)
 {
     const bool kit = IsKitDescriptor(fd);
+    bool closed = false; // whatever is told of it
     const auto result = static_cast<int>(OnDescriptor("close", fd, 0, [&] {
         if (OutputQueue* const queue = QueueOf(fd); queue != nullptr)
         {
             queue->Close(fd);
         }
-        return REAL_CALL(close)(fd);
+        const int done = REAL_CALL(close)(fd);
+        closed = done == 0;
+        return done;
     }));
-    if (kit && result == 0)
+    if (kit && closed)
     {
         SetDescriptor(fd, "");
     }

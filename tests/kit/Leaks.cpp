@@ -66,14 +66,7 @@ class Checker : public testing::EmptyTestEventListener
             return;
         }
         CheckSinkLocks();
-        Leaks::Holdings after = Leaks::Present();
-        // A thread that has been joined may take the kernel a moment to forget.
-        constexpr int MOST_PAUSES = 60'000; // a minute
-        for (int wait = 0; wait < MOST_PAUSES && after.threads > before.threads + allowed.threads; ++wait)
-        {
-            RealPause();
-            after = Leaks::Present();
-        }
+        const Leaks::Holdings after = Leaks::PresentWithThreads(before.threads + allowed.threads);
         EXPECT_EQ(after.descriptors, before.descriptors + allowed.descriptors) << "descriptors left behind";
         EXPECT_EQ(after.threads, before.threads + allowed.threads) << "threads left behind";
         EXPECT_EQ(after.allocations, before.allocations + allowed.allocations) << "memory left behind";
@@ -98,6 +91,18 @@ Leaks::Holdings Leaks::Present()
     present.descriptors = CountEntries("/proc/self/fd");
     present.threads = CountEntries("/proc/self/task");
     present.allocations = made - freed;
+    return present;
+}
+
+Leaks::Holdings Leaks::PresentWithThreads(int threads)
+{
+    constexpr int MOST_PAUSES = 60'000; // a minute
+    Holdings present = Present();
+    for (int wait = 0; wait < MOST_PAUSES && present.threads > threads; ++wait)
+    {
+        RealPause();
+        present = Present();
+    }
     return present;
 }
 

@@ -22,6 +22,10 @@ public:
 
     static Holdings Present();
 
+    /// The same once there are no more threads than so many, or after a minute: one that has been joined may
+    /// take the kernel a moment to forget.
+    static Holdings PresentWithThreads(int threads);
+
     static std::int64_t AllocationsMade(); ///< by operator new so far, freed or not; see CanCount()
 
     static bool CanCount(); ///< not under a sanitizer, which has the memory itself

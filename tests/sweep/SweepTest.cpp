@@ -260,7 +260,7 @@ protected:
             close(fd);
         }
         ++cells;
-        const int threads = Kit::Leaks::Present().threads;
+        const int threads = Kit::Leaks::PresentWithThreads(threadsBefore).threads;
         EXPECT_LE(threads, threadsBefore) << Name(cell) << ": threads left behind";
         return text;
     }

@@ -1,5 +1,7 @@
 #include "DriverId/DriverId.h"
 #include "tests/DriverId/DriverIdTest.h"
+#include "tests/SerialProtocol/Frames.h"
+#include "tests/SerialProtocol/Peripheral.h"
 #include "tests/kit/Peer.h"
 #include "tests/sweep/Operation.h"
 
@@ -117,6 +119,28 @@ SWEEP(DriverId, Constructor)
         const DriverId reader;
         return std::string("done");
     });
+}
+
+/// The protocol without a port behind it, which alone could fail in the system.
+SWEEP(ISerialComm, SendCmdMsg)
+{
+    SerialProtocolTests::Peripheral peripheral;
+    Sweep::Try([&] { return Text(peripheral.SendCmdMsg(0)); });
+}
+
+SWEEP(ISerialComm, ReadCmdMsg)
+{
+    SerialProtocolTests::Peripheral peripheral;
+    peripheral.Hear(Frames::Short(0));
+    Sweep::Try([&] { return Text(peripheral.ReadCmdMsg(10)); });
+}
+
+SWEEP(ISerialComm, ParseRcvMsg)
+{
+    SerialProtocolTests::Peripheral peripheral;
+    peripheral.Hear(Frames::Short(0));
+    peripheral.ReadCmdMsg(10);
+    Sweep::Try([&] { return Text(peripheral.ParseRcvMsg(nullptr)); });
 }
 
 }

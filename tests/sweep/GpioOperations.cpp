@@ -1,18 +1,23 @@
 #include "Gpio/GpioCore.h"
 #include "Gpio/GpioManager.h"
+#include "Gpio/LedController.h"
 #include "tests/Gpio/EventDriver.h"
 #include "tests/Gpio/GpioTest.h"
+#include "tests/Gpio/Listener.h"
 #include "tests/kit/TempDir.h"
 #include "tests/sweep/Operation.h"
 
 #include <fstream>
 #include <string>
+#include <thread>
 
 namespace
 {
 
 using Sweep::Text;
 using Tavdevice::Gpio::GpioCore;
+using Tavdevice::Gpio::LedController;
+using namespace std::chrono_literals;
 
 /// A process that has not opened the device, and a table of mounts.
 struct Unit
@@ -95,6 +100,59 @@ SWEEP(GpioCore, Close)
         GpioCore::Close();
         return std::string("done");
     });
+}
+
+/// One LED, whose thread is not started: the steps are made by the caller.
+struct Led
+{
+    Unit unit;
+    LedController controller{100, 101, "LED"};
+
+    std::string Pins() const { return std::to_string(unit.driver.Writes().size()) + " pin writes"; }
+};
+
+SWEEP(LedController, RunBlinking)
+{
+    Led led;
+    led.controller.SetLedMode(LedController::GreenBlink1000);
+    Sweep::Try([&] {
+        led.controller.Run();
+        return led.Pins();
+    });
+}
+
+SWEEP(LedController, ApplyRedBlink)
+{
+    Led led;
+    Sweep::Try([&] {
+        led.controller.ApplyRedBlink(10ms);
+        return led.Pins();
+    });
+}
+
+SWEEP(LedController, TurnOffLedMode)
+{
+    Led led;
+    Sweep::Try([&] {
+        led.controller.TurnOffLedMode(LedController::RedOnly);
+        return led.Pins();
+    });
+}
+
+SWEEP(GpioManager, RunIgnitionStart)
+{
+    Unit unit;
+    GpioTests::GpioOutput listener;
+    GpioTests::GpioOutput* listeners[] = {&listener};
+    GpioTests::GpioManager manager(listeners, 1);
+    manager.startupFilter = false;
+    Sweep::Try([&] {
+        manager.RunIgnitionStart();
+        const bool runs = manager.IsRunning();
+        return std::string(runs ? "runs" : "does not run");
+    });
+    unit.driver.Trigger(3);
+    std::this_thread::sleep_for(5s);
 }
 
 }

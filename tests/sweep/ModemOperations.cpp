@@ -5,8 +5,10 @@
 #include "tests/sweep/Operation.h"
 
 #include <cstring>
+#include <initializer_list>
 #include <list>
 #include <string>
+#include <unistd.h>
 #include <utility>
 
 namespace
@@ -19,9 +21,9 @@ using Tavdevice::Modem::Module3G;
 /// A module that answers one command, and the class as a process begins with it.
 struct Module
 {
-    Module(const std::string& command, const std::string& line) : Module({{command, line}}) {}
+    Module(const char* command, const char* line) : Module({std::pair{command, line}}) {}
 
-    explicit Module(const std::list<std::pair<std::string, std::string>>& answers)
+    explicit Module(std::initializer_list<std::pair<const char*, const char*>> answers)
     {
         Forget();
         for (const auto& [command, line] : answers)
@@ -45,6 +47,8 @@ struct Module
         Module3G::registration_status = -1;
         Module3G::signal_status = {};
         Module3G::PreferredOperatorList.clear();
+        Module3G::autoCarrierSelection = false;
+        Tavdevice::Modem::NR_OF_TRIES = 2;
         std::memset(Module3G::bufferAtCommands, 0, ModemTests::REPLY_BYTES);
     }
 
@@ -97,7 +101,10 @@ SWEEP(Module3G, GetTime)
 SWEEP(Module3G, CheckSignal)
 {
     Module made("AT+CSQ\r\n", "+CSQ: 17,0");
-    Sweep::Try([] { return Text(Module3G::CheckSignal()) + " " + Text(Module3G::signal_status.rssi); });
+    Sweep::Try([] {
+        const int result = Module3G::CheckSignal();
+        return Text(result) + " " + Text(Module3G::signal_status.rssi);
+    });
 }
 
 SWEEP(Module3G, CheckSignalOnTheAlternatePort)
@@ -105,7 +112,10 @@ SWEEP(Module3G, CheckSignalOnTheAlternatePort)
     Module made("AT+CSQ\r\n", "+CSQ: 17,0");
     ModemTests::ScriptedModule other(ModemTests::ALTERNATE_PORT);
     other.On("AT+CSQ\r\n", ModemTests::Answer{{ModemTests::CYCLE / 2, Reply("AT+CSQ\r\n", "+CSQ: 18,0")}});
-    Sweep::Try([] { return Text(Module3G::CheckSignal(true)) + " " + Text(Module3G::signal_status.rssi); });
+    Sweep::Try([] {
+        const int result = Module3G::CheckSignal(true);
+        return Text(result) + " " + Text(Module3G::signal_status.rssi);
+    });
 }
 
 SWEEP(Module3G, GetRegistrationStatus)
@@ -137,13 +147,13 @@ SWEEP(Module3G, GetCarrierName)
 
 SWEEP(Module3G, EnableNetworkRegistration)
 {
-    Module made("AT+CREG=1\r\n", "");
+    Module made({std::pair{"AT+CREG=2\r\n", ""}, {"AT+CGREG=2\r\n", ""}});
     Sweep::Try([] { return Text(Module3G::EnableNetworkRegistration()); });
 }
 
 SWEEP(Module3G, SetOperator)
 {
-    Module made("AT+COPS=1,2,\"22601\"\r\n", "");
+    Module made("AT+COPS=1,2,\"22601\",2\r\n", "");
     Sweep::Try([] { return Text(Module3G::SetOperator(22601)); });
 }
 
@@ -155,23 +165,96 @@ SWEEP(Module3G, SetPowerSaveMode)
 
 SWEEP(Module3G, SetSleepMode)
 {
-    Module made("AT+QSCLK=1\r\n", "");
+    Module made("AT+QSCLK?\r\n", "");
     Sweep::Try([] { return Text(Module3G::SetSleepMode(1)); });
 }
 
 SWEEP(Module3G, SendDisconnectCommands)
 {
-    Module made("AT+QIDEACT=1\r\n", "");
+    Module made({std::pair{"ATH\r\n", ""}, {"AT+CGACT=0,1\r\n", ""}, {"AT+CGATT=0\r\n", ""}});
     Sweep::Try([] { return Text(Module3G::SendDisconnectCommands()); });
 }
 
 SWEEP(Module3G, SendPowerDownCommand)
 {
-    Module made("AT+QPOWD\r\n", "");
+    Module made("AT+QPOWD=1\r\n", "");
     Sweep::Try([] {
         Module3G::SendPowerDownCommand();
         return std::string("done");
     });
+}
+
+SWEEP(Module3G, OpenPort)
+{
+    Module made("AT\r\n", "");
+    std::string path = ModemTests::MAIN_PORT;
+    Sweep::Try([&] {
+        const int fd = Module3G::OpenPort(path.data());
+        const bool opened = fd >= 0;
+        if (opened)
+        {
+            close(fd);
+        }
+        return std::string(opened ? "a descriptor" : "none");
+    });
+}
+
+SWEEP(Module3G, StoreModuleIdentityItems)
+{
+    Module made({std::pair{"AT+CGSN\r\n", "861234567890123"},
+                 {"AT+CIMI\r\n", "226101234567890"},
+                 {"AT+QCCID\r\n", "+QCCID: 89400102030405060708"},
+                 {"ATI\r\n", "Revision: UC20GQBR03A12E1G"},
+                 {"AT+QCFG=\"pwrsavedtr\",0\r\n", ""}});
+    Sweep::Try([] {
+        return Text(Module3G::StoreModuleIdentityItems()) + " " + Module3G::m3gIMEI + " " +
+               Module3G::m3gSimIMSI + " " + Module3G::m3gSimICCID + " " + Module3G::m3g_fw_version;
+    });
+}
+
+SWEEP(Module3G, IsRegistered)
+{
+    Module made("AT+CREG?\r\n", "+CREG: 0,5");
+    Sweep::Try([] { return Text(Module3G::IsRegistered()); });
+}
+
+SWEEP(Module3G, SelectNetwork)
+{
+    Module made({std::pair{"AT+COPS=?\r\n", "+COPS: (1,\"One\",\"One\",\"22601\",2),,(0-4),(0-2)"},
+                 {"AT+COPS=1,2,\"22601\",2\r\n", ""}});
+    Module3G::PreferredOperatorList.emplace_back().code = 22601;
+    Sweep::Try([] { return Text(Module3G::SelectNetwork()); });
+}
+
+SWEEP(Module3G, SwitchToAutoCarrierSelectionMode)
+{
+    Module made("AT+COPS=0\r\n", "");
+    Sweep::Try([] { return Text(Module3G::SwitchToAutoCarrierSelectionMode()); });
+}
+
+SWEEP(Module3G, SetNetworkSearchMode)
+{
+    Module made("AT+QCFG=\"nwscanmode\",2,1\r\n", "");
+    Sweep::Try([] { return Text(Module3G::SetNetworkSearchMode(2)); });
+}
+
+SWEEP(Module3G, SetBand)
+{
+    Module made("AT+QCFG=\"band\",512,1\r\n", "");
+    Sweep::Try([] { return Text(Module3G::SetBand(512)); });
+}
+
+SWEEP(Module3G, SetLowVoltageLimit)
+{
+    Module made("AT+QCFG=\"vbatt\",-2,3300,1\r\n", "");
+    Sweep::Try([] { return Text(Module3G::SetLowVoltageLimit(3300, true)); });
+}
+
+SWEEP(Module3G, CheckModulePresence)
+{
+    Module made("AT\r\n", "");
+    Module3G module;
+    Sweep::Try([&] { return Text(module.CheckModulePresence(true)); });
 }
 
 }

@@ -103,7 +103,11 @@ int cells = 0;                   ///< so far
 
 class Sum : public testing::Environment
 {
-    void TearDown() override { std::printf("%d cells\n", cells); }
+    void TearDown() override
+    {
+        std::printf("%d cells\n", cells);
+        testing::Test::RecordProperty("cells", cells); // of the whole report
+    }
 };
 
 [[maybe_unused]] const testing::Environment* const sum = testing::AddGlobalTestEnvironment(new Sum);

@@ -10,8 +10,9 @@ BLINK_TIME = 1.11  # a whole blink, a step of the LED's thread and a tick of the
 
 
 class Findings:
-    def __init__(self):
+    def __init__(self, moment=MOMENT):
         self.texts = []
+        self.moment = moment  # by which two times of the same may differ
 
     def add(self, rule, text):
         """What is compared under one name counts as the same failure when a script is reduced."""
@@ -26,7 +27,7 @@ class Findings:
             settled = begin + (delay(begin) if callable(delay) else delay)
             if value is None or until <= settled:
                 continue
-            for seen in told.between(settled, until - MOMENT):
+            for seen in told.between(settled, until - self.moment):
                 if seen != value:
                     self.add(rule, f"{seen!r} was told where {value!r} was so from {begin:.3f} to {until:.3f} s")
                     break
@@ -35,7 +36,7 @@ class Findings:
         """Each of `told` (times) has a cause (times) of its own that precedes it by `longest` at most."""
         rest = sorted(causes)
         for time in sorted(told):
-            cause = next((c for c in rest if time - longest <= c <= time + MOMENT), None)
+            cause = next((c for c in rest if time - longest <= c <= time + self.moment), None)
             if cause is None:
                 self.add(rule, f"told at {time:.3f} s without a cause")
                 return
@@ -57,9 +58,9 @@ class Findings:
             settled = begin + BLINK_TIME
             for pin, value in zip((red, green), wanted.get(present, ())):
                 well = set(model.unit.pins[pin].between(begin, until)) == {True}
-                if not well or until <= settled + MOMENT:
+                if not well or until <= settled + self.moment:
                     continue
-                seen = set(levels[pin].between(settled, until - MOMENT))
+                seen = set(levels[pin].between(settled, until - self.moment))
                 if value is not None and seen != {value}:
                     self.add("pins", f"pin {pin} was {seen} while {side} was {present} "
                                      f"from {begin:.3f} to {until:.3f} s")

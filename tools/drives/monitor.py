@@ -5,6 +5,7 @@ so for long enough must have been told, and nothing may be told that was not so 
 library's own longest time for the operation (docs/limits.md) and the monitor's pauses between questions; where a
 device is faulty what it tells is left open, and for the time that the library may take to recover from that."""
 
+import bisect
 import json
 import re
 
@@ -24,8 +25,10 @@ GPS_START = 16.0  # 8.2 s of detection, five silent seconds, a block
 MODEM_TIME = 6.0  # a round with its pause
 MODEM_LOST = 25.0  # a round in which each question fails twice, with two looks at the bus
 MODEM_RECOVERY = 110.0  # the slowest answer that is waited for, and a round
+ALERT_RECOVERY = 40.0  # eight alerts of three seconds, and one that a faulty device holds up
 ACC_TIME = 9.0  # three seconds of silence, a new try, three more
 
+CHIPS = "sound chips"
 REGISTRATIONS = {"none": "Not registered, ME is NOT currently searching.",
                  "searching": "Not registered, but ME is currently searching", "home": "Registered, home network",
                  "roaming": "Registered, roaming", "denied": "Registration denied", "unknown": "Unknown"}
@@ -49,10 +52,11 @@ LINES = [re.compile(pattern + "$") for pattern in (
 
 
 class Monitor:
-    def __init__(self, run):
+    def __init__(self, run, moment=MOMENT):
         self.run = run
         self.unit = Unit(run)
-        self.found = Findings()
+        self.found = Findings(moment)
+        self.moment = moment
         self.lines = run.lines
         stopping = next((t for t, text in self.lines if text == "end: stopping"), EVER)
         # It looks for the last driver before all else.
@@ -60,10 +64,12 @@ class Monitor:
         self.end = min(stopping, EVER if run.cut is None else run.cut, run.end)
         self.kills = len(self.unit.ends) > 1 or any(code == 4 for _, code in self.unit.triggers)
 
+    RULES = ("whole", "events", "lights", "pins", "key", "record", "annoying", "gps", "restarts", "accelerometer",
+             "shocks", "modem", "alerts")
+
     def check(self):
-        for rule in (self.whole, self.events, self.lights, self.pins, self.key, self.record, self.annoying, self.gps,
-                     self.restarts, self.accelerometer, self.shocks, self.modem, self.alerts):
-            rule()
+        for rule in self.RULES:
+            getattr(self, rule)()
         return self.found.texts
 
     def told(self, subject):
@@ -97,7 +103,7 @@ class Monitor:
         if self.run.status not in wanted:
             self.found.add("status", f"{self.run.status}: {self.run.errors[-300:]!r}")
         slow = max((faults.get("slow", 0) for faults in self.unit.card.over_time.between(0, 1)), default=0)
-        if self.begin > slow * 20 / 1000 + MOMENT:
+        if self.begin > slow * 20 / 1000 + self.moment:
             self.found.add("begin", f"the first line came at {self.begin:.3f} s")
         for time, text in self.lines:
             if not any(pattern.match(text) for pattern in LINES):
@@ -114,10 +120,10 @@ class Monitor:
         told = self.told("event")
         self.found.same("events", [text for _, text in told], [text for _, text in known][:len(told)])
         for (at, text), (seen, _) in zip(known, told):
-            if not at - MOMENT <= seen <= max(at, self.begin) + self.stall(at) + MOMENT:
+            if not at - self.moment <= seen <= max(at, self.begin) + self.stall(at) + self.moment:
                 self.found.add("events", f"{text} of {at:.3f} s was told at {seen:.3f} s")
         for at, text in known[len(told):]:
-            if max(at, self.begin) + self.stall(at) + MOMENT < self.end:
+            if max(at, self.begin) + self.stall(at) + self.moment < self.end:
                 self.found.add("events", f"{text} of {at:.3f} s was not told")
 
     def stall(self, at):
@@ -143,7 +149,7 @@ class Monitor:
             if texts != goal[:len(texts)] or len(goal) - len(texts) > slack:
                 self.found.add("led", f"{side}: {seen!r} in place of {wanted!r}")
             for (at, text), (due, _) in zip(seen, wanted):
-                if abs(at - due) > MOMENT:
+                if abs(at - due) > self.moment:
                     self.found.add("led", f"{side} {text} of {due:.3f} s came at {at:.3f} s")
             self.shown[side] = seen
 
@@ -188,7 +194,7 @@ class Monitor:
         for time, key in self.unit.touches:
             if self.unit.key.at(time) != key:
                 still.set(time, None)
-                still.set(time + MOMENT, True)
+                still.set(time + self.moment, True)
         self.found.settled("key", both(both(self.unit.key, well), still), told, KEY_TIME, self.end)
         for i, (time, key) in enumerate(self.unit.touches):
             around = [k for j, (t, k) in enumerate(self.unit.touches) if j != i and abs(t - time) < KEY_TIME]
@@ -220,7 +226,7 @@ class Monitor:
         """What is said of a driver follows from those before, and the latest one is on the card."""
         first = self.run.script.comment("record") or ""
         card_at_begin = set()
-        for faults in self.unit.card.over_time.between(0, MOMENT):
+        for faults in self.unit.card.over_time.between(0, self.moment):
             card_at_begin |= set(faults)
         drivers = [text for _, text in self.told("key") if text.startswith(("driver ", "last driver", "no driver"))]
         if not drivers:
@@ -234,7 +240,7 @@ class Monitor:
             self.found.same("record", text, f"driver {key}, {remark}")
             last = key
         touched = any(set(faults) & {"out", "full", "read-only", "slow"} for faults in self.unit.card.over_time.values)
-        at_the_end = any(t > self.run.end - MOMENT for t, text in self.told("key") if text.startswith("driver "))
+        at_the_end = any(t > self.run.end - self.moment for t, text in self.told("key") if text.startswith("driver "))
         if not touched and not at_the_end:
             try:
                 kept = json.loads((self.run.card / "db" / "driver-id.json").read_text())["driver-id"]
@@ -393,7 +399,7 @@ class Monitor:
         for begin, until, value in combine(lambda v, r: v if r else None, self.unit.supply, reachable).pieces(self.end):
             settled = begin + MODEM_LOST
             if value is not None and settled < until:
-                for seen in shown.between(settled, until - MOMENT):
+                for seen in shown.between(settled, until - self.moment):
                     if seen is None or abs(seen - value) >= 50:
                         self.found.add("modem", f"supply {seen} where it was {value} from {begin:.3f} s on")
                         break
@@ -404,48 +410,57 @@ class Monitor:
         """Each alert that is raised sounds once, in its order; what is told to have sounded has."""
         raised = sorted([(t, "buzzer 2 x 200 ms") for t, text in self.told("acc") if text == "shock"] +
                         [(t, "buzzer 1 x 100 ms") for t, text in self.told("key") if text.startswith("driver ")] +
-                        [(t, "sound chips") for t, text in self.told("event") if text == "power low"],
+                        [(t, CHIPS) for t, text in self.told("event") if text == "power low"],
                         key=lambda alert: alert[0])
-        sounded = [(t, text) for t, text in self.told("alert") if not text.endswith("not there")]
-        faulty = any(self.unit.buzzer.over_time.values) or any(self.unit.sounder.over_time.values)
-        buzzes = [(t, text[len("buzzer sounds, "):]) for t, text in self.run.journal
-                  if text.startswith("buzzer sounds, ")]
-        notes = [(t, text) for t, text in self.run.journal if text == "sound chip 0x62 sounds at 10"]
-        # Of each kind no more than were raised, and none before it was.
-        for kind in ("buzzer 2 x 200 ms", "buzzer 1 x 100 ms", "sound chips"):
-            causes = [t for t, text in raised if text == kind]
-            told = [t for t, text in sounded if text == kind]
-            heard = [t for t, text in notes] if kind == "sound chips" else [
-                t for t, text in buzzes if "buzzer " + text == kind]
-            for name, times in (("told", told), ("heard", heard)):
-                if any(sum(c <= t + MOMENT for c in causes) < i + 1 for i, t in enumerate(times)):
-                    self.found.add("alerts", f"{kind} was {name} at {times!r}, raised at {causes!r}")
-            if not faulty:
-                # The last one may have sounded when the program ended before it could tell.
-                if len(told) > len(heard) or len(heard) > len(told) + 1:
-                    self.found.add("alerts", f"{kind} was told at {told!r}, and heard at {heard!r}")
-        if faulty:
-            return
-        # Eight may wait beside the one that sounds; what sounds takes three seconds at most.
-        done = 0.0
-        due = []
-        waiting = []
-        for time, kind in raised:
-            waiting = [begin for begin in waiting if begin > time]
-            if len(waiting) >= 8:
-                return  # which of them were dropped is a matter of microseconds
-            begin = max(done, time)
-            done = begin + (3.02 if kind == "sound chips" else 0.1)
-            waiting.append(begin)
-            due.append((done, kind))
-        moments = [time for time, _ in raised]
-        # Alerts of one moment come in any order: the last one's time is that of each.
-        due = [(due[max(i for i, t in enumerate(moments) if t == moment)][0], kind)
-               for moment, (_, kind) in zip(moments, due)]
-        for begin, (by, kind) in enumerate(due):
-            if by + 0.5 < self.end and sum(t <= by + 0.5 + MOMENT for t, _ in sounded) < begin + 1:
-                self.found.add("alerts", f"{kind} was due by {by:.3f} s: {sounded!r}, raised {raised!r}")
-                break
+        told = [(t, text) for t, text in self.told("alert") if not text.endswith("not there")]
+        heard = [(t, "buzzer " + text[len("buzzer sounds, "):]) for t, text in self.run.journal
+                 if text.startswith("buzzer sounds, ")]
+        heard += [(t, CHIPS) for t, text in self.run.journal if text == "sound chip 0x62 sounds at 10"]
+        # A board that was late may hold the alerts up for as long.
+        well = combine(lambda buzzer, sounder: buzzer and sounder,
+                       well_times(self.unit.buzzer.over_time, ALERT_RECOVERY, late_of(self.unit.buzzer)),
+                       well_times(self.unit.sounder.over_time, ALERT_RECOVERY, 0))
+        for kind in ("buzzer 2 x 200 ms", "buzzer 1 x 100 ms", CHIPS):
+            of_kind = [[t for t, text in alerts if text == kind] for alerts in (raised, told, heard)]
+            self.sounds(kind, *of_kind, well)
+        self.overdue(raised, told, well)
+
+    def sounds(self, kind, raised, told, heard, well):
+        """No more than were raised, none before it was, and each that was heard is told."""
+        for name, times in (("told", told), ("heard", heard)):
+            if any(bisect.bisect_right(raised, t + self.moment) < i + 1 for i, t in enumerate(times)):
+                self.found.add("alerts", f"{kind} was {name} at {times!r}, raised at {raised!r}")
+        rest = list(told)
+        for time in heard:
+            match = next((t for t in rest if time - self.moment <= t <= time + 3.2 + self.moment), None)
+            if match is not None:
+                rest.remove(match)
+            elif all(well.between(time - 5, time + 5)) and time + 4 < self.end:
+                self.found.add("alerts", f"{kind} was heard at {time:.3f} s and not told")
+        for time in rest:
+            if all(well.between(time - 5, time + 1)):
+                self.found.add("alerts", f"{kind} was told at {time:.3f} s and not heard")
+
+    def overdue(self, raised, told, well):
+        """Eight may wait beside the one that sounds, which takes three seconds at most. Those of one moment come in
+        any order."""
+        for i, (time, _) in enumerate(raised):
+            before = [t for t, _ in raised if time - ALERT_RECOVERY <= t <= time]
+            by = time + 3.1 * len(before) + 0.5
+            if len(before) > 8 or by > self.end or not all(well.between(time - ALERT_RECOVERY, by)):
+                continue
+            sounded = sum(time - self.moment <= t <= by for t, _ in told)
+            if not sounded:
+                self.found.add("alerts", f"{raised[i][1]} of {time:.3f} s did not sound by {by:.3f} s")
+            # As many in a while as were raised in it, where nothing waited at its begin.
+            if time == before[0]:
+                due = [alert for alert in raised if time <= alert[0] <= time + ALERT_RECOVERY]
+                last = due[-1][0] + 3.1 * len(due) + 0.5
+                if len(due) <= 8 and last < self.end and all(well.between(time, last)):
+                    behind = [alert for alert in raised if due[-1][0] < alert[0] <= last]
+                    count = sum(time - self.moment <= t <= last for t, _ in told)
+                    if not len(due) <= count <= len(due) + len(behind):
+                        self.found.add("alerts", f"{count} sounded of {due!r}")
 
 
 def signal_text(rssi):

@@ -96,10 +96,11 @@ def positions(run, skm53):
 
 
 class Recorder:
-    def __init__(self, run):
+    def __init__(self, run, moment=MOMENT):
         self.run = run
         self.unit = Unit(run)
-        self.found = Findings()
+        self.found = Findings(moment)
+        self.moment = moment
         self.lines = run.lines
         slow = max((faults.get("slow", 0) for faults in self.unit.card.over_time.values), default=0) / 1000
         self.tick = TICK + 12 * slow  # as many calls as a trip's begin names paths on the card
@@ -188,16 +189,16 @@ class Recorder:
         allowed = []
         lost = 0
         for position in self.positions:
-            begin, until = position.at, position.until + self.tick + MOMENT
+            begin, until = position.at, position.until + self.tick + self.moment
             inside = set(self.ignition.between(begin, until))
             if position.moment in have:
-                if True not in set(self.ignition.between(begin - MOMENT, until)):
+                if True not in set(self.ignition.between(begin - self.moment, until)):
                     self.found.add("rows", f"{position.moment} without ignition")
                 allowed.append(position)
             elif (position.fix and inside == {True} and until < self.end and self.card_well(until) and
                   begin > (GPS_START if skm53 or not known else 0.5) and well.at(begin) and
                   well.at(min(until, self.end)) and self.tick == TICK and
-                  not any(begin - MOMENT <= off <= until for off in self.offs)):
+                  not any(begin - self.moment <= off <= until for off in self.offs)):
                 lost += 1
                 after = sum(p.fix and position.at < p.at < self.end for p in self.positions)
                 if not (self.run.cut is not None and self.run.script.unit("power-loss") == "drop" and
@@ -206,7 +207,7 @@ class Recorder:
         # Those of one ignition are one trip.
         for before, behind in zip(allowed, allowed[1:]):
             off = any(before.until + self.tick < t < behind.at for t in self.offs)
-            maybe = any(before.at - MOMENT <= t <= behind.until + self.tick + MOMENT for t in self.offs)
+            maybe = any(before.at - self.moment <= t <= behind.until + self.tick + self.moment for t in self.offs)
             together = have[before.moment] == have[behind.moment]
             if together and off or not together and not maybe:
                 self.found.add("trips", f"{before.moment} and {behind.moment} are{'' if together else ' not'} of one")
@@ -248,7 +249,7 @@ class Recorder:
             rows = self.tables.get(name)
             if what == "begins" and rows:
                 last = delivered.get(rows[-1][0], 0)
-                wanted = [text for t, text in told if begin + MOMENT < t < last - self.tick]
+                wanted = [text for t, text in told if begin + self.moment < t < last - self.tick]
                 have = [remark for remark, trip in written if trip == name]
                 missing = [text for text in wanted if text not in have]
                 if missing:
@@ -282,7 +283,7 @@ class Recorder:
         for rows in self.tables.values():
             for row in rows:
                 position = at.get(row[0])
-                if position and row[4] not in driver.between(position.at - MOMENT, position.until + self.tick + 1):
+                if position and row[4] not in driver.between(position.at - self.moment, position.until + self.tick + 1):
                     self.found.add("driver", f"{row[4]!r} in the row of {row[0]}")
 
     def braking(self):

@@ -52,6 +52,7 @@ class Run:
         self.journal = self._timed(folder / "journal")
         self.steps = [(t, text[8:]) for t, text in self.log if text.startswith("script: ")]
         self.lines = self._stamped(folder / "out")
+        self.samples = self._samples(folder / "samples")
         self.card = folder / "card"
         self.recording = folder / "recording"
         # A program that was killed has not told what it did at that very moment.
@@ -78,6 +79,11 @@ class Run:
                 time, _, text = line.partition(" ")
                 lines.append((float(time), text))
         return lines
+
+    @staticmethod
+    def _samples(path):
+        """(time, resident, anonymous, heap, descriptors, threads)"""
+        return [tuple(map(float, line.split())) for line in path.read_text().splitlines()] if path.exists() else []
 
     @property
     def end(self):
@@ -112,30 +118,35 @@ class Build:
         return self.folder / "examples" / name / name
 
 
-def command(build, script, folder, seconds, fast=True):
-    """The command line of a run in an empty folder, which gets a card and the script."""
+def command(build, script, folder, seconds, *, fast=True, record=True, samples=None):
+    """The command line of a run in an empty folder, which gets a card and the script.
+
+    samples: seconds between two looks at what the program takes, which go to the file `samples`"""
     (folder / "script").write_text(script.text())
     shutil.copy(TRACK, folder)
     (folder / "card" / "db").mkdir(parents=True)
-    if record := script.comment("record"):
-        (folder / "card" / "db" / "driver-id.json").write_text('{"driver-id":"%s"}' % record)
+    if known := script.comment("record"):
+        (folder / "card" / "db" / "driver-id.json").write_text('{"driver-id":"%s"}' % known)
     # The program takes the place of the shell: what the unit tells it reaches nobody else.
-    inside = 'exec "$0" "$@" > >(exec %s -S -E %s %s) 2>&1' % tuple(
-        shlex.quote(str(word)) for word in (sys.executable, STAMP, folder / "out"))
+    stamp = [sys.executable, "-S", "-E", STAMP, folder / "out"]
+    stamp += [folder / "samples", samples] if samples else []
+    inside = f'exec "$0" "$@" > >(exec {shlex.join(map(str, stamp))}) 2>&1'
     return ([build.virtual_unit, "run"] + ["--fast"] * fast +
             ["--script", folder / "script", "--sdcard", folder / "card", "--log", folder / "log",
-             "--journal", folder / "journal", "--record", folder / "recording",
-             "--", "bash", "-c", inside, build.program(script.program), "--seconds", str(seconds),
+             "--journal", folder / "journal"] + ["--record", folder / "recording"] * record +
+            ["--", "bash", "-c", inside, build.program(script.program), "--seconds", str(seconds),
              "--log", folder / "library.log"])
 
 
-def perform(build, script, seconds, keep=None):
-    """Runs it in a folder of its own, and calls keep(run) while that is still there. Returns what that gives."""
+def perform(build, script, seconds, keep=None, limit=REAL_LIMIT, **how):
+    """Runs it in a folder of its own, and calls keep(run) while that is still there. Returns what that gives.
+
+    limit: seconds of the real time; how: as of command()"""
     folder = pathlib.Path(tempfile.mkdtemp(prefix="random-drive-"))
     try:
         try:
-            done = subprocess.run(command(build, script, folder, seconds), cwd=folder, stdin=subprocess.DEVNULL,
-                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=REAL_LIMIT,
+            done = subprocess.run(command(build, script, folder, seconds, **how), cwd=folder, stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=limit,
                                   env={**os.environ, "LC_ALL": "C.UTF-8", "TZ": "UTC"})
             status, errors = done.returncode, done.stdout.decode(errors="replace")
         except subprocess.TimeoutExpired as hang:

@@ -148,11 +148,15 @@ class Unit:
 
     def _buzzer(self, time, what, more):
         if what == "well":
+            if "silent" in self.buzzer.now:
+                self.buzzer.set(time, "asked")  # who waits for an answer from before waits on, until it is unplugged
             self.buzzer.clear(time, "silent", "stuck", "late")
         elif what == "plug":
             self.buzzer.clear(time, "unplug")
         else:
             self.buzzer.set(time, what, int(more[0]) if more else True)
+            if what == "unplug":
+                self.buzzer.clear(time, "asked")
 
     def _sounder(self, time, what, _more):
         if what in ("well", "plug"):

@@ -202,6 +202,8 @@ TEST_F(IThreadTest, TheDefaultBodiesGoOnAndDoNothing)
 {
     IThread bare;
     EXPECT_EQ(bare.RunBefore(), 1);
+    bare.Run();
+    bare.RunAfter();
     EXPECT_TRUE(bare.Start());
     EXPECT_TRUE(bare.IsRunning());
     bare.Stop();
@@ -742,6 +744,19 @@ TEST_F(IThreadTest, AnExceptionOfNoStandardTypeIsLoggedWithoutAText)
     probe.Start();
     EXPECT_TRUE(probe.HasEnded());
     EXPECT_THAT(log.File(), AllOf(SizeIs(3), Each("[ERROR][#Tavthread] PROBE: ended by an exception")));
+}
+
+TEST_F(IThreadTest, AThreadThatEndsItselfEndsWithoutALineAndCanBeStartedAgain)
+{
+    ThreadProbe probe;
+    probe.step = [] { pthread_exit(nullptr); };
+    probe.Start();
+    EXPECT_TRUE(probe.HasEnded());
+    EXPECT_THAT(probe.Events(), ElementsAre("before", "run"));
+    EXPECT_THAT(log.Console(), IsEmpty());
+    probe.Stop();
+    EXPECT_TRUE(probe.Start());
+    EXPECT_TRUE(probe.HasEnded());
 }
 
 TEST_F(IThreadTest, AnExceptionInTheMiddleOfALogLineCompletesTheLine)

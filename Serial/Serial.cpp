@@ -265,8 +265,8 @@ void Serial::Flush()
 
 bool Serial::AwaitOutput(std::chrono::milliseconds limit)
 {
-    const auto end = std::chrono::steady_clock::now() +
-                     std::clamp(limit, std::chrono::milliseconds(0), LONGEST_OUTPUT_WAIT);
+    const auto most = std::clamp(limit, std::chrono::milliseconds(0), LONGEST_OUTPUT_WAIT);
+    const auto end = std::chrono::steady_clock::now() + most;
     int waiting = 0;
     while (fd > 0 && ioctl(fd, TIOCOUTQ, &waiting) == 0 && waiting > 0)
     {

@@ -152,6 +152,31 @@ TEST_F(GpsThreadTest, StopDuringTheDetectionOnASilentLineEndsItWithTheRead)
     EXPECT_EQ(line.Received(), QUERY);
 }
 
+TEST_F(GpsThreadTest, StopEndsTheSearchThatADerivedClassMakesWithoutAWordOfTheModule)
+{
+    class Searching : public GpsDevice
+    {
+    public:
+        ~Searching() override { Stop(); }
+
+        int RunBefore() override
+        {
+            FindDeviceType();
+            return 0;
+        }
+    } searching;
+
+    GpsDevice::IThreadDelegate* none = nullptr;
+    searching.Prepare(none);
+    ASSERT_FALSE(searching.HasError());
+    ForgetLog();
+    ASSERT_TRUE(searching.Start());
+    Pass(150ms);
+    searching.Stop();
+    EXPECT_LE(Clock::Elapsed(), 1s) << "one read";
+    EXPECT_THAT(FileLines(), IsEmpty());
+}
+
 /// An SKM53 that sends a sentence twice a second.
 Kit::Peer::Script Sentences()
 {

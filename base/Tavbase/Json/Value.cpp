@@ -40,9 +40,9 @@ const char* NameOf(Value::Type type)
     case Value::Type::Array:
         return "an array";
     case Value::Type::Object:
-        return "an object";
+        break;
     }
-    return "";
+    return "an object";
 }
 
 }
@@ -219,9 +219,9 @@ Value::Type Value::GetType() const noexcept
     case Kind::Array:
         return Type::Array;
     case Kind::Object:
-        return Type::Object;
+        break;
     }
-    return Type::Null;
+    return Type::Object;
 }
 
 bool Value::ToBool() const

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <poll.h>
 #include <string_view>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/select.h>
 #include <termios.h>
 #include <unistd.h>
@@ -21,23 +23,8 @@
 namespace
 {
 
-struct Function
-{
-    const char* name;
-    std::atomic<long> calls{0};
-};
-
-std::array<Function, 11> functions = {{{"open"},
-                                       {"close"},
-                                       {"read"},
-                                       {"write"},
-                                       {"ioctl"},
-                                       {"poll"},
-                                       {"select"},
-                                       {"tcgetattr"},
-                                       {"tcsetattr"},
-                                       {"tcflush"},
-                                       {"tcdrain"}}};
+constexpr std::array FUNCTIONS = {"open",   "close",     "read",      "write",   "ioctl",  "poll",
+                                  "select", "tcgetattr", "tcsetattr", "tcflush", "tcdrain"};
 
 enum Which
 {
@@ -51,8 +38,13 @@ enum Which
     Tcgetattr,
     Tcsetattr,
     Tcflush,
-    Tcdrain
+    Tcdrain,
+    Ended ///< no function
 };
+
+using Counts = std::array<std::atomic<std::int64_t>, FUNCTIONS.size() + 1>;
+
+Counts& TheCounts();
 
 constexpr int MOST_DESCRIPTORS = 1024;
 std::array<std::atomic<bool>, MOST_DESCRIPTORS> ofTheUnit;
@@ -72,9 +64,9 @@ struct Order
         {
             return;
         }
-        for (std::size_t i = 0; i < functions.size(); ++i)
+        for (std::size_t i = 0; i < FUNCTIONS.size(); ++i)
         {
-            if (std::strcmp(functions[i].name, name.data()) == 0)
+            if (std::strcmp(FUNCTIONS[i], name.data()) == 0)
             {
                 function = static_cast<int>(i);
             }
@@ -91,7 +83,7 @@ const Order& TheOrder()
 /// Whether this call is to fail, with errno set.
 bool Fails(Which which)
 {
-    const long number = ++functions[which].calls;
+    const std::int64_t number = ++TheCounts()[which];
     const Order& order = TheOrder();
     if (order.function != which || number < order.nth || number - order.nth >= order.times)
     {
@@ -134,19 +126,27 @@ Call* Next(Call*, const char* name)
         return next;                                                                                         \
     }()
 
-[[gnu::destructor]] void WriteCounts()
+/// In the file, or, where that cannot be, in memory.
+Counts& TheCounts()
 {
-    const char* const path = std::getenv("TAV_COUNTED_CALLS");
-    if (path == nullptr)
-    {
-        return;
-    }
-    const int fd = NEXT(open)(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    for (const Function& function : functions)
-    {
-        dprintf(fd, "%s %ld\n", function.name, function.calls.load());
-    }
-    NEXT(close)(fd);
+    static Counts& counts = *[] {
+        static Counts own;
+        const char* const path = std::getenv("TAV_COUNTED_CALLS");
+        const int fd = path == nullptr ? -1 : NEXT(open)(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        void* place = MAP_FAILED;
+        if (fd >= 0 && ftruncate(fd, sizeof(Counts)) == 0)
+        {
+            place = mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        }
+        NEXT(close)(fd);
+        return place == MAP_FAILED ? &own : static_cast<Counts*>(place);
+    }();
+    return counts;
+}
+
+[[gnu::destructor]] void NoteEnd()
+{
+    TheCounts()[Ended] = 1;
 }
 
 }

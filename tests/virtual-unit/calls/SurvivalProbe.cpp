@@ -459,6 +459,7 @@ void AwaitBegun(const Progress& progress)
 int Killed(const Paths& devices)
 {
     constexpr int TIMES = 10;
+    constexpr int MOST_TIMES = 1000; // a machine that is busy elsewhere may stop the child between its calls each time
     constexpr useconds_t LONGEST_LIFE = 200;
     constexpr useconds_t LONGEST_LIFE_OF_THREADS = 5000;
     Calls calls;
@@ -468,7 +469,7 @@ int Killed(const Paths& devices)
     for (const Calls::Call& call : calls.All())
     {
         int inTheMidst = 0;
-        for (int time = 0; time < TIMES; ++time)
+        for (int time = 0; time < TIMES || (inTheMidst == 0 && time < MOST_TIMES); ++time)
         {
             progress.begun = 0;
             progress.done = 0;

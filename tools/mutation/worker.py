@@ -18,7 +18,8 @@ UNPRIVILEGED = {
     "0": ["unshare", "--user", f"--map-user={NOBODY}", f"--map-group={NOBODY}", "setpriv", "--no-new-privs"],
 }[sys.argv[1]]
 WRAPPED = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc", "--propagation", "private",
-           "sh", "-c", 'mount -t tmpfs -o mode=1777,size=512m run /tmp; cd /tmp; "$@"; exit $?', "sh", *UNPRIVILEGED]
+           "sh", "-c", 'mount -t tmpfs -o mode=1777,size=512m run /tmp; '
+           '[ ! -d /below-tmp ] || { mkdir -p "$0"; mount --bind /below-tmp "$0"; }; cd /tmp; "$@"; exit $?', sys.argv[2], *UNPRIVILEGED]
 
 
 def limits(cpu):

@@ -2,6 +2,8 @@
 // by themselves, programs that execute others, threads, and signals. It tells what each of them gave.
 // Argument: the name of the trial.
 
+#include "tests/virtual-unit/run/OtherNames.h"
+
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -276,6 +278,7 @@ int main(int argc, char** argv)
            : trial == "drivers"  ? Drivers()
            : trial == "programs" ? Programs()
            : trial == "threads"  ? Threads()
+           : trial == "names"    ? OtherNames()
            : trial == "signals"  ? Signals()
            : trial == "see"      ? See()
                                  : 2;

@@ -264,7 +264,8 @@ TEST_P(BothWaysTest, GiveTheSame)
     EXPECT_THAT(Lines(usual.output), testing::SizeIs(testing::Ge(1)));
 }
 
-INSTANTIATE_TEST_SUITE_P(Of, BothWaysTest, testing::Values("library", "drivers", "programs", "threads"),
+INSTANTIATE_TEST_SUITE_P(Of, BothWaysTest,
+                         testing::Values("library", "drivers", "programs", "threads", "names"),
                          [](const auto& trial) { return std::string(trial.param); });
 
 // Whoever finds the socket ---------------------------------------------------------------------------------

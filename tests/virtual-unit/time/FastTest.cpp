@@ -88,7 +88,8 @@ INSTANTIATE_TEST_SUITE_P(
                     "futex", "syscall-nanosleep", "condition-held", "timerfd", "timer_create",
                     "timer_create-thread", "alarm", "setitimer", "recv", "read-socket", "epoll_pwait2",
                     "send", "mq_timedreceive", "mq_timedsend", "semtimedop", "timedjoin", "timedjoin-ended",
-                    "c11", "cancelled"),
+                    "c11", "cancelled", "c11-another", "sigwaitinfo", "timer_gettime", "getitimer", "ualarm",
+                    "accept", "recvfrom", "recvmmsg"),
     [](const auto& way) {
         std::string name = way.param;
         std::ranges::replace(name, '-', '_');

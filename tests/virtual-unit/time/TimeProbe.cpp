@@ -32,6 +32,7 @@
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/timerfd.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <thread>
@@ -285,6 +286,110 @@ void WaitWithC11()
     thrd_sleep(&rest, nullptr);
 }
 
+/// Another thread has the mutex for half the time, and signals at the end of all of it.
+void WaitWithC11ForAnother()
+{
+    cnd_t condition;
+    mtx_t mutex;
+    cnd_init(&condition);
+    mtx_init(&mutex, mtx_timed);
+    std::atomic<bool> taken{false};
+    bool come = false;
+    std::thread other([&] {
+        mtx_lock(&mutex);
+        taken = true;
+        sleep(static_cast<unsigned>(SECONDS) / 2);
+        mtx_unlock(&mutex);
+        sleep(static_cast<unsigned>(SECONDS) - static_cast<unsigned>(SECONDS) / 2);
+        mtx_lock(&mutex);
+        come = true;
+        cnd_signal(&condition);
+        cnd_broadcast(&condition);
+        mtx_unlock(&mutex);
+    });
+    while (!taken)
+    {
+        sched_yield();
+    }
+    timespec then = {};
+    timespec_get(&then, TIME_UTC);
+    then.tv_sec += SECONDS;
+    Require(mtx_timedlock(&mutex, &then) == thrd_success);
+    while (!come)
+    {
+        Require(cnd_wait(&condition, &mutex) == thrd_success);
+    }
+    mtx_unlock(&mutex);
+    other.join();
+}
+
+/// A timer tells halfway what is left, and afterwards that it was not late.
+void LookAtTimer()
+{
+    sigevent event = {};
+    event.sigev_notify = SIGEV_SIGNAL;
+    event.sigev_signo = SIGALRM;
+    timer_t timer = {};
+    Require(timer_create(CLOCK_MONOTONIC, &event, &timer) == 0);
+    AwaitAlarm([&] {
+        const itimerspec value = {{0, 0}, DURATION};
+        timer_settime(timer, 0, &value, nullptr);
+        sleep(static_cast<unsigned>(SECONDS) / 2);
+        itimerspec left = {};
+        Require(timer_gettime(timer, &left) == 0 && left.it_value.tv_sec == SECONDS - SECONDS / 2);
+    });
+    Require(timer_getoverrun(timer) == 0);
+    timer_delete(timer);
+}
+
+/// The alarm tells halfway what is left.
+void LookAtAlarm()
+{
+    AwaitAlarm([] {
+        const itimerval value = {{0, 0}, {SECONDS, 0}};
+        setitimer(ITIMER_REAL, &value, nullptr);
+        sleep(static_cast<unsigned>(SECONDS) / 2);
+        itimerval left = {};
+        Require(getitimer(ITIMER_REAL, &left) == 0 && left.it_value.tv_sec == SECONDS - SECONDS / 2);
+    });
+}
+
+/// An alarm each half second.
+void CountAlarms()
+{
+    struct sigaction action = {};
+    action.sa_handler = CountAlarm;
+    sigaction(SIGALRM, &action, nullptr);
+    ualarm(500'000, 500'000);
+    while (alarms < 2 * SECONDS)
+    {
+        pause();
+    }
+    ualarm(0, 0);
+}
+
+void WaitForConnection()
+{
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX; // the kernel chooses a name that is no file's
+    Require(bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address.sun_family) == 0 &&
+            listen(listener, 1) == 0);
+    socklen_t length = sizeof address;
+    getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length);
+    std::thread caller([&] {
+        sleep(static_cast<unsigned>(SECONDS));
+        const int end = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        Require(connect(end, reinterpret_cast<const sockaddr*>(&address), length) == 0);
+        close(end);
+    });
+    const int accepted = accept(listener, nullptr, nullptr);
+    Require(accepted >= 0);
+    caller.join();
+    close(accepted);
+    close(listener);
+}
+
 void WaitByLock(const std::function<int(pthread_rwlock_t*, const timespec*)>& wait)
 {
     pthread_rwlock_t lock = PTHREAD_RWLOCK_INITIALIZER;
@@ -340,6 +445,21 @@ void AwaitSignalOfThread()
     int signal = 0;
     sigwait(&signals, &signal);
     Require(signal == SIGUSR1);
+    sender.join();
+}
+
+void AwaitSignalOfThreadAndItsSender()
+{
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGUSR1);
+    sigprocmask(SIG_BLOCK, &signals, nullptr);
+    std::thread sender([] {
+        sleep(static_cast<unsigned>(SECONDS));
+        kill(getpid(), SIGUSR1);
+    });
+    siginfo_t info = {};
+    Require(sigwaitinfo(&signals, &info) == SIGUSR1 && info.si_pid == getpid());
     sender.join();
 }
 
@@ -536,6 +656,30 @@ const std::map<std::string, std::function<void()>> WAYS = {
     {"timedjoin", WaitForThread},
     {"timedjoin-ended", JoinInTime},
     {"c11", WaitWithC11},
+    {"c11-another", WaitWithC11ForAnother},
+    {"sigwaitinfo", AwaitSignalOfThreadAndItsSender},
+    {"timer_gettime", LookAtTimer},
+    {"getitimer", LookAtAlarm},
+    {"ualarm", CountAlarms},
+    {"accept", WaitForConnection},
+    {"recvfrom",
+     [] {
+         WaitForSocket([](int fd) {
+             char byte;
+             return recvfrom(fd, &byte, 1, 0, nullptr, nullptr);
+         });
+     }},
+    {"recvmmsg",
+     [] {
+         WaitForSocket([](int fd) {
+             char byte;
+             iovec piece = {&byte, 1};
+             mmsghdr message = {};
+             message.msg_hdr.msg_iov = &piece;
+             message.msg_hdr.msg_iovlen = 1;
+             return static_cast<ssize_t>(recvmmsg(fd, &message, 1, 0, nullptr));
+         });
+     }},
     {"cancelled", BeCancelled},
 };
 

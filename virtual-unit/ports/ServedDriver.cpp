@@ -71,7 +71,9 @@ ServedDriver::ServedDriver(const std::shared_ptr<MessagePeripheral>& device)
 }
 
 ServedDriver::ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages)
-    : peripheral(std::move(device)), messages(withMessages), wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+    : peripheral(std::move(device)), messages(withMessages),
+      canBePulledOut(messages != nullptr && messages->CanBePulledOut()),
+      wake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     Connect();
 }
@@ -88,8 +90,9 @@ ServedDriver::~ServedDriver()
 void ServedDriver::Connect()
 {
     const std::array<int, 2> ends = Connected();
-    applicationEnd = VirtualUnit::Descriptor(ends[0]);
     deviceEnd = VirtualUnit::Descriptor(ends[1]);
+    const std::lock_guard lock(access);
+    applicationEnd = VirtualUnit::Descriptor(ends[0]);
     if (messages == nullptr)
     {
         shutdown(deviceEnd.Get(), SHUT_WR); // a read finds the end at once, instead of waiting for ever
@@ -99,7 +102,9 @@ void ServedDriver::Connect()
 int ServedDriver::Open(int flags)
 {
     bool cameBack = false;
-    Locked([&] { cameBack = messages != nullptr && messages->IsPlugged() && !messages->IsConnected(); });
+    Locked([&]() TAV_REQUIRES(access) {
+        cameBack = messages != nullptr && messages->IsPlugged() && !messages->IsConnected();
+    });
     if (cameBack)
     {
         try
@@ -112,10 +117,10 @@ int ServedDriver::Open(int flags)
             errno = failure.code().value();
             return -1;
         }
-        Locked([this] { messages->Attach([this] { Wake(); }); });
+        Locked([this]() TAV_REQUIRES(access) { messages->Attach([this] { Wake(); }); });
     }
     Start();
-    const int fd = fcntl(applicationEnd.Get(), F_DUPFD_CLOEXEC, 0);
+    const int fd = fcntl(Descriptor(), F_DUPFD_CLOEXEC, 0);
     if (fd >= 0)
     {
         fcntl(fd, F_SETFL, flags & O_NONBLOCK);
@@ -131,7 +136,7 @@ bool ServedDriver::Exists() const
 
 bool ServedDriver::HoldsWrites() const
 {
-    return messages != nullptr && messages->CanBePulledOut();
+    return canBePulledOut;
 }
 
 int ServedDriver::WriteError(const struct stat& opened)
@@ -142,6 +147,12 @@ int ServedDriver::WriteError(const struct stat& opened)
     const bool present =
         HoldsWrites() && opened.st_ino == SocketOf(applicationEnd) && !messages->IsConnected();
     return S_ISSOCK(opened.st_mode) && (former || present) ? ENODEV : 0;
+}
+
+int ServedDriver::Descriptor() const
+{
+    const std::lock_guard lock(access);
+    return applicationEnd.Get();
 }
 
 unsigned int ServedDriver::Node()
@@ -178,27 +189,33 @@ void ServedDriver::SettleNode()
 std::optional<ServedDevice::IoctlResult> ServedDriver::Ioctl(unsigned long request, std::uint64_t argument,
                                                              CallerMemory& memory)
 {
-    const auto deadline = [this] { return messages != nullptr ? messages->NextDeadline() : std::nullopt; };
-    int result = 0;
+    const auto deadline = [this]() TAV_REQUIRES(access) {
+        return messages != nullptr ? messages->NextDeadline() : std::nullopt;
+    };
+    IoctlResult result;
     bool otherDeadline = false;
     {
         const std::lock_guard lock(access);
         const auto before = deadline();
-        result = peripheral->Answer({request, argument, memory}, std::chrono::steady_clock::now());
+        result.value = peripheral->Answer({request, argument, memory}, std::chrono::steady_clock::now());
+        result.takes = peripheral->Takes(result.value);
         otherDeadline = deadline() != before;
     }
     if (otherDeadline) // otherwise the thread has nothing new to see, and a pin is written in half the time
     {
         Wake();
     }
-    return IoctlResult{result, peripheral->Takes(result)};
+    return result;
 }
 
 void ServedDriver::Start()
 {
     if (messages != nullptr && !thread.joinable())
     {
-        ending = false;
+        {
+            const std::lock_guard lock(access);
+            ending = false;
+        }
         thread = std::thread(&ServedDriver::Carry, this);
     }
 }
@@ -207,7 +224,7 @@ void ServedDriver::Stop()
 {
     if (thread.joinable())
     {
-        Locked([this] { ending = true; });
+        Locked([this]() TAV_REQUIRES(access) { ending = true; });
         thread.join();
     }
 }

@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_PORTS_SERVEDDRIVER_H
 #define VIRTUAL_UNIT_PORTS_SERVEDDRIVER_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/common/Descriptor.h"
 #include "virtual-unit/peripherals/IoctlPeripheral.h"
 #include "virtual-unit/peripherals/MessagePeripheral.h"
@@ -42,7 +43,7 @@ public:
     int WriteError(const struct stat& opened) override;
     unsigned int Node() override;
 
-    int Descriptor() const override { return applicationEnd.Get(); }
+    int Descriptor() const override;
 
     /// Runs `function` while the device stands still. Calling threads: any.
     template <class Function>
@@ -60,22 +61,24 @@ private:
     ServedDriver(std::shared_ptr<IoctlPeripheral> device, MessagePeripheral* withMessages);
 
     void Connect();
-    void SettleNode();
+    void SettleNode() TAV_REQUIRES(access);
     void Start();
     void Stop();
     void Carry();
-    void Receive();
+    void Receive() TAV_REQUIRES(access);
     void Send(std::string_view message) const;
     void Wake() const;
 
-    std::shared_ptr<IoctlPeripheral> peripheral;
-    MessagePeripheral* messages; ///< the same device, or null when it has none
-    VirtualUnit::Descriptor applicationEnd;
-    VirtualUnit::Descriptor deviceEnd;
-    VirtualUnit::Descriptor wake; ///< an eventfd, readable when the thread has to look anew
+    const std::shared_ptr<IoctlPeripheral> peripheral TAV_GUARDED_BY(access);
+    /// The same device, or null when it has none.
+    MessagePeripheral* const messages TAV_POINTEE_GUARDED_BY(access);
+    const bool canBePulledOut;
+    VirtualUnit::Descriptor deviceEnd; ///< replaced only while the thread does not run
+    VirtualUnit::Descriptor wake;      ///< an eventfd, readable when the thread has to look anew
 
     mutable std::mutex access; ///< guards the device and what follows
-    bool ending = false;
+    VirtualUnit::Descriptor applicationEnd TAV_GUARDED_BY(access);
+    bool ending TAV_GUARDED_BY(access) = false;
 
     /// A socket that stood behind the path.
     struct FormerNode
@@ -84,9 +87,10 @@ private:
         unsigned int node;
     };
 
-    std::vector<FormerNode> formerNodes; ///< that somebody holds still
-    unsigned int node = 0;
-    bool nodeSettled = false; ///< for the time that it has been back, but not been opened
+    std::vector<FormerNode> formerNodes TAV_GUARDED_BY(access); ///< that somebody holds still
+    unsigned int node TAV_GUARDED_BY(access) = 0;
+    /// For the time that it has been back, but not been opened.
+    bool nodeSettled TAV_GUARDED_BY(access) = false;
 
     std::thread thread;
 };

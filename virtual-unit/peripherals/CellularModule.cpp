@@ -45,27 +45,30 @@ std::string Flood(std::size_t bytes)
 void CellularModule::Interface::SetLine(const Transmitter::Options& line)
 {
     const std::lock_guard lock(module.access);
-    transmitter.options = line;
+    module.Behind(port).transmitter.options = line;
 }
 
 void CellularModule::Interface::Receive(std::string_view bytes, TimePoint now)
 {
     const std::lock_guard lock(module.access);
     module.Elapse(now);
-    if (!module.onBus || left)
+    Channel& channel = module.Behind(port);
+    if (!module.onBus || channel.left)
     {
         return;
     }
-    received += bytes;
-    Work(module.latest);
+    channel.received += bytes;
+    module.Work(channel, module.latest);
 }
 
 std::optional<SerialPeripheral::TimePoint> CellularModule::Interface::NextDeadline() const
 {
     const std::lock_guard lock(module.access);
+    const Channel& channel = module.Behind(port);
     std::optional<TimePoint> next = module.leaveAt;
     for (const std::optional<TimePoint>& time :
-         {transmitter.NextDeadline(), running ? std::optional(running->due) : std::nullopt})
+         {channel.transmitter.NextDeadline(),
+          channel.running ? std::optional(channel.running->due) : std::nullopt})
     {
         next = next && time ? std::min(next, time) : next ? next : time;
     }
@@ -76,114 +79,115 @@ void CellularModule::Interface::Advance(TimePoint now)
 {
     const std::lock_guard lock(module.access);
     module.Elapse(now);
-    Work(module.latest);
+    module.Work(module.Behind(port), module.latest);
 }
 
 std::vector<std::string> CellularModule::Interface::TakeOutput()
 {
     const std::lock_guard lock(module.access);
-    return std::exchange(output, {});
+    return std::exchange(module.Behind(port).output, {});
 }
 
 bool CellularModule::Interface::IsConnected() const
 {
     const std::lock_guard lock(module.access);
-    return module.onBus && !left;
+    return module.onBus && !module.Behind(port).left;
 }
 
 bool CellularModule::Interface::TakesOutput() const
 {
     const std::lock_guard lock(module.access);
-    return !faults.stuck;
+    return !module.Behind(port).faults.stuck;
 }
 
 void CellularModule::Interface::Attach(const std::function<void()>& hostsWake)
 {
     const std::lock_guard lock(module.access);
-    wake = hostsWake;
-    left = !module.onBus;
-    Reset();
+    Channel& channel = module.Behind(port);
+    channel.wake = hostsWake;
+    channel.left = !module.onBus;
+    channel.Reset();
 }
 
 /// What is due by `now`, in its order.
-void CellularModule::Interface::Work(TimePoint now)
+void CellularModule::Work(Channel& channel, TimePoint now)
 {
     for (;;)
     {
-        if (running)
+        if (channel.running)
         {
-            if (running->due > now)
+            if (channel.running->due > now)
             {
                 break;
             }
-            Finish(running->due);
+            Finish(channel, channel.running->due);
             continue;
         }
-        const std::size_t end = received.find('\r');
+        const std::size_t end = channel.received.find('\r');
         if (end == std::string::npos)
         {
-            received.erase(0, received.size() > LONGEST_LINE ? received.size() : 0);
+            channel.received.erase(0, channel.received.size() > LONGEST_LINE ? channel.received.size() : 0);
             break;
         }
-        std::string line = received.substr(0, end);
-        received.erase(0, end + 1);
+        std::string line = channel.received.substr(0, end);
+        channel.received.erase(0, end + 1);
         std::erase(line, '\n');
-        Begin(line, now);
+        Begin(channel, line, now);
     }
-    if (faults.silent)
+    if (channel.faults.silent)
     {
-        transmitter.Discard();
+        channel.transmitter.Discard();
     }
-    transmitter.Take(now, output);
+    channel.transmitter.Take(now, channel.output);
 }
 
-void CellularModule::Interface::Begin(const std::string& line, TimePoint now)
+void CellularModule::Begin(Channel& channel, const std::string& line, TimePoint now)
 {
-    const std::string begin =
-        faults.beforeEcho + (echo && !faults.noEcho ? line + "\r" : "") + faults.behindEcho;
+    const std::string begin = channel.faults.beforeEcho +
+                              (channel.echo && !channel.faults.noEcho ? line + "\r" : "") +
+                              channel.faults.behindEcho;
     if (!IsCommand(line))
     {
-        transmitter.Send(line.empty() ? "" : begin, now);
+        channel.transmitter.Send(line.empty() ? "" : begin, now);
         return;
     }
-    const bool refused = faults.errors != 0;
-    if (refused && faults.errors != Faults::EVERY)
+    const bool refused = channel.faults.errors != 0;
+    if (refused && channel.faults.errors != Faults::EVERY)
     {
-        --faults.errors;
+        --channel.faults.errors;
     }
     const std::chrono::milliseconds time =
-        faults.delay + (refused ? std::chrono::milliseconds(0) : module.state.TimeFor(line));
-    const bool together = time.count() == 0 || faults.lateEcho;
-    running = Running{now + time, line, refused, together ? begin : ""};
-    transmitter.Send(together ? "" : begin, now);
+        channel.faults.delay + (refused ? std::chrono::milliseconds(0) : state.TimeFor(line));
+    const bool together = time.count() == 0 || channel.faults.lateEcho;
+    channel.running = Channel::Running{now + time, line, refused, together ? begin : ""};
+    channel.transmitter.Send(together ? "" : begin, now);
 }
 
-void CellularModule::Interface::Finish(TimePoint now)
+void CellularModule::Finish(Channel& channel, TimePoint now)
 {
-    const Running done = std::move(*running);
-    running.reset();
-    const CellularState before = module.state;
-    const Answer answer = done.refused ? Answer{{}, faults.error} : Obey(done.command, now);
-    transmitter.Send(done.begin + Reply(answer), now);
-    module.ReportSince(before);
+    const Channel::Running done = std::move(*channel.running);
+    channel.running.reset();
+    const CellularState before = state;
+    const Answer answer = done.refused ? Answer{{}, channel.faults.error} : Obey(channel, done.command, now);
+    channel.transmitter.Send(done.begin + channel.Reply(answer), now);
+    ReportSince(before);
     if (answer.powersDown)
     {
-        module.PowerDown(now);
+        PowerDown(now);
     }
 }
 
-CellularState::Answer CellularModule::Interface::Obey(const std::string& command, TimePoint now)
+CellularState::Answer CellularModule::Obey(Channel& channel, const std::string& command, TimePoint now)
 {
     if (IsEchoCommand(command))
     {
-        echo = command.back() == '1';
+        channel.echo = command.back() == '1';
         return {};
     }
-    return module.state.Obey(command,
-                             std::chrono::duration_cast<std::chrono::seconds>(now - *module.switchedOn));
+    return state.Obey(command, std::chrono::duration_cast<std::chrono::seconds>(now - *switchedOn));
 }
 
-std::string CellularModule::Interface::Reply(const CellularState::Answer& answer) const
+std::string CellularModule::Channel::Reply(const CellularState::Answer& answer) const
 {
     if (faults.flood != 0)
     {
@@ -203,7 +207,7 @@ std::string CellularModule::Interface::Reply(const CellularState::Answer& answer
     return information + faults.beforeResult + std::string(LINE_END) + answer.result + std::string(LINE_END);
 }
 
-void CellularModule::Interface::Reset()
+void CellularModule::Channel::Reset()
 {
     echo = true;
     received.clear();
@@ -213,7 +217,7 @@ void CellularModule::Interface::Reset()
 }
 
 CellularModule::CellularModule(const CellularState& theState)
-    : state(theState), interfaces{Interface(*this), Interface(*this)}
+    : interfaces{Interface(*this, Port::Main), Interface(*this, Port::Alternate)}, state(theState)
 {
 }
 
@@ -253,9 +257,9 @@ void CellularModule::PlugIn()
     state.registrationReports = 0;
     state.packetRegistrationReports = 0;
     state.operatorFormat = 0;
-    for (Interface& interface : interfaces)
+    for (Channel& channel : channels)
     {
-        interface.left = interface.left && interface.wake;
+        channel.left = channel.left && channel.wake;
     }
     TellPresence();
 }
@@ -293,9 +297,9 @@ void CellularModule::Elapse(TimePoint now)
     if (leaveAt && *leaveAt <= latest)
     {
         const TimePoint at = *leaveAt;
-        for (Interface& interface : interfaces)
+        for (Channel& channel : channels)
         {
-            interface.Work(at);
+            Work(channel, at);
         }
         Leave(at);
     }
@@ -305,13 +309,13 @@ void CellularModule::Leave(TimePoint at)
 {
     leaveAt.reset();
     onBus = false;
-    for (Interface& interface : interfaces)
+    for (Channel& channel : channels)
     {
-        interface.transmitter.Take(at, interface.output);
-        std::vector<std::string> sent = std::move(interface.output);
-        interface.Reset();
-        interface.output = std::move(sent);
-        interface.left = true;
+        channel.transmitter.Take(at, channel.output);
+        std::vector<std::string> sent = std::move(channel.output);
+        channel.Reset();
+        channel.output = std::move(sent);
+        channel.left = true;
     }
     TellPresence();
     WakeHosts();
@@ -319,9 +323,9 @@ void CellularModule::Leave(TimePoint at)
 
 void CellularModule::PowerDown(TimePoint now)
 {
-    for (Interface& interface : interfaces)
+    for (Channel& channel : channels)
     {
-        interface.transmitter.Send(POWERED_DOWN, now + UNTIL_POWERED_DOWN);
+        channel.transmitter.Send(POWERED_DOWN, now + UNTIL_POWERED_DOWN);
     }
     leaveAt = now + UNTIL_OFF_THE_BUS;
     WakeHosts();
@@ -332,9 +336,9 @@ void CellularModule::ReportSince(const CellularState& before)
     const std::vector<std::string> reports = state.ReportsSince(before);
     for (const std::string& report : reports)
     {
-        for (Interface& interface : interfaces)
+        for (Channel& channel : channels)
         {
-            interface.transmitter.Send(std::string(LINE_END) + report + std::string(LINE_END), latest);
+            channel.transmitter.Send(std::string(LINE_END) + report + std::string(LINE_END), latest);
         }
     }
     if (!reports.empty())
@@ -345,11 +349,11 @@ void CellularModule::ReportSince(const CellularState& before)
 
 void CellularModule::WakeHosts() const
 {
-    for (const Interface& interface : interfaces)
+    for (const Channel& channel : channels)
     {
-        if (interface.wake)
+        if (channel.wake)
         {
-            interface.wake();
+            channel.wake();
         }
     }
 }

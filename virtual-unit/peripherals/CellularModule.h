@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_PERIPHERALS_CELLULARMODULE_H
 #define VIRTUAL_UNIT_PERIPHERALS_CELLULARMODULE_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/peripherals/CellularState.h"
 #include "virtual-unit/peripherals/SerialPeripheral.h"
 #include "virtual-unit/peripherals/Transmitter.h"
@@ -93,32 +94,10 @@ public:
     private:
         friend class CellularModule;
 
-        struct Running
-        {
-            TimePoint due;
-            std::string command;
-            bool refused;
-            std::string begin; ///< of the reply, when it is not sent yet
-        };
-
-        explicit Interface(CellularModule& owner) : module(owner) {}
-
-        void Work(TimePoint now);
-        void Begin(const std::string& line, TimePoint now);
-        void Finish(TimePoint now);
-        CellularState::Answer Obey(const std::string& command, TimePoint now);
-        std::string Reply(const CellularState::Answer& answer) const;
-        void Reset();
+        Interface(CellularModule& owner, Port which) : module(owner), port(which) {}
 
         CellularModule& module;
-        std::function<void()> wake; ///< empty: no host
-        bool left = false;          ///< the bus, since there is this host
-        bool echo = true;
-        Faults faults;
-        Transmitter transmitter;
-        std::vector<std::string> output;
-        std::string received; ///< that is not looked at yet
-        std::optional<Running> running;
+        const Port port;
     };
 
     explicit CellularModule(const CellularState& state = {});
@@ -145,7 +124,7 @@ public:
     void Spoil(Function&& function, Port port = Port::Main)
     {
         const std::lock_guard lock(access);
-        std::forward<Function>(function)(At(port).faults);
+        std::forward<Function>(function)(Behind(port).faults);
         WakeHosts();
     }
 
@@ -164,21 +143,54 @@ public:
     void TellPresence(const void* whom, std::function<void(bool onBus)> tell);
 
 private:
-    void Elapse(TimePoint now);
-    void Leave(TimePoint at);
-    void PowerDown(TimePoint now);
-    void ReportSince(const CellularState& before);
-    void WakeHosts() const;
-    void TellPresence() const;
+    /// What stands behind an interface.
+    struct Channel
+    {
+        struct Running
+        {
+            TimePoint due;
+            std::string command;
+            bool refused;
+            std::string begin; ///< of the reply, when it is not sent yet
+        };
+
+        void Reset();
+        std::string Reply(const CellularState::Answer& answer) const;
+
+        std::function<void()> wake; ///< empty: no host
+        bool left = false;          ///< the bus, since there is this host
+        bool echo = true;
+        Faults faults;
+        Transmitter transmitter;
+        std::vector<std::string> output;
+        std::string received; ///< that is not looked at yet
+        std::optional<Running> running;
+    };
+
+    Channel& Behind(Port port) TAV_REQUIRES(access) { return channels[static_cast<std::size_t>(port)]; }
+
+    void Work(Channel& channel, TimePoint now) TAV_REQUIRES(access);
+    void Begin(Channel& channel, const std::string& line, TimePoint now) TAV_REQUIRES(access);
+    void Finish(Channel& channel, TimePoint now) TAV_REQUIRES(access);
+    CellularState::Answer Obey(Channel& channel, const std::string& command, TimePoint now)
+        TAV_REQUIRES(access);
+    void Elapse(TimePoint now) TAV_REQUIRES(access);
+    void Leave(TimePoint at) TAV_REQUIRES(access);
+    void PowerDown(TimePoint now) TAV_REQUIRES(access);
+    void ReportSince(const CellularState& before) TAV_REQUIRES(access);
+    void WakeHosts() const TAV_REQUIRES(access);
+    void TellPresence() const TAV_REQUIRES(access);
+
+    std::array<Interface, 2> interfaces;
 
     mutable std::mutex access; ///< guards everything below
-    CellularState state;
-    std::array<Interface, 2> interfaces;
-    std::optional<TimePoint> switchedOn;
-    TimePoint latest;                 ///< the latest time that a host has given
-    std::optional<TimePoint> leaveAt; ///< the bus
-    bool onBus = true;
-    std::map<const void*, std::function<void(bool)>> presenceListeners;
+    CellularState state TAV_GUARDED_BY(access);
+    std::array<Channel, 2> channels TAV_GUARDED_BY(access);
+    std::optional<TimePoint> switchedOn TAV_GUARDED_BY(access);
+    TimePoint latest TAV_GUARDED_BY(access);                 ///< the latest time that a host has given
+    std::optional<TimePoint> leaveAt TAV_GUARDED_BY(access); ///< the bus
+    bool onBus TAV_GUARDED_BY(access) = true;
+    std::map<const void*, std::function<void(bool)>> presenceListeners TAV_GUARDED_BY(access);
 };
 
 }

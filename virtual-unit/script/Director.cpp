@@ -53,10 +53,10 @@ void Director::Ear::Answered(const std::string& request, const std::string& answ
     if (const auto driven = Driven(request, answer))
     {
         const std::lock_guard lock(owner.access);
-        pins.Add({at, driven->first, driven->second});
+        owner.noticed.at(port).pins.Add({at, driven->first, driven->second});
     }
-    Keep(hears, request + "\n", at);
-    Keep(says, answer + "\n", at);
+    Keep(&Noticed::hears, request + "\n", at);
+    Keep(&Noticed::says, answer + "\n", at);
 }
 
 void Director::Ear::Happened(const std::string& event, TimePoint at)
@@ -64,19 +64,20 @@ void Director::Ear::Happened(const std::string& event, TimePoint at)
     if (event == "opened")
     {
         const std::lock_guard lock(owner.access);
-        openings.push_back(at);
+        owner.noticed.at(port).openings.push_back(at);
         owner.changed.notify_all();
     }
 }
 
-void Director::Ear::Keep(Heard& heard, std::string_view bytes, TimePoint at)
+void Director::Ear::Keep(Heard Noticed::*heard, std::string_view bytes, TimePoint at)
 {
     const std::lock_guard lock(owner.access);
-    heard.Add(bytes, at);
+    (owner.noticed.at(port).*heard).Add(bytes, at);
     owner.changed.notify_all();
 }
 
-std::optional<PortObserver::TimePoint> Director::Ear::Take(const Script::Sign& sign, TimePoint since)
+std::optional<Director::Clock::time_point> Director::Noticed::Take(const Script::Sign& sign,
+                                                                   Clock::time_point since)
 {
     switch (sign.kind)
     {
@@ -86,7 +87,7 @@ std::optional<PortObserver::TimePoint> Director::Ear::Take(const Script::Sign& s
         {
             return std::nullopt;
         }
-        const TimePoint at = *opening;
+        const Clock::time_point at = *opening;
         openings.erase(openings.begin(), std::next(opening));
         return at;
     }
@@ -99,7 +100,8 @@ std::optional<PortObserver::TimePoint> Director::Ear::Take(const Script::Sign& s
     }
 }
 
-std::string Director::Ear::Instead(const Script::Sign& sign, TimePoint since, TimePoint begin) const
+std::string Director::Noticed::Instead(const Script::Sign& sign, Clock::time_point since,
+                                       Clock::time_point begin) const
 {
     const std::string text = sign.kind == Kind::Hears ? hears.Since(since) : says.Since(since);
     const std::optional<PinHistory::Change> pin = pins.Latest(sign.pin);
@@ -128,10 +130,17 @@ Director::Director(Script theScript, Unit& theUnit, Listener theListener)
         {
             unit.Card().mayBecomeFull = true;
         }
-        if (cue.sign && ears.try_emplace(cue.sign->port, *this).second &&
-            cue.sign->port != Script::Sign::PROGRAM)
+        if (cue.sign)
         {
-            unit.Traffic(unit.PathOf(cue.sign->port)).Tell(ears.at(cue.sign->port));
+            noticed.try_emplace(cue.sign->port);
+            ears.try_emplace(cue.sign->port, *this, cue.sign->port);
+        }
+    }
+    for (auto& [port, ear] : ears)
+    {
+        if (port != Script::Sign::PROGRAM)
+        {
+            unit.Traffic(unit.PathOf(port)).Tell(ear);
         }
     }
 }
@@ -149,16 +158,23 @@ Director::~Director()
 
 void Director::Prepare()
 {
-    while (done < script.cues.size())
+    for (std::size_t i = Done(); i < script.cues.size(); ++i)
     {
-        const Script::Cue& cue = script.cues[done];
+        const Script::Cue& cue = script.cues[i];
         if (!cue.step || cue.time.count() > 0 || cue.step->EndsProgram())
         {
             return;
         }
         Do(*cue.step);
-        ++done; // there is no other thread yet
+        const std::lock_guard lock(access);
+        ++done;
     }
+}
+
+std::size_t Director::Done() const
+{
+    const std::lock_guard lock(access);
+    return done;
 }
 
 void Director::Do(const Step& step)
@@ -202,7 +218,7 @@ void Director::Perform()
     begin = Clock::now();
     Clock::time_point before = begin;
     Clock::time_point since = Clock::time_point::min(); // the program may have been faster than this thread
-    for (std::size_t i = done; i < script.cues.size(); ++i)
+    for (std::size_t i = Done(); i < script.cues.size(); ++i)
     {
         const Script::Cue& cue = script.cues[i];
         if (cue.sign)
@@ -234,7 +250,7 @@ void Director::Perform()
 bool Director::AwaitTime(Clock::time_point time)
 {
     std::unique_lock lock(access);
-    return !changed.wait_until(lock, time, [this] { return ending; });
+    return !changed.wait_until(lock, time, [this]() TAV_REQUIRES(access) { return ending; });
 }
 
 std::optional<Director::Clock::time_point> Director::AwaitSign(const Script::Sign& sign,
@@ -244,7 +260,8 @@ std::optional<Director::Clock::time_point> Director::AwaitSign(const Script::Sig
     std::optional<Clock::time_point> at;
     // What a "when" looks for may have come before; a pin is as it is.
     const Clock::time_point from = sign.kind == Kind::Pin ? since : Clock::time_point::min();
-    changed.wait(lock, [&] { return ending || (at = ears.at(sign.port).Take(sign, from)); });
+    changed.wait(
+        lock, [&]() TAV_REQUIRES(access) { return ending || (at = noticed.at(sign.port).Take(sign, from)); });
     return at;
 }
 
@@ -254,11 +271,11 @@ std::optional<Director::Clock::time_point> Director::Expect(const Script::Cue& c
 {
     const Script::Expectation& expectation = *cue.expectation;
     std::unique_lock lock(access);
-    Ear& ear = ears.at(cue.sign->port);
+    Noticed& port = noticed.at(cue.sign->port);
     std::optional<Clock::time_point> at;
     const Clock::time_point limit =
         expectation.within ? before + *expectation.within : Clock::time_point::max();
-    const auto decided = [&] { return (at = ear.Take(*cue.sign, since)) || ending; };
+    const auto decided = [&]() TAV_REQUIRES(access) { return (at = port.Take(*cue.sign, since)) || ending; };
     bool early = true; // decided before the time was over
     if (expectation.within)
     {
@@ -278,7 +295,7 @@ std::optional<Director::Clock::time_point> Director::Expect(const Script::Cue& c
     }
     else if (!came && !expectation.absent)
     {
-        verdict.fault = at ? "it came at " + Seconds(*at - begin) : ear.Instead(*cue.sign, since, begin);
+        verdict.fault = at ? "it came at " + Seconds(*at - begin) : port.Instead(*cue.sign, since, begin);
         verdict.fault += !at && early ? " until the program ended" : "";
     }
     const bool goesOn = at || !early;

@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_SCRIPT_DIRECTOR_H
 #define VIRTUAL_UNIT_SCRIPT_DIRECTOR_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/ports/PortObserver.h"
 #include "virtual-unit/script/Heard.h"
 #include "virtual-unit/script/PinHistory.h"
@@ -19,6 +20,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace VirtualUnit
@@ -61,34 +63,42 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    /// Keeps what has gone over a port and is waited for. Its thread is the port's.
+    /// What has gone over a port and is waited for.
+    struct Noticed
+    {
+        /// Looks for a sign and forgets what precedes its end. @return when it came; none: it has not
+        std::optional<Clock::time_point> Take(const Script::Sign& sign, Clock::time_point since);
+
+        /// What came in place of a sign, for people.
+        std::string Instead(const Script::Sign& sign, Clock::time_point since, Clock::time_point begin) const;
+
+        Heard hears;
+        Heard says;
+        std::deque<Clock::time_point> openings;
+        PinHistory pins;
+    };
+
+    /// Keeps it. Its thread is the port's.
     class Ear : public PortObserver
     {
     public:
-        explicit Ear(Director& whose) : owner(whose) {}
+        Ear(Director& whose, std::string itsPort) : owner(whose), port(std::move(itsPort)) {}
 
-        void Sent(std::string_view bytes, TimePoint at) override { Keep(hears, bytes, at); }
+        void Sent(std::string_view bytes, TimePoint at) override { Keep(&Noticed::hears, bytes, at); }
 
-        void Received(std::string_view bytes, TimePoint at) override { Keep(says, bytes, at); }
+        void Received(std::string_view bytes, TimePoint at) override { Keep(&Noticed::says, bytes, at); }
 
         void Answered(const std::string& request, const std::string& answer, TimePoint at) override;
         void Happened(const std::string& event, TimePoint at) override;
 
-        /// Looks for a sign and forgets what precedes its end. @return when it came; none: it has not
-        std::optional<TimePoint> Take(const Script::Sign& sign, TimePoint since);
-
-        /// What came in place of a sign, for people.
-        std::string Instead(const Script::Sign& sign, TimePoint since, TimePoint begin) const;
-
     private:
-        void Keep(Heard& heard, std::string_view bytes, TimePoint at);
+        void Keep(Heard Noticed::*heard, std::string_view bytes, TimePoint at);
 
         Director& owner;
-        Heard hears;
-        Heard says;
-        std::deque<TimePoint> openings;
-        PinHistory pins;
+        const std::string port; ///< its name
     };
+
+    std::size_t Done() const;
 
     void Perform();
     void Do(const Step& step);
@@ -103,11 +113,13 @@ private:
 
     Clock::time_point begin; ///< of the program
 
+    std::map<std::string, Ear> ears; ///< by the port's name
+
     mutable std::mutex access; ///< guards what follows
     std::condition_variable changed;
-    std::map<std::string, Ear> ears; ///< by the port's name
-    bool ending = false;
-    std::size_t done = 0; ///< cues
+    std::map<std::string, Noticed> noticed TAV_GUARDED_BY(access); ///< by the port's name; of all the ears
+    bool ending TAV_GUARDED_BY(access) = false;
+    std::size_t done TAV_GUARDED_BY(access) = 0; ///< cues
 
     std::thread thread;
 };

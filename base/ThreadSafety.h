@@ -10,6 +10,15 @@
 #define TAV_THREAD_SAFETY(attribute)
 #endif
 
+/// A type, before its name: a lock, also by another name of a type that is none to clang.
+#define TAV_LOCK TAV_THREAD_SAFETY(capability("mutex"))
+
+/// A class, before its name: it holds a lock from its constructor, which says TAV_TAKES, to its destructor,
+/// which says TAV_GIVES_BACK.
+#define TAV_LOCK_HOLDER TAV_THREAD_SAFETY(scoped_lockable)
+#define TAV_TAKES(lock) TAV_THREAD_SAFETY(acquire_capability(lock))
+#define TAV_GIVES_BACK TAV_THREAD_SAFETY(release_capability())
+
 /// A member, after its name: read and written only with the lock held.
 #define TAV_GUARDED_BY(lock) TAV_THREAD_SAFETY(guarded_by(lock))
 

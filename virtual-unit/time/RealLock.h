@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_TIME_REALLOCK_H
 #define VIRTUAL_UNIT_TIME_REALLOCK_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/time/Real.h"
 
 #include <csignal>
@@ -11,19 +12,21 @@
 namespace VirtualTime
 {
 
+using RealMutex TAV_LOCK = pthread_mutex_t;
+
 /// A real lock, below everything that the process's own locks may be doing. Signals wait: their handlers may
 /// post semaphores and the like.
-class RealLock
+class TAV_LOCK_HOLDER RealLock
 {
 public:
-    explicit RealLock(pthread_mutex_t& which) : mutex(which)
+    explicit RealLock(RealMutex& which) TAV_TAKES(which) : mutex(which)
     {
         constexpr std::uint64_t ALL = ~std::uint64_t{0};
         RawCall(SYS_rt_sigprocmask, SIG_BLOCK, &ALL, &signals, sizeof signals);
         REAL_CALL(pthread_mutex_lock)(&mutex);
     }
 
-    ~RealLock()
+    ~RealLock() TAV_GIVES_BACK
     {
         REAL_CALL(pthread_mutex_unlock)(&mutex);
         RawCall(SYS_rt_sigprocmask, SIG_SETMASK, &signals, nullptr, sizeof signals);
@@ -33,7 +36,7 @@ public:
     RealLock& operator=(const RealLock&) = delete;
 
 private:
-    pthread_mutex_t& mutex;
+    RealMutex& mutex;
     std::uint64_t signals = 0;
 };
 

@@ -41,13 +41,14 @@ struct Timer
     int overrun = 0;
 };
 
-pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-std::array<Timer, 256> timers; // under the mutex; the first one is the alarm
+RealMutex mutex = PTHREAD_MUTEX_INITIALIZER;
+constexpr std::size_t MOST_TIMERS = 256;
+std::array<Timer, MOST_TIMERS> timers TAV_GUARDED_BY(mutex); // the first one is the alarm
 std::atomic<std::int64_t> earliest{NEVER};
 std::atomic<int> descriptors{0};
 
-/// Under the mutex, whenever a deadline has changed.
-void FindEarliest()
+/// Whenever a deadline has changed.
+void FindEarliest() TAV_REQUIRES(mutex)
 {
     earliest = std::ranges::min_element(timers, {}, &Timer::deadline)->deadline;
 }
@@ -68,7 +69,7 @@ void Report(const Timer& timer, itimerspec* value)
     }
 }
 
-Timer* Take(Kind kind, clockid_t clock)
+Timer* Take(Kind kind, clockid_t clock) TAV_REQUIRES(mutex)
 {
     const auto free = std::find_if(timers.begin() + 1, timers.end(),
                                    [](const Timer& timer) { return timer.kind == Kind::Free; });
@@ -88,8 +89,8 @@ bool IsValid(const timespec& time)
     return time.tv_sec >= 0 && IsNanosecond(time);
 }
 
-/// Under the mutex. @return false with errno
-bool Arm(Timer& timer, bool absolute, const itimerspec* value, itimerspec* old)
+/// @return false with errno
+bool Arm(Timer& timer, bool absolute, const itimerspec* value, itimerspec* old) TAV_REQUIRES(mutex)
 {
     if (value == nullptr || !IsValid(value->it_value) || !IsValid(value->it_interval))
     {
@@ -111,7 +112,7 @@ bool Arm(Timer& timer, bool absolute, const itimerspec* value, itimerspec* old)
     return true;
 }
 
-Timer* WithDescriptor(int fd)
+Timer* WithDescriptor(int fd) TAV_REQUIRES(mutex)
 {
     const auto timer = std::find_if(timers.begin(), timers.end(), [fd](const Timer& one) {
         return one.kind == Kind::Descriptor && one.fd == fd;
@@ -119,7 +120,7 @@ Timer* WithDescriptor(int fd)
     return timer == timers.end() ? nullptr : &*timer;
 }
 
-Timer* WithId(timer_t id)
+Timer* WithId(timer_t id) TAV_REQUIRES(mutex)
 {
     const auto index = reinterpret_cast<std::uintptr_t>(id) - FIRST_ID;
     return index < timers.size() && timers[index].kind == Kind::Signal ? &timers[index] : nullptr;
@@ -256,7 +257,7 @@ void Fire()
     {
         return;
     }
-    for (std::size_t i = 0; i < timers.size(); ++i)
+    for (std::size_t i = 0; i < MOST_TIMERS; ++i)
     {
         Timer due;
         std::int64_t times = 1;
@@ -289,7 +290,7 @@ void Fire()
     }
 }
 
-void ForgetAll()
+void ForgetAll() TAV_LOCKS_UNSEEN // nobody else is in the child, and who had the mutex is not
 {
     mutex = PTHREAD_MUTEX_INITIALIZER;
     for (Timer& timer : timers)

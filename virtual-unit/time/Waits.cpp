@@ -86,15 +86,19 @@ std::uint32_t BeginWait(Slot& slot)
     return unwoken;
 }
 
-pthread_mutex_t coreMutex = PTHREAD_MUTEX_INITIALIZER;
+RealMutex coreMutex = PTHREAD_MUTEX_INITIALIZER;
 
-class CoreLock : private RealLock
+class TAV_LOCK_HOLDER CoreLock : private RealLock
 {
 public:
-    CoreLock() : RealLock(coreMutex) {}
+    CoreLock() TAV_TAKES(coreMutex) : RealLock(coreMutex) {}
+
+    ~CoreLock() TAV_GIVES_BACK = default;
+    CoreLock(const CoreLock&) = delete;
+    CoreLock& operator=(const CoreLock&) = delete;
 };
 
-ObjectWait* objectWaits = nullptr; // under CoreLock, in the order in which they came
+ObjectWait* objectWaits TAV_GUARDED_BY(coreMutex) = nullptr; // in the order in which they came
 /// How many wait for the objects at addresses that have something in common: most announcements are for
 /// nobody.
 std::array<std::atomic<int>, 256> objectWaitCounts{};
@@ -539,7 +543,7 @@ int ObjectWait::Announce(const void* object, int most)
     return woken;
 }
 
-void ObjectWait::ForgetAll()
+void ObjectWait::ForgetAll() TAV_LOCKS_UNSEEN // nobody else is in the child, and who had the mutex is not
 {
     objectWaits = nullptr;
     for (std::atomic<int>& waits : objectWaitCounts)

@@ -149,7 +149,7 @@ public:
     Wake Wait();
 
     static int Announce(const void* object, int most); ///< @return how many were woken, the oldest first
-    static void ForgetAll();
+    static void ForgetAll();                           ///< in the child of a fork
 
 private:
     const void* object;

@@ -1,6 +1,8 @@
 #ifndef VIRTUAL_UNIT_PERIPHERALS_CARDSLOT_H
 #define VIRTUAL_UNIT_PERIPHERALS_CARDSLOT_H
 
+#include "base/ThreadSafety.h"
+
 #include <chrono>
 #include <mutex>
 #include <string>
@@ -64,8 +66,8 @@ public:
 
 private:
     mutable std::mutex access;
-    Condition condition;
-    std::vector<Event> events;
+    Condition condition TAV_GUARDED_BY(access);
+    std::vector<Event> events TAV_GUARDED_BY(access);
 };
 
 }

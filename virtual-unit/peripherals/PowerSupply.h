@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_PERIPHERALS_POWERSUPPLY_H
 #define VIRTUAL_UNIT_PERIPHERALS_POWERSUPPLY_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/common/Descriptor.h"
 
 #include <cerrno>
@@ -90,7 +91,7 @@ public:
     int WhenCut() const { return cut.Get(); } ///< a descriptor that is readable once it is cut
 
 private:
-    void Control()
+    void Control() TAV_REQUIRES(access)
     {
         if (pulseEnds && !ignition)
         {
@@ -98,7 +99,7 @@ private:
         }
     }
 
-    void Cut(State how)
+    void Cut(State how) TAV_REQUIRES(access)
     {
         if (state == State::On)
         {
@@ -118,11 +119,11 @@ private:
         return event;
     }
 
+    const Descriptor cut = Event();
     mutable std::mutex access;
-    std::optional<Clock::time_point> pulseEnds; ///< the line is 0; if it stays so
-    bool ignition = true;
-    State state = State::On;
-    Descriptor cut = Event();
+    std::optional<Clock::time_point> pulseEnds TAV_GUARDED_BY(access); ///< the line is 0; if it stays so
+    bool ignition TAV_GUARDED_BY(access) = true;
+    State state TAV_GUARDED_BY(access) = State::On;
 };
 
 }

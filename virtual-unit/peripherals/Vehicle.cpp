@@ -229,12 +229,12 @@ void Vehicle::LeaveRoad(const State& state)
 
 void Vehicle::SwitchIgnition(bool on, TimePoint now)
 {
-    Ask(now, [&](const Piece&) { ignition = on; });
+    Ask(now, [&](const Piece&) TAV_REQUIRES(access) { ignition = on; });
 }
 
 void Vehicle::Park(TimePoint now)
 {
-    Ask(now, [&](Piece& present) {
+    Ask(now, [&](Piece& present) TAV_REQUIRES(access) {
         ignition = false;
         present.state.metresPerSecond = 0;
     });
@@ -242,7 +242,7 @@ void Vehicle::Park(TimePoint now)
 
 void Vehicle::Brake(double g, std::chrono::milliseconds time, TimePoint now)
 {
-    Ask(now, [&](const Piece& present) {
+    Ask(now, [&](const Piece& present) TAV_REQUIRES(access) {
         braking = {now + time, g};
         if (ownSpeed)
         {
@@ -253,7 +253,7 @@ void Vehicle::Brake(double g, std::chrono::milliseconds time, TimePoint now)
 
 void Vehicle::Corner(double g, std::chrono::milliseconds time, TimePoint now)
 {
-    Ask(now, [&](const Piece& present) {
+    Ask(now, [&](const Piece& present) TAV_REQUIRES(access) {
         LeaveRoad(present.state);
         bend = {now + time, g};
     });
@@ -261,12 +261,12 @@ void Vehicle::Corner(double g, std::chrono::milliseconds time, TimePoint now)
 
 void Vehicle::SetSpeed(double metresPerSecond, TimePoint now)
 {
-    Ask(now, [&](const Piece&) { ownSpeed = metresPerSecond; });
+    Ask(now, [&](const Piece&) TAV_REQUIRES(access) { ownSpeed = metresPerSecond; });
 }
 
 void Vehicle::PutTo(double latitude, double longitude, TimePoint now)
 {
-    Ask(now, [&](Piece& present) {
+    Ask(now, [&](Piece& present) TAV_REQUIRES(access) {
         LeaveRoad(present.state);
         present.state.latitude = latitude;
         present.state.longitude = longitude;
@@ -275,7 +275,7 @@ void Vehicle::PutTo(double latitude, double longitude, TimePoint now)
 
 void Vehicle::FollowRoad(TimePoint now)
 {
-    Ask(now, [&](Piece& present) {
+    Ask(now, [&](Piece& present) TAV_REQUIRES(access) {
         const State there = StateOf(Road(present.roadSeconds));
         present.state.latitude = there.latitude;
         present.state.longitude = there.longitude;

@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_PERIPHERALS_VEHICLE_H
 #define VIRTUAL_UNIT_PERIPHERALS_VEHICLE_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/peripherals/Drive.h"
 #include "virtual-unit/peripherals/Track.h"
 
@@ -99,26 +100,27 @@ private:
     Drive::Moment Road(double seconds) const;
     double RoadEnd() const;
     Piece Moved(const Piece& piece, TimePoint time) const;
-    Piece Next(Piece from) const;
-    bool HasRoad(const Piece& piece) const;
-    void PassPause(Piece& piece) const;
-    double SpeedWanted(double roadSpeed, bool hasRoad) const;
-    void Extend(TimePoint time) const;
-    void BeginAt(TimePoint time);
-    void LeaveRoad(const State& state);
+    Piece Next(Piece from) const TAV_REQUIRES(access);
+    bool HasRoad(const Piece& piece) const TAV_REQUIRES(access);
+    void PassPause(Piece& piece) const TAV_REQUIRES(access);
+    double SpeedWanted(double roadSpeed, bool hasRoad) const TAV_REQUIRES(access);
+    void Extend(TimePoint time) const TAV_REQUIRES(access);
+    void BeginAt(TimePoint time) TAV_REQUIRES(access);
+    void LeaveRoad(const State& state) TAV_REQUIRES(access);
 
     template <class Change>
     void Ask(TimePoint now, Change&& change);
 
-    std::variant<Track, Drive> road;
+    const std::variant<Track, Drive> road;
     mutable std::mutex access; ///< guards what follows
-    bool begun = false;
-    mutable std::deque<Piece> pieces; ///< those that follow by themselves are added when they are looked at
-    bool ignition = true;
-    bool onRoad = true;
-    std::optional<double> ownSpeed; ///< metres per second; none: the road's
-    Manoeuvre braking;
-    Manoeuvre bend;
+    bool begun TAV_GUARDED_BY(access) = false;
+    /// Those that follow by themselves are added when they are looked at.
+    mutable std::deque<Piece> pieces TAV_GUARDED_BY(access);
+    bool ignition TAV_GUARDED_BY(access) = true;
+    bool onRoad TAV_GUARDED_BY(access) = true;
+    std::optional<double> ownSpeed TAV_GUARDED_BY(access); ///< metres per second; none: the road's
+    Manoeuvre braking TAV_GUARDED_BY(access);
+    Manoeuvre bend TAV_GUARDED_BY(access);
 };
 
 }

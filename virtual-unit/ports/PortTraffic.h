@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_PORTS_PORTTRAFFIC_H
 #define VIRTUAL_UNIT_PORTS_PORTTRAFFIC_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/ports/PortObserver.h"
 
 #include <mutex>
@@ -24,7 +25,7 @@ public:
 
 private:
     std::mutex access;
-    std::vector<PortObserver*> listeners;
+    std::vector<PortObserver*> listeners TAV_GUARDED_BY(access);
 };
 
 }

@@ -112,9 +112,12 @@ void SerialLine::CloseTerminal()
 
 void SerialLine::Start()
 {
-    if (!thread.joinable() && master >= 0)
+    if (!thread.joinable() && !HungUp())
     {
-        ending = false;
+        {
+            const std::lock_guard lock(access);
+            ending = false;
+        }
         thread = std::thread(&SerialLine::Carry, this);
     }
 }
@@ -123,7 +126,7 @@ void SerialLine::Stop()
 {
     if (thread.joinable())
     {
-        Locked([this] { ending = true; });
+        Locked([this]() TAV_REQUIRES(access) { ending = true; });
         thread.join();
     }
 }
@@ -163,7 +166,7 @@ int SerialLine::Open(int flags) const
 
 void SerialLine::WriteRaw(std::string_view bytes)
 {
-    Locked([&] { Write(bytes); });
+    Locked([&]() TAV_REQUIRES(access) { Write(bytes); });
 }
 
 std::string SerialLine::ReceivedText() const

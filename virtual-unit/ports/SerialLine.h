@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_PORTS_SERIALLINE_H
 #define VIRTUAL_UNIT_PORTS_SERIALLINE_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/peripherals/SerialPeripheral.h"
 
 #include <cstddef>
@@ -24,8 +25,8 @@ namespace VirtualUnit
  * The thread waits in poll() and takes the time from the steady clock, so that in a process whose C library
  * functions are stood in for it lives in their time. A wait is rounded up to whole milliseconds.
  *
- * Calling threads: any, but for Start(), Stop(), HangUp(), Renew(), Path() and ApplicationEnd(), which belong
- * to one thread.
+ * Calling threads: any, but for Start(), Stop(), HangUp(), Renew(), Open(), Path() and ApplicationEnd(),
+ * which belong to one thread.
  */
 class SerialLine
 {
@@ -100,25 +101,25 @@ private:
         ~Relook() { line.Wake(); }
     };
 
-    void OpenTerminal();
-    void CloseTerminal();
+    void OpenTerminal() TAV_REQUIRES(access);
+    void CloseTerminal() TAV_REQUIRES(access);
     void Carry();
-    void ReadMaster();
-    void Write(std::string_view bytes);
-    void FlushWaiting();
+    void ReadMaster() TAV_REQUIRES(access);
+    void Write(std::string_view bytes) TAV_REQUIRES(access);
+    void FlushWaiting() TAV_REQUIRES(access);
     void Wake() const;
 
-    SerialPeripheral& peripheral;
-    int master = -1; ///< the device's end
-    int slave = -1;  ///< kept open: without it the device's end would be hung up between two applications
-    int wake = -1;   ///< an eventfd, readable when the thread has to look anew
+    int slave = -1; ///< kept open: without it the device's end would be hung up between two applications
+    int wake = -1;  ///< an eventfd, readable when the thread has to look anew
     std::string path;
 
     mutable std::mutex access; ///< guards the device and everything below
-    std::string waiting;       ///< sent by the device, not taken by the terminal yet
-    std::string received;
-    std::size_t lostBytes = 0;
-    bool ending = false;
+    SerialPeripheral& peripheral TAV_GUARDED_BY(access);
+    int master TAV_GUARDED_BY(access) = -1;     ///< the device's end
+    std::string waiting TAV_GUARDED_BY(access); ///< sent by the device, not taken by the terminal yet
+    std::string received TAV_GUARDED_BY(access);
+    std::size_t lostBytes TAV_GUARDED_BY(access) = 0;
+    bool ending TAV_GUARDED_BY(access) = false;
 
     std::thread thread;
 };

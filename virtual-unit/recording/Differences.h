@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_RECORDING_DIFFERENCES_H
 #define VIRTUAL_UNIT_RECORDING_DIFFERENCES_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/recording/Difference.h"
 
 #include <chrono>
@@ -62,8 +63,8 @@ private:
     const std::optional<std::chrono::microseconds> end;
     const Tell tell;
     mutable std::mutex access; ///< guards what follows
-    std::optional<Difference> first;
-    std::size_t count = 0;
+    std::optional<Difference> first TAV_GUARDED_BY(access);
+    std::size_t count TAV_GUARDED_BY(access) = 0;
 };
 
 }

@@ -20,7 +20,7 @@ const std::string WHOLE_PORT; // as a channel
 
 PortRecorder::PortRecorder(const std::string& file, const std::string& port, TimePoint theBegin,
                            const Mask& theMask)
-    : output(std::fopen(file.c_str(), "wxe"), std::fclose), begin(theBegin), mask(theMask), pieces(theMask)
+    : begin(theBegin), mask(theMask), output(std::fopen(file.c_str(), "wxe"), std::fclose), pieces(theMask)
 {
     if (output == nullptr)
     {

@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_RECORDING_PORTRECORDER_H
 #define VIRTUAL_UNIT_RECORDING_PORTRECORDER_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/ports/PortObserver.h"
 #include "virtual-unit/recording/Mask.h"
 #include "virtual-unit/recording/MaskedPieces.h"
@@ -44,21 +45,22 @@ public:
     int Finish(); ///< writes what is kept back @return 0, or the errno of what could not be written first
 
 private:
-    std::chrono::microseconds Time(const std::string& channel, TimePoint at);
+    std::chrono::microseconds Time(const std::string& channel, TimePoint at) TAV_REQUIRES(access);
     void Carried(PortEntry::Kind kind, std::string_view bytes, TimePoint at);
-    void WritePieces(const std::vector<MaskedPieces::Piece>& complete);
-    void WriteEntries(const std::vector<PortEntry>& entries);
-    void WriteLine(const std::string& line);
+    void WritePieces(const std::vector<MaskedPieces::Piece>& complete) TAV_REQUIRES(access);
+    void WriteEntries(const std::vector<PortEntry>& entries) TAV_REQUIRES(access);
+    void WriteLine(const std::string& line) TAV_REQUIRES(access);
+
+    const TimePoint begin;
+    const Mask mask;
 
     std::mutex access; ///< guards everything below
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> output;
-    TimePoint begin;
-    Mask mask;
-    MaskedPieces pieces;
-    std::map<std::string, RequestRuns> runs;               ///< by channel
-    std::map<std::string, std::chrono::microseconds> last; ///< by channel
-    bool plugged = true;
-    int error = 0;
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> output TAV_GUARDED_BY(access);
+    MaskedPieces pieces TAV_GUARDED_BY(access);
+    std::map<std::string, RequestRuns> runs TAV_GUARDED_BY(access);               ///< by channel
+    std::map<std::string, std::chrono::microseconds> last TAV_GUARDED_BY(access); ///< by channel
+    bool plugged TAV_GUARDED_BY(access) = true;
+    int error TAV_GUARDED_BY(access) = 0;
 };
 
 }

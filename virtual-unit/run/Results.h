@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_RUN_RESULTS_H
 #define VIRTUAL_UNIT_RUN_RESULTS_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/script/Verdict.h"
 
 #include <chrono>
@@ -31,10 +32,10 @@ public:
 
 private:
     mutable std::mutex access; ///< guards what follows
-    std::vector<Verdict> verdicts;
-    std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
-    std::chrono::duration<double> lasted{0};
-    int programStatus = 0;
+    std::vector<Verdict> verdicts TAV_GUARDED_BY(access);
+    std::chrono::steady_clock::time_point begin TAV_GUARDED_BY(access) = std::chrono::steady_clock::now();
+    std::chrono::duration<double> lasted TAV_GUARDED_BY(access){0};
+    int programStatus TAV_GUARDED_BY(access) = 0;
 };
 
 }

@@ -11,11 +11,11 @@ void RunLog::Report(const std::string& line)
 
 void RunLog::Note(const std::string& line)
 {
+    const std::lock_guard lock(access);
     if (file == nullptr)
     {
         return;
     }
-    const std::lock_guard lock(access);
     const std::chrono::duration<double> time = std::chrono::steady_clock::now() - begin;
     std::fprintf(file.get(), "%9.3f s  %s\n", time.count(), line.c_str());
     std::fflush(file.get());

@@ -1,6 +1,8 @@
 #ifndef VIRTUAL_UNIT_RUN_RUNLOG_H
 #define VIRTUAL_UNIT_RUN_RUNLOG_H
 
+#include "base/ThreadSafety.h"
+
 #include <chrono>
 #include <cstdio>
 #include <memory>
@@ -27,7 +29,7 @@ public:
 private:
     std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
     std::mutex access; ///< a line in one piece
-    File file;
+    File file TAV_GUARDED_BY(access);
 };
 
 }

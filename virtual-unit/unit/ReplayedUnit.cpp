@@ -162,7 +162,7 @@ void ReplayedUnit::Play(const std::vector<Cue>& cues)
         Clock::time_point next = due;
         const auto await = [&] {
             std::unique_lock lock(access);
-            return !changed.wait_until(lock, next, [this] { return ending; });
+            return !changed.wait_until(lock, next, [this]() TAV_REQUIRES(access) { return ending; });
         };
         bool goesOn = await();
         while (goesOn && cue.isReady && Clock::now() < due + cue.patience && !cue.isReady())

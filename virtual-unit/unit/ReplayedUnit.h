@@ -1,6 +1,7 @@
 #ifndef VIRTUAL_UNIT_UNIT_REPLAYEDUNIT_H
 #define VIRTUAL_UNIT_UNIT_REPLAYEDUNIT_H
 
+#include "base/ThreadSafety.h"
 #include "virtual-unit/peripherals/CellularModule.h"
 #include "virtual-unit/recording/Differences.h"
 #include "virtual-unit/recording/PortRecording.h"
@@ -88,9 +89,9 @@ private:
 
     std::vector<Replayed> replayed;
 
-    std::mutex access; ///< guards `ending`
+    std::mutex access;
     std::condition_variable changed;
-    bool ending = false;
+    bool ending TAV_GUARDED_BY(access) = false;
     std::thread player;
 };
 

@@ -3,6 +3,8 @@
 #include "virtual-unit/calls/HeldNumbers.h"
 #include "virtual-unit/preload/Ask.h"
 #include "virtual-unit/preload/Environment.h"
+#include "virtual-unit/preload/FileTimes.h"
+#include "virtual-unit/preload/StandIns.h"
 #include "virtual-unit/preload/Status.h"
 
 #include <cstdarg>
@@ -22,23 +24,14 @@
 #include <sys/statfs.h>
 #include <sys/swap.h>
 #include <sys/syscall.h>
-#include <sys/time.h>
 #include <sys/uio.h>
 #include <sys/un.h>
 #include <sys/xattr.h>
 #include <termios.h>
 #include <unistd.h>
-#include <utime.h>
 
 using namespace VirtualUnit;
 using namespace VirtualUnit::Preload;
-
-// The real declarations carry attributes that a definition elsewhere does not repeat, and a path that is
-// none is the kernel's to refuse.
-#pragma GCC diagnostic ignored "-Wattributes"
-#pragma GCC diagnostic ignored "-Wignored-attributes"
-#pragma GCC diagnostic ignored "-Wnonnull-compare"
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 
 /// A function whose first argument is a path, and whose others are handed on.
 #define OF_PATH(Result, name, parameters, ...)                                                               \
@@ -138,22 +131,6 @@ STAND_IN int name_to_handle_at(int directory, const char* path, file_handle* han
 }
 
 // Looking ----------------------------------------------------------------------------------------------
-
-STAND_IN int fstatat(int directory, const char* path, struct stat* status, int flags) noexcept
-{
-    return StatusOf(directory, path, status, flags,
-                    [&] { return REAL_CALL(fstatat)(directory, path, status, flags); });
-}
-
-STAND_IN int stat(const char* path, struct stat* status) noexcept
-{
-    return fstatat(AT_FDCWD, path, status, 0);
-}
-
-STAND_IN int lstat(const char* path, struct stat* status) noexcept
-{
-    return fstatat(AT_FDCWD, path, status, AT_SYMLINK_NOFOLLOW);
-}
 
 STAND_IN int fstatat64(int directory, const char* path, struct stat64* status, int flags) noexcept
 {
@@ -367,59 +344,6 @@ STAND_IN int fchownat(int directory, const char* path, uid_t user, gid_t group, 
 {
     return Either(Ask(SYS_fchownat, directory, path, user, group, flags),
                   [&] { return REAL_CALL(fchownat)(directory, path, user, group, flags); });
-}
-
-STAND_IN int utimensat(int directory, const char* path, const timespec times[2], int flags) noexcept
-{
-    if (path == nullptr)
-    {
-        return REAL_CALL(utimensat)(directory, path, times, flags);
-    }
-    return Either(Ask(SYS_utimensat, directory, path, times, flags),
-                  [&] { return REAL_CALL(utimensat)(directory, path, times, flags); });
-}
-
-namespace
-{
-
-int ChangeTimes(int directory, const char* path, const timeval times[2], int flags)
-{
-    if (times == nullptr)
-    {
-        return utimensat(directory, path, nullptr, flags);
-    }
-    constexpr long NANOSECONDS = 1000;
-    const timespec exact[2] = {{times[0].tv_sec, times[0].tv_usec * NANOSECONDS},
-                               {times[1].tv_sec, times[1].tv_usec * NANOSECONDS}};
-    return utimensat(directory, path, exact, flags);
-}
-
-}
-
-STAND_IN int utimes(const char* path, const timeval times[2]) noexcept
-{
-    return ChangeTimes(AT_FDCWD, path, times, 0);
-}
-
-STAND_IN int lutimes(const char* path, const timeval times[2]) noexcept
-{
-    return ChangeTimes(AT_FDCWD, path, times, AT_SYMLINK_NOFOLLOW);
-}
-
-STAND_IN int futimesat(int directory, const char* path, const timeval times[2]) noexcept
-{
-    return path == nullptr ? REAL_CALL(futimesat)(directory, path, times)
-                           : ChangeTimes(directory, path, times, 0);
-}
-
-STAND_IN int utime(const char* path, const utimbuf* times) noexcept
-{
-    if (times == nullptr)
-    {
-        return utimes(path, nullptr);
-    }
-    const timeval both[2] = {{times->actime, 0}, {times->modtime, 0}};
-    return utimes(path, both);
 }
 
 STAND_IN int linkat(int from, const char* path, int to, const char* newPath, int flags) noexcept

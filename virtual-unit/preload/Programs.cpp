@@ -4,6 +4,7 @@
 #include "virtual-unit/preload/Ask.h"
 #include "virtual-unit/preload/Environment.h"
 #include "virtual-unit/preload/Protocol.h"
+#include "virtual-unit/preload/StandIns.h"
 
 #include <array>
 #include <climits>
@@ -17,10 +18,6 @@
 #include <unistd.h>
 
 using namespace VirtualUnit::Preload;
-
-#pragma GCC diagnostic ignored "-Wattributes"
-#pragma GCC diagnostic ignored "-Wignored-attributes"
-#pragma GCC diagnostic ignored "-Wnonnull-compare"
 
 STAND_IN int execve(const char* path, char* const arguments[], char* const environment[]) noexcept
 {

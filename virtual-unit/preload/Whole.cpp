@@ -1,6 +1,7 @@
 // The functions of the C library that make several system calls by themselves, which no stand-in would see.
 
 #include "virtual-unit/preload/Ask.h"
+#include "virtual-unit/preload/StandIns.h"
 #include "virtual-unit/preload/Status.h"
 
 #include <array>
@@ -23,10 +24,6 @@
 using namespace VirtualUnit::Preload;
 
 // NOLINTBEGIN(concurrency-mt-unsafe): as safe as what they stand in for
-
-#pragma GCC diagnostic ignored "-Wattributes"
-#pragma GCC diagnostic ignored "-Wignored-attributes"
-#pragma GCC diagnostic ignored "-Wnonnull-compare"
 
 // Streams ------------------------------------------------------------------------------------------------
 

@@ -29,10 +29,9 @@ std::string PathOf(int descriptor)
 
 void Preload(const std::string& path)
 {
-    constexpr const char* LIBRARIES = "LD_PRELOAD";
     // NOLINTBEGIN(concurrency-mt-unsafe): nothing else looks at the environment of this process
-    const char* const present = std::getenv(LIBRARIES);
-    setenv(LIBRARIES, (present != nullptr ? path + ":" + present : path).c_str(), 1);
+    const char* const present = std::getenv(VARIABLE);
+    setenv(VARIABLE, (present != nullptr ? path + ":" + present : path).c_str(), 1);
     // NOLINTEND(concurrency-mt-unsafe)
     AddOption("ASAN_OPTIONS", "verify_asan_link_order=0"); // it minds what comes before its own library
 }

@@ -8,6 +8,9 @@
 namespace VirtualUnit::PreloadedLibrary
 {
 
+/// Where the dynamic linker is told what to load before a program's own libraries, the latest addition first.
+constexpr const char* VARIABLE = "LD_PRELOAD";
+
 /// Beside the program where it was built, in the directory of libraries where it was installed.
 /// @param name of the file @throws std::runtime_error when it is in neither
 std::filesystem::path Find(const char* name);

@@ -8,6 +8,7 @@
 // All of them run on one processor: a thread that wakes another one there hands over in a tenth of the time,
 // and what happens at one moment happens in one order.
 
+#include "virtual-unit/common/PreloadedLibrary.h"
 #include "virtual-unit/time/Idleness.h"
 #include "virtual-unit/time/Real.h"
 #include "virtual-unit/time/Timers.h"
@@ -338,7 +339,9 @@ void StayOnOneProcessor()
 
 __attribute__((constructor)) void Begin()
 {
-    const char* const path = std::getenv(VARIABLE); // NOLINT(concurrency-mt-unsafe): there is no other thread
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): there is no other thread
+    const char* const preloaded = std::getenv(VirtualUnit::PreloadedLibrary::VARIABLE);
+    const char* const path = std::getenv(VARIABLE); // NOLINT(concurrency-mt-unsafe): likewise
     shared = path == nullptr ? nullptr : Open(path);
     if (shared == nullptr)
     {
@@ -350,8 +353,7 @@ __attribute__((constructor)) void Begin()
     if (leads)
     {
         KeepDescriptor(path);
-        // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
-        if (const char* const preloaded = std::getenv(PRELOAD); preloaded != nullptr)
+        if (preloaded != nullptr)
         {
             KeepDescriptor(std::string_view(preloaded, std::strcspn(preloaded, ":")));
         }
@@ -376,11 +378,8 @@ __attribute__((constructor)) void Begin()
     Waits::place.beforeCall = leads ? nullptr : HaveAgent; // the leader reaches its own process by itself
     Waits::place.wakeCall = WakeCall;
     Waits::place.keepsEvents = leads;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): as above
-    if (const char* const preloaded = std::getenv(PRELOAD); preloaded != nullptr)
-    {
-        Waits::place.isEmulated = std::strstr(preloaded, "/vgpreload_") != nullptr; // by valgrind
-    }
+    Waits::place.isEmulated =
+        preloaded != nullptr && std::strstr(preloaded, "/vgpreload_") != nullptr; // by valgrind
     Timers::place = {shared->alarms.data(), shared->alarms.size(), HaveAgent, TellAgent};
     Timers::TakeOverAlarm();
     CountVforks(shared->board);

@@ -10,9 +10,6 @@ namespace VirtualTime
 /// The file through which processes share their time, in the environment of each of them.
 constexpr const char* VARIABLE = "VIRTUAL_UNIT_TIME";
 
-/// Where the dynamic linker is told to load the library of virtual time, first of all.
-constexpr const char* PRELOAD = "LD_PRELOAD";
-
 /// Functions of that library: bool() tells whether time is virtual, bool(pid_t) whether a process lives in
 /// it, void(pid_t) takes notice of a thread that is about to execute a program.
 constexpr const char* TELLS = "VirtualUnitTimeIsVirtual";

@@ -459,7 +459,8 @@ void AwaitBegun(const Progress& progress)
 int Killed(const Paths& devices)
 {
     constexpr int TIMES = 10;
-    constexpr int MOST_TIMES = 1000; // a machine that is busy elsewhere may stop the child between its calls each time
+    constexpr int MOST_TIMES =
+        1000; // a machine that is busy elsewhere may stop the child between its calls each time
     constexpr useconds_t LONGEST_LIFE = 200;
     constexpr useconds_t LONGEST_LIFE_OF_THREADS = 5000;
     Calls calls;

@@ -449,6 +449,17 @@ TEST(Module3GRecords, HaveTheirFieldsInOrder)
     EXPECT_TRUE(wanted.selected);
 }
 
+TEST(Module3GRecords, BeginWithZeros)
+{
+    const Operator seen;
+    EXPECT_EQ(seen.status, 0);
+    EXPECT_EQ(seen.accessTechnology, 0);
+    const PreferredOperator wanted;
+    EXPECT_EQ(wanted.code, 0);
+    EXPECT_EQ(wanted.spare, 0);
+    EXPECT_FALSE(wanted.selected);
+}
+
 // Standard streams that are closed -----------------------------------------------------------------------
 
 KIT_PROGRAM(ModemWithoutStreams)

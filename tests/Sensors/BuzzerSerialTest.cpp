@@ -276,6 +276,13 @@ TEST_F(BuzzerTest, CloseDoesNothingWhileNoDeviceIsPresent)
     EXPECT_TRUE(Alerter::isPresent);
 }
 
+TEST_F(BuzzerTest, OpeningFindsABoardThatWasGone)
+{
+    Alerter::isPresent = false;
+    ASSERT_NO_FATAL_FAILURE(Open());
+    EXPECT_TRUE(Alerter::isPresent);
+}
+
 TEST_F(BuzzerTest, CheckPresenceClosesWhatItOpened)
 {
     board.AnswerAt(50ms);

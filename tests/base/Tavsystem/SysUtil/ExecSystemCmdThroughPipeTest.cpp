@@ -114,6 +114,11 @@ TEST_F(ExecTest, TheShellTakesTheCommandLineApart)
     EXPECT_EQ(ExecSystemCmdThroughPipe("echo \"a  b\"   c"), "a  b c\n");
 }
 
+TEST_F(ExecTest, TheShellIsCalledByItsName)
+{
+    EXPECT_EQ(ExecSystemCmdThroughPipe("echo $0"), "sh\n");
+}
+
 TEST_F(ExecTest, GivesTheOutputWhateverTheExitStatus)
 {
     EXPECT_EQ(ExecSystemCmdThroughPipe("echo text; exit 3"), "text\n");

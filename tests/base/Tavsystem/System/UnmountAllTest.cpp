@@ -184,11 +184,11 @@ TEST_F(UnmountAllTest, LeavesABackslashThatBeginsNoEscape)
     EXPECT_THAT(UnmountedFrom("/dev/a /mnt/a\\04 vfat rw 0 0\n"
                               "/dev/b /mnt/b\\400 vfat rw 0 0\n"
                               "/dev/c /mnt/c\\080 vfat rw 0 0\n"
-                              "/dev/d /mnt/d\\04x vfat rw 0 0\n"
+                              "/dev/d /mnt/d\\048 vfat rw 0 0\n"
                               "/dev/e /mnt/e\\04+ vfat rw 0 0\n"
                               "/dev/f /mnt/f\\+40 vfat rw 0 0\n"
                               "/dev/g /mnt/g\\ vfat rw 0 0\n"),
-                ElementsAre("/mnt/g\\", "/mnt/f\\+40", "/mnt/e\\04+", "/mnt/d\\04x", "/mnt/c\\080",
+                ElementsAre("/mnt/g\\", "/mnt/f\\+40", "/mnt/e\\04+", "/mnt/d\\048", "/mnt/c\\080",
                             "/mnt/b\\400", "/mnt/a\\04"));
 }
 

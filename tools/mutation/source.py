@@ -517,7 +517,7 @@ class Source:
                 self._value(at, at + 1, "false" if token.text == "true" else "true", "constant")
             elif token.text == "!" and self.tokens[at + 1].tight:
                 end = self._operand_end(at + 1, high)
-                self._value(at, end, f"({self._flat_tokens(at + 1, end)})", "not negated")
+                self._value(at, end, as_bool(self._flat_tokens(at + 1, end)), "not negated")
             elif token.text == "?":
                 begin = self._left(at, low, 0)
                 if begin is not None and begin < at:
@@ -575,8 +575,9 @@ class Source:
                 changed = f"({left}) {other} ({right})"
             self._value(begin, end, changed, f"{sign} became {other}")
         if sign in ONE_SIDE:
-            self._value(begin, end, left, f"without: {sign} {right}")
-            self._value(begin, end, right, f"without: {left} {sign}")
+            alone = str if sign == "|" else as_bool
+            self._value(begin, end, alone(left), f"without: {sign} {right}")
+            self._value(begin, end, alone(right), f"without: {left} {sign}")
 
     def _assignment(self, at, low, high):
         begin, end = self._left(at, low, 0), self._right(at, high, -1)
@@ -630,7 +631,16 @@ class Source:
             return f"swapped: {self._flat(mutant.start, mutant.end)} | {mutant.text}"
         if mutant.how == "statement":
             return f"left out: {self._flat(mutant.start, mutant.end)}"
-        return f"{self._flat(mutant.start, mutant.end)} -> {mutant.text}"
+        text = mutant.text.removeprefix(AS_BOOL)[1:-1] if mutant.text.startswith(AS_BOOL) else mutant.text
+        return f"{self._flat(mutant.start, mutant.end)} -> {text}"
+
+
+AS_BOOL = "static_cast<bool>"
+
+
+def as_bool(text):
+    """Else the original, beside an operand that only can become one, would become what that is: a filled optional."""
+    return f"{AS_BOOL}({text})"
 
 
 def changed_number(text):
